@@ -1,0 +1,89 @@
+// Base of all views, the matrix set and the GL helpers every view uses.
+#ifndef PANOVIEW_GLESRENDEREFFECT_H
+#define PANOVIEW_GLESRENDEREFFECT_H
+
+#include <GLES2/gl2.h>
+
+#include "MRuntime.h"
+#include "ZT5Config.h"
+#include "ZT5Records.h"
+
+class VideoLogo;
+
+// Overlay rectangles of a frame, 88 bytes on the original 32-bit layout; the
+// face count and list pointer are its last two fields.
+struct TextureInfo {
+    MDWord dwWords[20];
+    MDWord dwFaceCnt;
+    ZT5FaceRect *pFaceList;
+};
+
+class GlesRenderEffect {
+public:
+    GlesRenderEffect() = default;
+    virtual ~GlesRenderEffect() {}
+
+    // One draw. prtRender: x, y, width, height (not read by most views).
+    virtual void Render(const MLong *prtRender, MLong nDisplayWidth, MLong nDisplayHeight, MLong nVideoWidth,
+                        MLong nVideoHeight, const GLuint *pTextures, MDWord bIsNewScaleMode, MDWord dwRotation) = 0;
+    virtual MRESULT Initialize(MDWord dwWidth, MDWord dwHeight) = 0;
+    virtual void Uninitialize() = 0;
+    virtual void OnTouchDown(float x, float y) = 0;
+    virtual void OnTouchUp(float x, float y) = 0;
+    virtual void OnTouchPinch(float fZoomRate, float fDX, float fDY) = 0;
+    virtual void OnDoubleClick(float x, float y) = 0;
+    virtual void OnTouchMove(float x0, float y0, float x1, float y1) = 0;
+    virtual void StartAcceleratedVelocity(float fVelX, float fVelY) = 0;
+    virtual void SetFishEyeCruiseState(MLong state, float fVelocity) = 0;
+    virtual void clearBackground();
+    virtual void SetDisBackGroundSts(MDWord bCloud, MDWord bStar) = 0;
+    virtual void SetInitAnimalSts(MDWord bAnimal) = 0;
+    virtual MRESULT setConfig(MDWord dwID, void *pValue);
+    virtual MRESULT GetConfig(MDWord dwID, void *pValue) { return 0; }
+    virtual float GetScaleRatio() { return 1.0f; }
+    virtual MLong GetFishEyeCruiseState() { return -1; }
+    virtual void SetEnableGLDepth(unsigned char enable) = 0;
+
+protected:
+    TextureInfo m_sTextureInfo = {};
+    MDWord m_dwClearColorCache = 0xffffff;
+    MDWord m_dwBackColor = 0;
+    VideoLogo *m_pVideoLogo = nullptr;
+};
+
+// A view's matrices, column-major. rotate() turns the opposite way from
+// glRotate; every camera sign in the views assumes it.
+struct RotTranMatrix {
+    float mCurrMatrix[16];
+    float mProjMatrix[16];
+    float mVMatrix[16];
+    float mMVPMatrix[16];
+    float mStack[10][16];
+    MLong mStackTop;
+
+    static RotTranMatrix *Create(); // zero-filled, via MMemAlloc
+    static void Destroy(RotTranMatrix *m);
+
+    void pushMatrix();
+    void popMatrix();
+    void setProjectFrustum(float left, float right, float bottom, float top, float nearZ, float farZ);
+    void setLookAt(float eyeX, float eyeY, float eyeZ, float centerX, float centerY, float centerZ, float upX,
+                   float upY, float upZ);
+    void setIdentity() { identity(mCurrMatrix); }
+    void translate(float x, float y, float z) { translate(mCurrMatrix, x, y, z); }
+    void rotate(float angle, float x, float y, float z) { rotate(mCurrMatrix, angle, x, y, z); }
+    void scale(float sx, float sy, float sz);
+    void getFinalMatrix();
+
+    static void identity(float *m);
+    static void translate(float *m, float x, float y, float z);
+    static void rotate(float *m, float angle, float x, float y, float z);
+    static void multiply(float *result, const float *lhs, const float *rhs);
+};
+
+GLuint buildShader(const char *source, GLenum type);
+GLuint buildProgram(const char *vertexSource, const char *fragmentSource);
+void checkGlError(const char *op);
+GLuint bindTexture(GLuint texture, const unsigned char *pixels, GLsizei width, GLsizei height);
+
+#endif

@@ -1,0 +1,244 @@
+/* Records that cross the boundary between a host and Panoview.
+ * Records without pointers keep their exact byte layout; records that carry
+ * a pointer or a host handle use a pointer-sized field in its place. */
+#ifndef ZT5_RECORDS_H
+#define ZT5_RECORDS_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+#define ZT5_STATIC_ASSERT(c, m) static_assert(c, m)
+#else
+#define ZT5_STATIC_ASSERT(c, m) _Static_assert(c, m)
+#endif
+
+/* Four-character plug-in type and sub-type served by Panoview: 'disp'. */
+#define ZT5_PLUGIN_TYPE_DISP 0x64697370u
+
+typedef struct ZT5Rect {
+    int32_t left, top, right, bottom;
+} ZT5Rect;
+
+/* Frame description, 32 bytes. */
+typedef struct ZT5FrameInfo {
+    uint32_t dwWidth;
+    uint32_t dwHeight;
+    uint32_t dwStride;
+    uint32_t dwSliceHeight;
+    uint32_t dwReserved;
+    uint32_t dwCSType;
+    uint32_t dwRotation;
+    uint32_t dwAspectRatio;
+} ZT5FrameInfo;
+ZT5_STATIC_ASSERT(sizeof(ZT5FrameInfo) == 32, "FrameInfo is 32 bytes");
+
+/* Display record of Init and ZT5_CFG_DISPLAY_PARAM, 44 bytes. hWnd is the
+ * native window (an X11 Window id on Linux); 0 means no display. */
+typedef struct ZT5DisplayParam {
+    uint32_t hWnd;
+    ZT5Rect rtScreen;
+    ZT5Rect rtClip;
+    uint32_t dwEraseColor;
+    uint32_t dwReserved;
+} ZT5DisplayParam;
+ZT5_STATIC_ASSERT(sizeof(ZT5DisplayParam) == 44, "display record is 44 bytes");
+
+/* ZT5_CFG_DISPLAY_LAST_FRAME, 36 bytes. */
+typedef struct ZT5LastFrame {
+    uint32_t dwReserved;
+    ZT5FrameInfo frameInfo;
+} ZT5LastFrame;
+ZT5_STATIC_ASSERT(sizeof(ZT5LastFrame) == 36, "last frame record is 36 bytes");
+
+/* ZT5_CFG_COMMON_FISHEYE_PARAM: the lens circle in 1/10000 of the picture. */
+typedef struct ZT5FishEyeParam {
+    int32_t lCenterX;
+    int32_t lCenterY;
+    int32_t lRadiusX;
+    int32_t lRadiusY;
+} ZT5FishEyeParam;
+ZT5_STATIC_ASSERT(sizeof(ZT5FishEyeParam) == 16, "fisheye parameter is 16 bytes");
+
+/* Viewport record, 56 bytes. */
+typedef struct ZT5Viewport {
+    uint32_t hWnd;
+    uint32_t dwRotation;
+    uint32_t dwResizeAlg;
+    uint32_t dwOrientationMode;
+    int32_t lLeft;
+    int32_t lTop;
+    int32_t lWidth;
+    int32_t lHeight;
+    uint32_t dwReserved[6];
+} ZT5Viewport;
+ZT5_STATIC_ASSERT(sizeof(ZT5Viewport) == 56, "viewport record is 56 bytes");
+
+/* ZT5_CFG_PLAYER_MODE, 8 bytes. Mode 4 restarts the benchmark counters. */
+typedef struct ZT5PlayerMode {
+    uint32_t dwMode;
+    float fSpeed;
+} ZT5PlayerMode;
+ZT5_STATIC_ASSERT(sizeof(ZT5PlayerMode) == 8, "player mode record is 8 bytes");
+
+/* ZT5_CFG_CODEC_FRAME_CALLBACK. */
+typedef int32_t (*PFN_ZT5_FRAME_CALLBACK)(void *pFrameBuffer, void *pUserData);
+typedef struct ZT5FrameCallback {
+    PFN_ZT5_FRAME_CALLBACK pfnCallback;
+    void *pUserData;
+} ZT5FrameCallback;
+
+/* ZT5_CFG_CODEC_ALIGNINFO. */
+typedef struct ZT5AlignInfo {
+    uint32_t bNeedCrop;
+    uint32_t dwAlignCrop;
+} ZT5AlignInfo;
+
+/* ZT5_CFG_CODEC_HINT. */
+typedef struct ZT5CodecHint {
+    uint32_t dwHint0;
+    uint32_t dwHint1;
+} ZT5CodecHint;
+
+/* ZT5_CFG_DISPLAY_UITOUCH_VELOCITY: pinch rate and a pointer to its centre. */
+typedef struct ZT5TouchPinch {
+    float zoomRate;
+    float *pCenter; /* two floats: x, y */
+} ZT5TouchPinch;
+
+/* A touch point; ZT5_CFG_DISPLAY_UITOUCH_MOVED carries two of them. */
+typedef struct ZT5TouchPoint {
+    float x, y;
+} ZT5TouchPoint;
+
+/* The message block the UI callback receives by address. */
+typedef struct ZT5UIMessage {
+    uint32_t dwEvent;   /* always ZT5_UI_EVENT */
+    uint32_t dwValue1;
+    uint32_t dwValue2;  /* same as dwValue1 */
+    uint32_t dwParamID; /* ZT5_CFG_DISPLAY_CURISE_STATE_EVENT or ZT5_CFG_DISPLAY_EDGE_EVENT */
+} ZT5UIMessage;
+ZT5_STATIC_ASSERT(sizeof(ZT5UIMessage) == 16, "UI message block is 16 bytes");
+
+typedef void (*PFN_ZT5_UI_CALLBACK)(ZT5UIMessage *pMessage, void *pArg);
+
+/* ZT5_CFG_DISPLAY_UICALLBACK. pMutex points at a CZT5Mutex (ZT5Mutex.h)
+ * that the sender holds while it fills the block and calls; null means no
+ * lock. The host's record must live as long as the display uses it. */
+typedef struct ZT5UICallbackRecord {
+    void *pMutex;
+    PFN_ZT5_UI_CALLBACK pfnCallback;
+    void *pArg;
+    ZT5UIMessage msg;
+    uint32_t dwHostWords[8];
+} ZT5UICallbackRecord;
+
+/* Video logo record. The library copies dwDataSize bytes from pData. */
+typedef struct ZT5VideoLogo {
+    void *pData;
+    float fLeft, fTop, fRight, fBottom;
+    uint32_t dwDataSize;
+} ZT5VideoLogo;
+
+/* ZT5_CFG_DISPLAY_DISTORTION_PARAM: 13 doubles k1 k2 k3 p1 p2 fx fy ox oy and
+ * the four crop values (bottom, left, top, right). */
+typedef struct ZT5DistortionParam {
+    double *pTable;
+    uint32_t dwCount;
+} ZT5DistortionParam;
+
+/* Snapshot record, written by ZT5_CFG_DISPLAY_GL_SNAPSHOT. Pixels are RGBA,
+ * bottom row first, and belong to the display. */
+typedef struct ZT5Snapshot {
+    void *pBuffer;
+    uint32_t dwWidth;
+    uint32_t dwHeight;
+    uint32_t dwCSType; /* ZT5_SNAPSHOT_RGBA on success */
+} ZT5Snapshot;
+
+/* Shared memory agent of ZT5_CFG_COMMON_SHAREDMEM_AGENT: two buffers the host
+ * fills in turn. */
+typedef struct ZT5SharedMemAgent {
+    uint32_t dwUnused[2];
+    uint32_t dwYStride;
+    uint32_t dwUVStride;
+    uint32_t dwCheckA;
+    uint32_t dwCheckB;
+    uint32_t dwBusy0;
+    uint32_t dwBusy1;
+    uint8_t *pPlane0[3];
+    uint8_t *pPlane1[3];
+} ZT5SharedMemAgent;
+
+/* A three-word benchmark result (ZT5_CFG_COMMON_BENCHMARK_BLIT / _FRAME). */
+typedef struct ZT5BenchmarkTriple {
+    uint32_t dwWords[3];
+} ZT5BenchmarkTriple;
+
+/* ZT5_CFG_COMMON_BENCHMARK: word 1 is the index on input; words 11..13 get the
+ * blit triple, words 20..22 the frame triple. */
+typedef struct ZT5BenchmarkRecord {
+    uint32_t dwWords[23];
+} ZT5BenchmarkRecord;
+ZT5_STATIC_ASSERT(sizeof(ZT5BenchmarkRecord) == 92, "benchmark record is 92 bytes");
+
+/* Face rectangle of a frame's face list, 60 bytes. */
+typedef struct ZT5FaceRect {
+    uint32_t dwImageID;
+    uint32_t dwGender;
+    int32_t dwAge;
+    int32_t left, top, width, height;
+    char name[32];
+} ZT5FaceRect;
+ZT5_STATIC_ASSERT(sizeof(ZT5FaceRect) == 60, "face rectangle is 60 bytes");
+
+/* Saved state of one view, 264 bytes, the same layout for all views. */
+typedef struct FECurrentStatusData {
+    float fCamZ[4];
+    float fCamTranZ[4];
+    float fCamRotZ[4];
+    float fCamTranY[4];
+    float fCamAngleZ[4];
+    float fTz[4];
+    float zAngle[4];
+    float fCamRotX[4];
+    uint32_t dwReserved128;
+    float xMove;
+    float fTilt;
+    float mTransX;
+    float mTransY;
+    uint32_t dwReserved148;
+    float mAnimalStepX;
+    uint32_t dwReserved156;
+    float mAnimalStepY;
+    uint32_t bRestored;
+    float mScaleRatio;
+    int32_t bIsZoom;
+    uint32_t dwReserved176;
+    float mfZoom;
+    int32_t maxState;
+    int32_t maxMinInit;
+    int32_t mCruiseState;
+    int32_t nCruiseDir;
+    float mCruiseVelocity;
+    uint32_t dwReserved204;
+    int32_t nRoamState;
+    int32_t viewBigIndex;
+    int32_t mCurViewIndex;
+    int32_t nRoamInit;
+    uint32_t dwReserved224[4];
+    int32_t bIsAutoTouring[4];
+    int32_t belasticstate;
+    int32_t mFishEyeMode;
+} FECurrentStatusData;
+ZT5_STATIC_ASSERT(sizeof(FECurrentStatusData) == 264, "saved view state is 264 bytes");
+ZT5_STATIC_ASSERT(offsetof(FECurrentStatusData, xMove) == 132, "xMove at 132");
+ZT5_STATIC_ASSERT(offsetof(FECurrentStatusData, mTransX) == 140, "mTransX at 140");
+ZT5_STATIC_ASSERT(offsetof(FECurrentStatusData, bRestored) == 164, "bRestored at 164");
+ZT5_STATIC_ASSERT(offsetof(FECurrentStatusData, mfZoom) == 180, "mfZoom at 180");
+ZT5_STATIC_ASSERT(offsetof(FECurrentStatusData, mCruiseVelocity) == 200, "mCruiseVelocity at 200");
+ZT5_STATIC_ASSERT(offsetof(FECurrentStatusData, nRoamState) == 208, "nRoamState at 208");
+ZT5_STATIC_ASSERT(offsetof(FECurrentStatusData, bIsAutoTouring) == 240, "bIsAutoTouring at 240");
+ZT5_STATIC_ASSERT(offsetof(FECurrentStatusData, mFishEyeMode) == 260, "mFishEyeMode at 260");
+
+#endif

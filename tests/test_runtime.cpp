@@ -1,0 +1,296 @@
+// The platform layer: events, re-entrant mutexes, suspended threads, memory
+// compare, the benchmark timers and the trace level.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+#include "CMBenchmark.h"
+#include "MLog.h"
+#include "MRuntime.h"
+
+TEST(Event, ManualResetStaysSignalledUntilReset)
+{
+    for (MDWord mode : {0u, 2u}) {
+        MHandle e = MEventCreate(mode);
+        ASSERT_NE(e, nullptr);
+        EXPECT_EQ(MEventWait(e, 0), 1);
+        EXPECT_EQ(MEventSignal(e), 0);
+        EXPECT_EQ(MEventWait(e, 0), 0);
+        EXPECT_EQ(MEventWait(e, 10), 0);
+        EXPECT_EQ(MEventWait(e, M_INFINITE), 0);
+        EXPECT_EQ(MEventReset(e), 0);
+        EXPECT_EQ(MEventWait(e, 5), 1);
+        EXPECT_EQ(MEventDestroy(e), 0);
+    }
+}
+
+TEST(Event, AutoResetReleasesOneWait)
+{
+    MHandle e = MEventCreate(1);
+    MEventSignal(e);
+    EXPECT_EQ(MEventWait(e, 0), 0);
+    EXPECT_EQ(MEventWait(e, 0), 1);
+    MEventDestroy(e);
+}
+
+TEST(Event, NullHandlesAnswerTwo)
+{
+    EXPECT_EQ(MEventWait(nullptr, 0), 2);
+    EXPECT_EQ(MEventSignal(nullptr), 2);
+    EXPECT_EQ(MEventReset(nullptr), 2);
+    EXPECT_EQ(MEventDestroy(nullptr), 2);
+}
+
+TEST(Event, TimedWaitWakesWhenSignalledFromAnotherThread)
+{
+    CZT5Event ev(0);
+    std::thread t([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        ev.Signal();
+    });
+    auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(ev.Wait(5000), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(4));
+    t.join();
+}
+
+TEST(Mutex, ReentrantOnOwningThreadAndExclusiveAcrossThreads)
+{
+    CZT5Mutex m;
+    EXPECT_EQ(m.Lock(), 0);
+    EXPECT_EQ(m.Lock(), 0); // must not block
+    std::atomic<bool> got{false};
+    std::thread t([&] {
+        m.Lock();
+        got = true;
+        m.Unlock();
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    EXPECT_FALSE(got.load());
+    m.Unlock();
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_FALSE(got.load()); // still held once
+    m.Unlock();
+    t.join();
+    EXPECT_TRUE(got.load());
+    EXPECT_EQ(MMutexLock(nullptr), 2);
+    EXPECT_EQ(MMutexUnlock(nullptr), 2);
+    EXPECT_EQ(MMutexDestroy(nullptr), 0);
+}
+
+static std::atomic<int> g_runs{0};
+static uintptr_t CountRun(void *)
+{
+    g_runs++;
+    return 7;
+}
+
+TEST(Thread, CreatedSuspendedRunsOnlyAfterResume)
+{
+    g_runs = 0;
+    EXPECT_EQ(MThreadCreate(nullptr, nullptr), nullptr);
+    MHandle t = MThreadCreate(CountRun, nullptr);
+    ASSERT_NE(t, nullptr);
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    EXPECT_EQ(g_runs.load(), 0);
+    EXPECT_EQ(MThreadSuspend(t), 0);
+    EXPECT_EQ(MThreadResume(t), 0);
+    EXPECT_EQ(MThreadWait(t, 5000), 0);
+    EXPECT_EQ(g_runs.load(), 1);
+    EXPECT_EQ(MThreadDestroy(t), 0);
+    EXPECT_EQ(MThreadDestroy(nullptr), 0);
+}
+
+TEST(Thread, DestroyingANeverResumedThreadDoesNotRunIt)
+{
+    g_runs = 0;
+    MHandle t = MThreadCreate(CountRun, nullptr);
+    EXPECT_EQ(MThreadDestroy(t), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(g_runs.load(), 0);
+}
+
+TEST(Thread, PriorityLevels)
+{
+    MHandle t = MThreadCreate(CountRun, nullptr);
+    for (int lvl = -2; lvl <= 2; lvl++) EXPECT_EQ(MThreadSetPriority(t, lvl), 0);
+    EXPECT_EQ(MThreadSetPriority(t, 3), 2);
+    EXPECT_EQ(MThreadSetPriority(t, -3), 2);
+    EXPECT_EQ(MThreadSetPriority(nullptr, 0), 2);
+    MThreadResume(t);
+    MThreadWait(t, M_INFINITE);
+    MThreadDestroy(t);
+}
+
+class CountingThread : public CZT5Thread {
+public:
+    std::atomic<int> runs{0};
+    MDWord Run() override
+    {
+        runs++;
+        return CZT5Thread::Run();
+    }
+    ~CountingThread() override { Exit(); }
+};
+
+TEST(Thread, ThreadObjectCreateRunExit)
+{
+    CountingThread th;
+    EXPECT_EQ(th.Create(0), 1);
+    EXPECT_EQ(th.Create(0), 1); // exists already
+    EXPECT_EQ(th.Resume(), 1);
+    EXPECT_EQ(th.Lock(), 1);
+    EXPECT_EQ(th.Unlock(), 1);
+    EXPECT_EQ(th.Exit(), 1);
+    EXPECT_EQ(th.runs.load(), 1);
+}
+
+TEST(Memory, CompareIsUnsignedAndCoversTheTail)
+{
+    unsigned char a[7] = {1, 2, 3, 4, 5, 6, 7};
+    unsigned char b[7] = {1, 2, 3, 4, 5, 6, 0x80};
+    EXPECT_EQ(MMemCmp(a, b, 0), 0);
+    EXPECT_EQ(MMemCmp(a, b, 6), 0);
+    EXPECT_EQ(MMemCmp(a, b, 7), -1);
+    EXPECT_EQ(MMemCmp(b, a, 7), 1);
+    char buf[32];
+    EXPECT_EQ(MSprintf(buf, "%d-%s", 42, "x"), 4);
+    EXPECT_EQ(MStrLen(buf), 4u);
+    void *p = MMemAlloc(16);
+    MMemSet(p, 0xab, 16);
+    p = MMemRealloc(p, 64);
+    EXPECT_EQ(static_cast<unsigned char *>(p)[15], 0xab);
+    MMemFree(p);
+}
+
+TEST(Clock, TicksAreTenthsOfAMillisecond)
+{
+    MDWord a = MGetTickCount();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    MDWord d = MGetTickCount() - a;
+    EXPECT_GE(d, 450u);
+    EXPECT_LT(d, 50000u);
+}
+
+static MDWord g_fakeNow = 0;
+static MDWord FakeClock()
+{
+    return g_fakeNow;
+}
+
+TEST(Benchmark, StartStopTotalsMinMax)
+{
+    CMBenchmark b;
+    b.SetClock(FakeClock);
+    MDWord t[3] = {9, 9, 9};
+    EXPECT_EQ(b.GetTriple(3, 0, t), 2);
+    EXPECT_EQ(t[0], 9u); // untouched
+    g_fakeNow = 100;
+    EXPECT_EQ(b.Start(3), 0);
+    g_fakeNow = 130;
+    EXPECT_EQ(b.Stop(3, 1), 0);
+    ASSERT_EQ(b.GetTriple(3, 0, t), 0);
+    EXPECT_EQ(t[0], 30u);
+    EXPECT_EQ(t[1], 1u);
+    ASSERT_EQ(b.GetTriple(3, 1, t), 0);
+    EXPECT_EQ(t[0], 30u); // first measurement sets min and max
+    EXPECT_EQ(t[1], 0u);
+    ASSERT_EQ(b.GetTriple(3, 2, t), 0);
+    EXPECT_EQ(t[0], 30u);
+
+    b.Start(3);
+    g_fakeNow = 180;
+    b.Stop(3, 1);
+    b.GetTriple(3, 2, t);
+    EXPECT_EQ(t[0], 50u);
+    EXPECT_EQ(t[1], 1u);
+    b.GetTriple(3, 0, t);
+    EXPECT_EQ(t[0], 80u);
+    EXPECT_EQ(t[1], 2u);
+
+    // A stop without a start is ignored; so is a wrapped clock.
+    EXPECT_EQ(b.Stop(3, 1), 0);
+    g_fakeNow = 1000;
+    b.Start(3);
+    g_fakeNow = 900;
+    EXPECT_EQ(b.Stop(3, 1), 0);
+    b.GetTriple(3, 0, t);
+    EXPECT_EQ(t[1], 2u);
+    EXPECT_EQ(b.Stop(77, 1), 2);
+}
+
+TEST(Benchmark, TwentyItemsThenFullAndModes)
+{
+    CMBenchmark b;
+    for (MDWord id = 0; id < 20; id++) EXPECT_EQ(b.Start(id), 0);
+    EXPECT_EQ(b.Start(99), 3);
+    EXPECT_EQ(b.IsEnabled(), 1);
+    struct {
+        MDWord mode;
+        float speed;
+    } rec = {1, 1.0f};
+    b.SetMode(&rec);
+    EXPECT_EQ(b.IsEnabled(), 0);
+    MDWord t[3];
+    EXPECT_EQ(b.GetTriple(5, 0, t), 0); // counters stay in mode 1
+    rec.mode = 4;
+    b.SetMode(&rec);
+    EXPECT_EQ(b.IsEnabled(), 1);
+    EXPECT_EQ(b.GetTriple(5, 0, t), 2); // cleared
+    b.SetMode(nullptr);
+    EXPECT_EQ(b.m_dwMode, 4u);
+}
+
+static std::string g_lastLine;
+static void CaptureLine(const char *line)
+{
+    g_lastLine = line;
+}
+
+TEST(Log, SilentAtLevelZeroAndHeadAtLevelOne)
+{
+    MLogSetSink(CaptureLine);
+    g_lastLine.clear();
+    MLogInfo("hello %d\n", 1);
+    EXPECT_TRUE(g_lastLine.empty());
+    MLogSetLevel(1);
+    MLogInfo("hello %d\n", 2);
+    MLogDebug("debug\n");
+    EXPECT_NE(g_lastLine.find("hello 2\n"), std::string::npos);
+    EXPECT_EQ(g_lastLine[0], '[');
+    EXPECT_NE(g_lastLine.find(" tid:"), std::string::npos);
+    // "[YYYY-MM-DD HH:MM:SS.mmm tid:N]"
+    EXPECT_EQ(g_lastLine[5], '-');
+    EXPECT_EQ(g_lastLine[20], '.');
+    MLogSetLevel(0);
+    MLogSetSink(nullptr);
+}
+
+TEST(Log, FileNameAndBufferOverflowDropsTheMessage)
+{
+    char dir[] = "/tmp/pvlogXXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    std::string prefix = std::string(dir) + "/run";
+    MLogOpen(prefix.c_str(), 0);
+    ASSERT_NE(g_pLog, nullptr);
+    std::string path = prefix + "_Ztcore5Player.log";
+    EXPECT_EQ(access(path.c_str(), F_OK), 0);
+    MLogWrite("abc", 3);
+    std::string big(60000, 'x');
+    MLogWrite(big.data(), big.size()); // flushes "abc", drops itself
+    MLogClose();
+    FILE *f = std::fopen(path.c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    char buf[16] = {0};
+    size_t n = std::fread(buf, 1, sizeof(buf), f);
+    std::fclose(f);
+    EXPECT_EQ(std::string(buf, n), "abc");
+    EXPECT_EQ(MLogDumpEnabled(), 0);
+    std::remove(path.c_str());
+    rmdir(dir);
+}
