@@ -1,0 +1,132 @@
+#include "SyntheticScene.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace synthetic {
+
+const Rgb kSectorRgb[8] = {
+    {220, 30, 30},   // 0 red
+    {235, 140, 20},  // 1 orange
+    {230, 220, 30},  // 2 yellow
+    {40, 190, 50},   // 3 green
+    {30, 200, 210},  // 4 cyan
+    {40, 70, 220},   // 5 blue
+    {130, 50, 200},  // 6 purple
+    {220, 60, 170},  // 7 magenta
+};
+const Rgb kRingRgb = {60, 60, 60};
+const Rgb kHorizonRgb = {255, 255, 255};
+
+static const double kPi = 3.14159265358979323846;
+
+static uint8_t Clamp8(double v)
+{
+    return static_cast<uint8_t>(std::min(255.0, std::max(0.0, std::floor(v + 0.5))));
+}
+
+void RgbToYuv(Rgb c, uint8_t *y, uint8_t *u, uint8_t *v)
+{
+    double r = c.r, g = c.g, b = c.b;
+    *y = Clamp8(16.0 + 0.256788 * r + 0.504129 * g + 0.097906 * b);
+    *u = Clamp8(128.0 - 0.148223 * r - 0.290993 * g + 0.439216 * b);
+    *v = Clamp8(128.0 + 0.439216 * r - 0.367788 * g - 0.071427 * b);
+}
+
+Rgb YuvToRgb(uint8_t y, uint8_t u, uint8_t v)
+{
+    double yy = 1.1643 * (y / 255.0 - 0.0625);
+    double uu = u / 255.0 - 0.5, vv = v / 255.0 - 0.5;
+    double r = yy + 1.5958 * vv;
+    double g = yy - 0.39173 * uu - 0.81290 * vv;
+    double b = yy + 2.017 * uu;
+    return {Clamp8(r * 255.0), Clamp8(g * 255.0), Clamp8(b * 255.0)};
+}
+
+Rgb SceneColour(double thetaDeg, double phiDeg)
+{
+    if (thetaDeg >= 75.0 && thetaDeg < 85.0) return kHorizonRgb;
+    if (std::fabs(thetaDeg - 30.0) <= 1.0 || std::fabs(thetaDeg - 60.0) <= 1.0) return kRingRgb;
+    double p = std::fmod(phiDeg, 360.0);
+    if (p < 0) p += 360.0;
+    int k = std::min(7, static_cast<int>(p / 45.0));
+    return kSectorRgb[k];
+}
+
+// 5x7 digits, one row a byte, bit 4 the leftmost column.
+static const uint8_t kDigits[10][7] = {
+    {0x0E, 0x11, 0x13, 0x15, 0x19, 0x11, 0x0E}, {0x04, 0x0C, 0x04, 0x04, 0x04, 0x04, 0x0E},
+    {0x0E, 0x11, 0x01, 0x02, 0x04, 0x08, 0x1F}, {0x1F, 0x02, 0x04, 0x02, 0x01, 0x11, 0x0E},
+    {0x02, 0x06, 0x0A, 0x12, 0x1F, 0x02, 0x02}, {0x1F, 0x10, 0x1E, 0x01, 0x01, 0x11, 0x0E},
+    {0x06, 0x08, 0x10, 0x1E, 0x11, 0x11, 0x0E}, {0x1F, 0x01, 0x02, 0x04, 0x08, 0x08, 0x08},
+    {0x0E, 0x11, 0x11, 0x0E, 0x11, 0x11, 0x0E}, {0x0E, 0x11, 0x11, 0x0F, 0x01, 0x02, 0x0C},
+};
+
+void RenderFisheyeFrame(const LensFrame &lens, int frame, uint8_t *i420)
+{
+    const int w = lens.width, h = lens.height;
+    uint8_t *Y = i420;
+    uint8_t *U = i420 + size_t(w) * h;
+    uint8_t *V = U + size_t(w / 2) * (h / 2);
+    const double R = lens.radius > 0 ? lens.radius : 1;
+    const double degPerPx = 90.0 / R;
+
+    // Label boxes in pixels: centre and size of each digit.
+    struct Label {
+        double x, y, cell;
+    } labels[8];
+    for (int k = 0; k < 8; k++) {
+        double phi = (45.0 * k + 22.5) * kPi / 180.0;
+        double r = R * 50.0 / 90.0;
+        labels[k] = {lens.cx + r * std::cos(phi), lens.cy - r * std::sin(phi), (9.0 / degPerPx) / 7.0};
+    }
+    const double dotPhi = 2.0 * frame * kPi / 180.0;
+    const double dotX = lens.cx + R * (20.0 / 90.0) * std::cos(dotPhi);
+    const double dotY = lens.cy - R * (20.0 / 90.0) * std::sin(dotPhi);
+    const double dotR = 3.0 / degPerPx;
+
+    auto colourAt = [&](int x, int y) -> Rgb {
+        double dx = x + 0.5 - lens.cx, dy = y + 0.5 - lens.cy;
+        double r = std::sqrt(dx * dx + dy * dy);
+        if (r >= R) return {0, 0, 0};
+        if ((x + 0.5 - dotX) * (x + 0.5 - dotX) + (y + 0.5 - dotY) * (y + 0.5 - dotY) <= dotR * dotR)
+            return {0, 0, 0};
+        for (int k = 0; k < 8; k++) {
+            const Label &L = labels[k];
+            double gx = (x + 0.5 - L.x) / L.cell + 2.5, gy = (y + 0.5 - L.y) / L.cell + 3.5;
+            if (gx >= 0 && gx < 5 && gy >= 0 && gy < 7) {
+                if (kDigits[k][int(gy)] & (0x10 >> int(gx))) return {0, 0, 0};
+            }
+        }
+        double theta = r * degPerPx;
+        double phi = std::atan2(-dy, dx) * 180.0 / kPi;
+        if (phi < 0) phi += 360.0;
+        return SceneColour(theta, phi);
+    };
+
+    for (int y = 0; y < h; y += 2) {
+        for (int x = 0; x < w; x += 2) {
+            int su = 0, sv = 0;
+            for (int j = 0; j < 2; j++) {
+                for (int i = 0; i < 2; i++) {
+                    uint8_t yy, uu, vv;
+                    RgbToYuv(colourAt(x + i, y + j), &yy, &uu, &vv);
+                    Y[size_t(y + j) * w + x + i] = yy;
+                    su += uu;
+                    sv += vv;
+                }
+            }
+            U[size_t(y / 2) * (w / 2) + x / 2] = uint8_t((su + 2) / 4);
+            V[size_t(y / 2) * (w / 2) + x / 2] = uint8_t((sv + 2) / 4);
+        }
+    }
+}
+
+std::vector<uint8_t> MakeFisheyeFrame(const LensFrame &lens, int frame)
+{
+    std::vector<uint8_t> buf(size_t(lens.width) * lens.height * 3 / 2);
+    RenderFisheyeFrame(lens, frame, buf.data());
+    return buf;
+}
+
+} // namespace synthetic

@@ -1,0 +1,59 @@
+// The built-in input of the demo host and of the tests: an animated scene
+// seen through a circular equidistant fisheye lens, in planar I420.
+//
+// Geometry (all tests rely on it):
+// - The lens circle has centre (cx, cy) and radius R in pixels of the frame.
+// - Equidistant law: a ray at angle theta from the optical axis (0..90
+//   degrees) lands at distance r = R * theta / 90 from the centre; the circle
+//   edge is theta = 90 (the horizon).
+// - Azimuth phi of a pixel (x, y): atan2(-(y - cy), x - cx) in degrees,
+//   0..360, counter-clockwise as the frame is seen, 0 pointing right.
+// - Compass sectors: eight of 45 degrees; sector k covers phi in
+//   [45k, 45k + 45) and is painted with kSectorRgb[k].
+// - Rings: dark grey (kRingRgb) where theta is within 1 degree of 30 or 60.
+// - Horizon ring: white (kHorizonRgb) for theta in [75, 85).
+// - Labels: the digit k, black, about 9 degrees tall, centred at theta 50 in
+//   the middle of sector k (phi = 45k + 22.5), upright as the frame is seen.
+// - Animation: a black dot of 3 degrees radius at theta 20, phi = 2 * frame.
+// - Outside the circle: black.
+#ifndef PANOVIEW_SYNTHETICSCENE_H
+#define PANOVIEW_SYNTHETICSCENE_H
+
+#include <cstdint>
+#include <vector>
+
+namespace synthetic {
+
+struct Rgb {
+    uint8_t r, g, b;
+};
+
+extern const Rgb kSectorRgb[8];
+extern const Rgb kRingRgb;
+extern const Rgb kHorizonRgb;
+
+struct LensFrame {
+    int width = 1920;
+    int height = 1080;
+    int cx = 960;
+    int cy = 540;
+    int radius = 540;
+};
+
+// BT.601 video-range conversion used to paint the scene.
+void RgbToYuv(Rgb c, uint8_t *y, uint8_t *u, uint8_t *v);
+// The inverse the plain view's shader computes (video range expanded).
+Rgb YuvToRgb(uint8_t y, uint8_t u, uint8_t v);
+
+// Scene colour at a direction: theta from the axis, phi azimuth (degrees),
+// without labels and animation dot.
+Rgb SceneColour(double thetaDeg, double phiDeg);
+
+// Paints frame number `frame` into `i420` (width*height*3/2 bytes; width and
+// height even).
+void RenderFisheyeFrame(const LensFrame &lens, int frame, uint8_t *i420);
+std::vector<uint8_t> MakeFisheyeFrame(const LensFrame &lens, int frame);
+
+} // namespace synthetic
+
+#endif
