@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <mutex>
 
 namespace synthetic {
 
@@ -62,7 +64,11 @@ static const uint8_t kDigits[10][7] = {
     {0x0E, 0x11, 0x11, 0x0E, 0x11, 0x11, 0x0E}, {0x0E, 0x11, 0x11, 0x0F, 0x01, 0x02, 0x0C},
 };
 
-void RenderFisheyeFrame(const LensFrame &lens, int frame, uint8_t *i420)
+namespace {
+
+// Paints the 2x2 blocks of [x0, x1) x [y0, y1) (even bounds) of frame
+// `frame`; `withDot` false leaves the animated dot out.
+void PaintBlocks(const LensFrame &lens, int frame, bool withDot, int x0, int y0, int x1, int y1, uint8_t *i420)
 {
     const int w = lens.width, h = lens.height;
     uint8_t *Y = i420;
@@ -89,7 +95,7 @@ void RenderFisheyeFrame(const LensFrame &lens, int frame, uint8_t *i420)
         double dx = x + 0.5 - lens.cx, dy = y + 0.5 - lens.cy;
         double r = std::sqrt(dx * dx + dy * dy);
         if (r >= R) return {0, 0, 0};
-        if ((x + 0.5 - dotX) * (x + 0.5 - dotX) + (y + 0.5 - dotY) * (y + 0.5 - dotY) <= dotR * dotR)
+        if (withDot && (x + 0.5 - dotX) * (x + 0.5 - dotX) + (y + 0.5 - dotY) * (y + 0.5 - dotY) <= dotR * dotR)
             return {0, 0, 0};
         for (int k = 0; k < 8; k++) {
             const Label &L = labels[k];
@@ -104,8 +110,8 @@ void RenderFisheyeFrame(const LensFrame &lens, int frame, uint8_t *i420)
         return SceneColour(theta, phi);
     };
 
-    for (int y = 0; y < h; y += 2) {
-        for (int x = 0; x < w; x += 2) {
+    for (int y = y0; y < y1; y += 2) {
+        for (int x = x0; x < x1; x += 2) {
             int su = 0, sv = 0;
             for (int j = 0; j < 2; j++) {
                 for (int i = 0; i < 2; i++) {
@@ -120,6 +126,50 @@ void RenderFisheyeFrame(const LensFrame &lens, int frame, uint8_t *i420)
             V[size_t(y / 2) * (w / 2) + x / 2] = uint8_t((sv + 2) / 4);
         }
     }
+}
+
+// The still part of the scene (all but the dot) of the last lens asked for:
+// a frame is this picture plus the dot painted over it, which costs a copy
+// and a few hundred blocks instead of two million trigonometric pixels.
+struct StillCache {
+    std::mutex mutex;
+    LensFrame lens;
+    bool valid = false;
+    std::vector<uint8_t> still;
+};
+
+bool SameLens(const LensFrame &a, const LensFrame &b)
+{
+    return a.width == b.width && a.height == b.height && a.cx == b.cx && a.cy == b.cy && a.radius == b.radius;
+}
+
+} // namespace
+
+void RenderFisheyeFrame(const LensFrame &lens, int frame, uint8_t *i420)
+{
+    const int w = lens.width, h = lens.height;
+    const size_t bytes = size_t(w) * h + 2 * size_t(w / 2) * (h / 2);
+    static StillCache cache;
+    {
+        std::lock_guard<std::mutex> lock(cache.mutex);
+        if (!cache.valid || !SameLens(cache.lens, lens)) {
+            cache.still.assign(bytes, 0);
+            PaintBlocks(lens, frame, false, 0, 0, w & ~1, h & ~1, cache.still.data());
+            cache.lens = lens;
+            cache.valid = true;
+        }
+        std::memcpy(i420, cache.still.data(), bytes);
+    }
+    // Repaint the blocks the dot may touch, with the dot.
+    const double R = lens.radius > 0 ? lens.radius : 1;
+    const double dotPhi = 2.0 * frame * kPi / 180.0;
+    const double dotX = lens.cx + R * (20.0 / 90.0) * std::cos(dotPhi);
+    const double dotY = lens.cy - R * (20.0 / 90.0) * std::sin(dotPhi);
+    const double reach = 3.0 * R / 90.0 + 2.0;
+    auto evenFloor = [](double v) { return int(std::floor(v / 2.0)) * 2; };
+    int x0 = std::max(0, evenFloor(dotX - reach)), y0 = std::max(0, evenFloor(dotY - reach));
+    int x1 = std::min(w & ~1, evenFloor(dotX + reach) + 2), y1 = std::min(h & ~1, evenFloor(dotY + reach) + 2);
+    if (x0 < x1 && y0 < y1) PaintBlocks(lens, frame, true, x0, y0, x1, y1, i420);
 }
 
 std::vector<uint8_t> MakeFisheyeFrame(const LensFrame &lens, int frame)

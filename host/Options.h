@@ -1,0 +1,34 @@
+// Command line of panoview-play.
+#ifndef PANOVIEW_HOST_OPTIONS_H
+#define PANOVIEW_HOST_OPTIONS_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct PlayerOptions {
+    std::string libPath;           // --lib
+    std::string inputPath;         // --input (raw I420); empty: the synthetic scene
+    int inputWidth = 0;            // --size WxH of the raw input
+    int inputHeight = 0;
+    int windowWidth = 1280;        // --window WxH
+    int windowHeight = 720;
+    std::vector<int> modes;        // --mode N (repeatable); empty: default per run kind
+    long frames = -1;              // --frames N; -1: until the window closes
+    double fps = 30.0;             // --fps N
+    std::string snapshotPath;      // --snapshot out.png
+    bool haveLens = false;         // --lens cx,cy,rx,ry in 1/10000 of the picture
+    int32_t lens[4] = {0, 0, 0, 0};
+    uint32_t fitMode = 0;          // --fit N
+    uint32_t rotation = 0;         // --rotation 0|90|180|270 (FrameInfo.dwRotation)
+    bool headless = false;         // --headless: no waiting for a window close
+    std::string outDir;            // --outdir DIR: snapshots per mode in headless runs
+    bool verbose = false;          // --verbose
+    bool help = false;
+};
+
+// Parses argv. Returns false and fills *error on a bad command line.
+bool ParseOptions(int argc, char **argv, PlayerOptions *opts, std::string *error);
+void PrintUsage(const char *argv0);
+
+#endif

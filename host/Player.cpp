@@ -1,0 +1,408 @@
+#include "Player.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+
+#include "PngWriter.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// The built-in scene: a 1920x1080 frame with the lens circle in the middle.
+synthetic::LensFrame SceneLens()
+{
+    return synthetic::LensFrame();
+}
+
+// A length in pixels as ten-thousandths of `total`, rounded.
+int32_t TenThousandths(int value, int total)
+{
+    return int32_t((int64_t(value) * 10000 + total / 2) / total);
+}
+
+const char *EventName(uint32_t id)
+{
+    if (id == ZT5_CFG_DISPLAY_CURISE_STATE_EVENT) return "cruise state";
+    if (id == ZT5_CFG_DISPLAY_EDGE_EVENT) return "edge";
+    return "event";
+}
+
+} // namespace
+
+Player::Player(const PlayerOptions &opts) : m_opts(opts)
+{
+    m_uiRecord.pMutex = &m_uiMutex;
+    m_uiRecord.pfnCallback = &Player::OnUiMessage;
+    m_uiRecord.pArg = this;
+}
+
+Player::~Player()
+{
+    m_display.Uninit();
+}
+
+void Player::OnUiMessage(ZT5UIMessage *msg, void *)
+{
+    if (!msg) return;
+    std::printf("library event: %s %u (event %u, id 0x%x)\n", EventName(msg->dwParamID), msg->dwValue1,
+                msg->dwEvent, msg->dwParamID);
+    std::fflush(stdout);
+}
+
+bool Player::OpenSource()
+{
+    std::string error;
+    if (m_opts.inputPath.empty()) {
+        m_source.reset(new SyntheticSource(SceneLens()));
+        return true;
+    }
+    auto *raw = new RawI420Source();
+    m_source.reset(raw);
+    if (!raw->Open(m_opts.inputPath, m_opts.inputWidth, m_opts.inputHeight, &error)) {
+        std::fprintf(stderr, "%s\n", error.c_str());
+        return false;
+    }
+    return true;
+}
+
+bool Player::Setup()
+{
+    std::string error;
+    if (!OpenSource()) return false;
+    if (!m_window.Open(m_opts.windowWidth, m_opts.windowHeight, "panoview-play", &error)) {
+        std::fprintf(stderr, "%s\n", error.c_str());
+        return false;
+    }
+    std::string lib = m_opts.libPath.empty() ? std::string(PANOVIEW_LIB_PATH) : m_opts.libPath;
+    if (!m_lib.Load(lib, &error) || !m_display.Create(m_lib.plugin(), &error)) {
+        std::fprintf(stderr, "%s\n", error.c_str());
+        return false;
+    }
+    m_display.SetVerbose(m_opts.verbose);
+
+    m_frameInfo.dwWidth = uint32_t(m_source->width());
+    m_frameInfo.dwHeight = uint32_t(m_source->height());
+    m_frameInfo.dwStride = m_frameInfo.dwWidth;
+    m_frameInfo.dwSliceHeight = m_frameInfo.dwHeight;
+    m_frameInfo.dwCSType = ZT5_FRAME_CS_I420;
+    m_frameInfo.dwRotation = m_opts.rotation;
+
+    SendStartParameters();
+    int32_t res = m_display.Init(m_window.id(), m_window.width(), m_window.height());
+    if (res != ZT5_OK) {
+        std::fprintf(stderr, "Init failed with %d\n", res);
+        return false;
+    }
+    return true;
+}
+
+// The parameter set a player sends before its first frame.
+void Player::SendStartParameters()
+{
+    m_display.SetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 1, "USE_OPENGLES");
+    m_display.SetU32(ZT5_CFG_DISPLAY_FIT_MODE, m_opts.fitMode, "FIT_MODE");
+    if (m_opts.haveLens) {
+        m_lens = {m_opts.lens[0], m_opts.lens[1], m_opts.lens[2], m_opts.lens[3]};
+    } else {
+        synthetic::LensFrame l = SceneLens();
+        m_lens = {TenThousandths(l.cx, l.width), TenThousandths(l.cy, l.height), TenThousandths(l.radius, l.width),
+                  TenThousandths(l.radius, l.height)};
+    }
+    std::printf("lens circle (1/10000): centre %d,%d radius %d,%d\n", m_lens.lCenterX, m_lens.lCenterY,
+                m_lens.lRadiusX, m_lens.lRadiusY);
+    m_display.Set(ZT5_CFG_COMMON_FISHEYE_PARAM, &m_lens, "COMMON_FISHEYE_PARAM");
+    m_mode = RunModes().front();
+    m_display.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, uint32_t(m_mode), "FISHEYE_MODE");
+    m_display.Set(ZT5_CFG_DISPLAY_UICALLBACK, &m_uiRecord, "UICALLBACK");
+}
+
+void Player::SetMode(int mode)
+{
+    if (mode == m_mode) return;
+    m_mode = mode;
+    std::printf("view mode %d\n", mode);
+    std::fflush(stdout);
+    m_display.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, uint32_t(mode), "FISHEYE_MODE");
+}
+
+bool Player::PushFrame()
+{
+    uint8_t *frame = m_source->Next();
+    if (!frame) {
+        std::fprintf(stderr, "no more input\n");
+        return false;
+    }
+    int32_t res = m_display.Draw(frame, m_frameInfo);
+    if (res != ZT5_OK && m_framesShown < 3) std::fprintf(stderr, "DrawFrame returned %d\n", res);
+    m_framesShown++;
+    return true;
+}
+
+bool Player::PlayFrames(long frames)
+{
+    const auto period = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1.0 / m_opts.fps));
+    auto next = Clock::now();
+    for (long i = 0; frames < 0 || i < frames; i++) {
+        HandleEvents();
+        if (m_quit) return false;
+        if (!PushFrame()) return false;
+        next += period;
+        auto now = Clock::now();
+        if (next > now) std::this_thread::sleep_until(next);
+        else next = now; // running late: don't try to catch up
+    }
+    return true;
+}
+
+namespace {
+
+bool MakeDirs(const std::string &path)
+{
+    for (size_t pos = 1; pos <= path.size(); pos++) {
+        if (pos == path.size() || path[pos] == '/') {
+            if (mkdir(path.substr(0, pos).c_str(), 0755) != 0 && errno != EEXIST) return false;
+        }
+    }
+    return true;
+}
+
+bool IsUniform(const ZT5Snapshot &shot)
+{
+    const uint32_t *px = static_cast<const uint32_t *>(shot.pBuffer);
+    const size_t n = size_t(shot.dwWidth) * shot.dwHeight;
+    for (size_t i = 1; i < n; i++)
+        if (px[i] != px[0]) return false;
+    return true;
+}
+
+bool Usable(const ZT5Snapshot *shot)
+{
+    return shot && shot->dwCSType == ZT5_SNAPSHOT_RGBA && shot->pBuffer && shot->dwWidth && shot->dwHeight;
+}
+
+} // namespace
+
+// Reads the window back once the display has drawn something: the renderer
+// comes up on its own thread after the first frame and a new view compiles
+// its shaders, so right after the last frame the window may still be empty.
+// Waits (at most a few seconds) for a picture that isn't one flat colour; a
+// view that really is flat is written after the wait.
+bool Player::WriteSnapshot(const std::string &path)
+{
+    const ZT5Snapshot *shot = nullptr;
+    const auto end = Clock::now() + std::chrono::seconds(4);
+    do {
+        std::this_thread::sleep_for(std::chrono::milliseconds(40));
+        ZT5Snapshot *p = nullptr;
+        m_display.Get(ZT5_CFG_DISPLAY_GL_SNAPSHOT, &p);
+        if (p) shot = p;
+        if (Usable(shot) && !IsUniform(*shot)) break;
+    } while (Clock::now() < end);
+    if (!shot) {
+        std::fprintf(stderr, "no snapshot: the display has no renderer\n");
+        return false;
+    }
+    if (!Usable(shot)) {
+        std::fprintf(stderr, "snapshot failed (result 0x%x, %ux%u)\n", shot->dwCSType, shot->dwWidth,
+                     shot->dwHeight);
+        return false;
+    }
+    std::string error;
+    if (!WriteRgbaPng(path, static_cast<const uint8_t *>(shot->pBuffer), int(shot->dwWidth), int(shot->dwHeight),
+                      true, &error)) {
+        std::fprintf(stderr, "%s\n", error.c_str());
+        return false;
+    }
+    std::printf("snapshot %s (%ux%u)\n", path.c_str(), shot->dwWidth, shot->dwHeight);
+    std::fflush(stdout);
+    return true;
+}
+
+// The views a run shows: those asked for; else, in a headless run that writes
+// a snapshot per view, the raw lens picture and the first two dewarped views;
+// else the first dewarped view.
+std::vector<int> Player::RunModes() const
+{
+    if (!m_opts.modes.empty()) return m_opts.modes;
+    if (m_opts.headless && !m_opts.outDir.empty()) return {0, 1, 2};
+    return {1};
+}
+
+int Player::Run()
+{
+    if (!m_opts.outDir.empty() && !MakeDirs(m_opts.outDir)) {
+        std::fprintf(stderr, "cannot create %s\n", m_opts.outDir.c_str());
+        return 1;
+    }
+    if (!Setup()) return 1;
+    bool ok = true;
+    if (m_opts.headless) {
+        // A fixed number of frames per view, a snapshot of each.
+        const std::vector<int> modes = RunModes();
+        const long frames = m_opts.frames > 0 ? m_opts.frames : 45;
+        for (int mode : modes) {
+            SetMode(mode);
+            if (!PlayFrames(frames)) break;
+            if (!m_opts.outDir.empty()) {
+                ok = WriteSnapshot(m_opts.outDir + "/panoview-mode" + std::to_string(mode) + ".png") && ok;
+            }
+        }
+    } else {
+        PlayFrames(m_opts.frames);
+    }
+    if (!m_opts.snapshotPath.empty()) {
+        ok = WriteSnapshot(m_opts.snapshotPath) && ok;
+    }
+    std::printf("%ld frames shown\n", m_framesShown);
+    m_display.Uninit();
+    return ok ? 0 : 2;
+}
+
+// ---------------------------------------------------------------- input
+
+void Player::HandleEvents()
+{
+    WindowEvent e;
+    while (m_window.Poll(&e)) {
+        switch (e.type) {
+        case WindowEvent::kClose: m_quit = true; break;
+        case WindowEvent::kResize: OnResize(e.width, e.height); break;
+        case WindowEvent::kKey: OnKey(e.key); break;
+        case WindowEvent::kButtonDown: OnButtonDown(e); break;
+        case WindowEvent::kButtonUp: OnButtonUp(e); break;
+        case WindowEvent::kMotion: OnMotion(e); break;
+        case WindowEvent::kWheel: OnWheel(e); break;
+        default: break;
+        }
+    }
+}
+
+void Player::OnResize(int width, int height)
+{
+    std::printf("window %dx%d\n", width, height);
+    m_display.SetWindow(m_window.id(), width, height);
+}
+
+void Player::OnKey(char key)
+{
+    if (key >= '0' && key <= '9') return SetMode(key - '0');
+    switch (key) {
+    case '-': SetMode(10); break;
+    case 'c':
+        m_cruise = m_cruise ? 0 : 1;
+        std::printf("cruise %s\n", m_cruise ? "on" : "off");
+        m_display.Set(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, &m_cruise, "UITOUCH_AUTOCURISE");
+        break;
+    case 'p': {
+        std::string name = "panoview-snapshot-" + std::to_string(++m_snapshotCount) + ".png";
+        WriteSnapshot(m_opts.outDir.empty() ? name : m_opts.outDir + "/" + name);
+        break;
+    }
+    case 'k': SaveViewState(); break;
+    case 'r': RestoreViewState(); break;
+    case 'q':
+    case 27: m_quit = true; break;
+    default: break;
+    }
+    std::fflush(stdout);
+}
+
+void Player::SaveViewState()
+{
+    FECurrentStatusData *state = nullptr;
+    m_display.Get(ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS, &state);
+    if (!state) {
+        std::printf("no view state to save yet\n");
+        return;
+    }
+    // The library's record is overwritten by its next save: copy it now.
+    std::memcpy(&m_savedState, state, sizeof(m_savedState));
+    m_haveSavedState = true;
+    std::printf("view state of mode %d saved (%zu bytes)\n", m_savedState.mFishEyeMode, sizeof(m_savedState));
+}
+
+void Player::RestoreViewState()
+{
+    if (!m_haveSavedState) {
+        std::printf("press k to save a view state first\n");
+        return;
+    }
+    if (m_savedState.mFishEyeMode != m_mode)
+        std::printf("the saved state belongs to mode %d; switch to it to restore\n", m_savedState.mFishEyeMode);
+    // The display keeps this pointer and reads it again when it rebuilds its
+    // renderer, so it points at a member, not at a temporary.
+    m_restoreState = m_savedState;
+    m_display.Set(ZT5_CFG_DISPLAY_FE_CURRENTSTATUS, &m_restoreState, "FE_CURRENTSTATUS");
+    std::printf("view state restored\n");
+}
+
+void Player::OnButtonDown(const WindowEvent &e)
+{
+    if (e.button != 1) return;
+    const bool doubleClick = e.timeMs - m_lastClickMs < 400 && std::abs(e.x - m_lastClickX) < 8 &&
+                             std::abs(e.y - m_lastClickY) < 8;
+    m_lastClickMs = e.timeMs;
+    m_lastClickX = e.x;
+    m_lastClickY = e.y;
+    float p[2] = {float(e.x), float(e.y)};
+    m_display.Set(ZT5_CFG_DISPLAY_UITOUCH_DOWN, p, "UITOUCH_DOWN");
+    m_dragging = true;
+    m_lastPoint[0] = p[0];
+    m_lastPoint[1] = p[1];
+    m_samples[0] = {e.timeMs, p[0], p[1]};
+    m_sampleCount = 1;
+    if (doubleClick) {
+        m_doubleTap[0] = p[0];
+        m_doubleTap[1] = p[1];
+        m_display.Set(ZT5_CFG_DISPLAY_UITOUCH_DOUBLETAP, m_doubleTap, "UITOUCH_DOUBLETAP");
+        m_lastClickMs = 0; // a third click starts afresh
+    }
+}
+
+void Player::OnMotion(const WindowEvent &e)
+{
+    if (!m_dragging) return;
+    float moved[4] = {m_lastPoint[0], m_lastPoint[1], float(e.x), float(e.y)};
+    m_display.Set(ZT5_CFG_DISPLAY_UITOUCH_MOVED, moved, "UITOUCH_MOVED");
+    m_lastPoint[0] = moved[2];
+    m_lastPoint[1] = moved[3];
+    const int cap = int(sizeof(m_samples) / sizeof(m_samples[0]));
+    if (m_sampleCount == cap) {
+        std::memmove(m_samples, m_samples + 1, sizeof(Sample) * (cap - 1));
+        m_sampleCount--;
+    }
+    m_samples[m_sampleCount++] = {e.timeMs, moved[2], moved[3]};
+}
+
+void Player::OnButtonUp(const WindowEvent &e)
+{
+    if (e.button != 1 || !m_dragging) return;
+    m_dragging = false;
+    float p[2] = {float(e.x), float(e.y)};
+    m_display.Set(ZT5_CFG_DISPLAY_UITOUCH_UP, p, "UITOUCH_UP");
+    // Release speed over the last 100 ms of the drag, in pixels per second.
+    int first = m_sampleCount - 1;
+    while (first > 0 && e.timeMs - m_samples[first - 1].timeMs <= 100) first--;
+    const Sample &s = m_samples[first];
+    const double dt = double(e.timeMs - s.timeMs) / 1000.0;
+    m_moveVelocity[0] = dt > 0 ? float((p[0] - s.x) / dt) : 0.0f;
+    m_moveVelocity[1] = dt > 0 ? float((p[1] - s.y) / dt) : 0.0f;
+    if (m_moveVelocity[0] != 0.0f || m_moveVelocity[1] != 0.0f)
+        m_display.Set(ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY, m_moveVelocity, "UITOUCH_MOVE_VELOCITY");
+}
+
+void Player::OnWheel(const WindowEvent &e)
+{
+    m_pinchCentre[0] = float(e.x);
+    m_pinchCentre[1] = float(e.y);
+    m_pinch.zoomRate = e.button > 0 ? 1.1f : 0.9f;
+    m_pinch.pCenter = m_pinchCentre;
+    m_display.Set(ZT5_CFG_DISPLAY_UITOUCH_VELOCITY, &m_pinch, "UITOUCH_VELOCITY");
+}

@@ -1,0 +1,85 @@
+// The demo's player loop: window, display, frames at a steady rate, the
+// user's mouse and keys turned into the display's gesture parameters.
+#ifndef PANOVIEW_HOST_PLAYER_H
+#define PANOVIEW_HOST_PLAYER_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "FrameSource.h"
+#include "Options.h"
+#include "PanoviewHost.h"
+#include "X11Window.h"
+#include "ZT5Mutex.h"
+
+class Player {
+public:
+    explicit Player(const PlayerOptions &opts);
+    ~Player();
+    // Returns the process exit code.
+    int Run();
+
+private:
+    std::vector<int> RunModes() const;
+    bool Setup();
+    bool OpenSource();
+    void SendStartParameters();
+    void SetMode(int mode);
+    // Plays `frames` frames (or until quit when negative). False on quit.
+    bool PlayFrames(long frames);
+    bool PushFrame();
+    bool WriteSnapshot(const std::string &path);
+
+    void HandleEvents();
+    void OnKey(char key);
+    void OnButtonDown(const WindowEvent &e);
+    void OnButtonUp(const WindowEvent &e);
+    void OnMotion(const WindowEvent &e);
+    void OnWheel(const WindowEvent &e);
+    void OnResize(int width, int height);
+    void SaveViewState();
+    void RestoreViewState();
+
+    static void OnUiMessage(ZT5UIMessage *msg, void *arg);
+
+    PlayerOptions m_opts;
+    // Declared so that the display goes first, then the library, then the
+    // window it drew into.
+    X11Window m_window;
+    PanoviewLibrary m_lib;
+    PanoviewDisplay m_display;
+    std::unique_ptr<FrameSource> m_source;
+    ZT5FrameInfo m_frameInfo = {};
+    int m_mode = 0;
+    long m_framesShown = 0;
+    bool m_quit = false;
+    int m_snapshotCount = 0;
+
+    // Records the display keeps a pointer to: they live as long as the player.
+    CZT5Mutex m_uiMutex;
+    ZT5UICallbackRecord m_uiRecord = {};
+    ZT5FishEyeParam m_lens = {};
+    float m_moveVelocity[2] = {0, 0};
+    float m_pinchCentre[2] = {0, 0};
+    ZT5TouchPinch m_pinch = {1.0f, m_pinchCentre};
+    float m_doubleTap[2] = {0, 0};
+    FECurrentStatusData m_savedState = {};
+    FECurrentStatusData m_restoreState = {};
+    bool m_haveSavedState = false;
+    uint32_t m_cruise = 0;
+
+    // Drag state.
+    bool m_dragging = false;
+    float m_lastPoint[2] = {0, 0};
+    struct Sample {
+        unsigned long timeMs;
+        float x, y;
+    } m_samples[8] = {};
+    int m_sampleCount = 0;
+    unsigned long m_lastClickMs = 0;
+    int m_lastClickX = -100, m_lastClickY = -100;
+};
+
+#endif
