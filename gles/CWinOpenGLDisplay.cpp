@@ -1,7 +1,722 @@
-// Placeholder until the render object lands: no renderer can be made.
-#include "MDisplayMgr.h"
+#include "CWinOpenGLDisplay.h"
+
+#include <new>
+
+#include "MLog.h"
 
 IZT5VideoRenderer *CreateWinOpenGLDisplay()
 {
-    return nullptr;
+    return new (std::nothrow) CWinOpenGLDisplay();
+}
+
+namespace {
+
+class RequestLock {
+public:
+    explicit RequestLock(MHandle h) : m_h(h) { MMutexLock(m_h); }
+    ~RequestLock() { MMutexUnlock(m_h); }
+
+private:
+    MHandle m_h;
+};
+
+} // namespace
+
+CWinOpenGLDisplay::CWinOpenGLDisplay()
+{
+    m_dwParentThreadId = MThreadCurrentId();
+    m_pRenderer = new (std::nothrow) CWinOpenGLESRenderer();
+    // Events and the request lock live as long as the object: a poster or a
+    // requester on another thread may touch them while the thread is being
+    // stopped, so they are never closed under it.
+    m_hRequestEvent = MEventCreate(0);
+    m_hDoneEvent = MEventCreate(0);
+    m_hRequestLock = MMutexCreate();
+}
+
+CWinOpenGLDisplay::~CWinOpenGLDisplay()
+{
+    Uninit();
+    delete m_pRenderer;
+    m_pRenderer = nullptr;
+    MEventDestroy(m_hRequestEvent);
+    MEventDestroy(m_hDoneEvent);
+    MMutexDestroy(m_hRequestLock);
+    m_hRequestEvent = m_hDoneEvent = m_hRequestLock = nullptr;
+}
+
+bool CWinOpenGLDisplay::OnRenderThread() const
+{
+    unsigned long id = m_dwRenderThreadId.load(std::memory_order_relaxed);
+    return id != 0 && id == MThreadCurrentId();
+}
+
+// ------------------------------------------------------------ lifecycle
+
+MRESULT CWinOpenGLDisplay::init(MDWord dwReserved, char *pText, MDWord dwCSType, MWindowHandle hContext,
+                                MLong lSrcWidth, MLong lSrcHeight, MLong lWidth, MLong lHeight, MDWord bContinueBuf,
+                                MDWord dwRotation)
+{
+    (void)dwReserved;
+    (void)pText;
+    (void)dwCSType;
+    (void)bContinueBuf;
+    if (!hContext) return 0;
+    {
+        std::lock_guard<std::recursive_mutex> hs(m_HandshakeLock);
+        RequestLock lock(m_hRequestLock);
+        if (m_hThread) {
+            // The manager feeds a running object again when the stream turns:
+            // take the new rotation, nothing that the draw under way depends on.
+            mFrameInfo.dwRotation = dwRotation;
+            MLogInfo("[%s]CWinOpenGLDisplay::DoInit Error, thread already inited", MLOG_TAG);
+            return ZT5_ERR_ALREADY_INITED;
+        }
+        mDisplayContext.hWindow = hContext;
+        mFrameInfo.dwWidth = MDWord(lWidth);
+        mFrameInfo.dwHeight = MDWord(lHeight);
+        mFrameInfo.dwRotation = dwRotation;
+        m_lSrcWidth = lSrcWidth;
+        m_lSrcHeight = lSrcHeight;
+        m_bPlanesStale = false;
+    }
+    return DoInit();
+}
+
+MRESULT CWinOpenGLDisplay::DoInit()
+{
+    std::lock_guard<std::recursive_mutex> hs(m_HandshakeLock);
+    if (m_hThread) {
+        MLogInfo("[%s]CWinOpenGLDisplay::DoInit Error, thread already inited", MLOG_TAG);
+        return ZT5_ERR_ALREADY_INITED;
+    }
+    m_hThread = MThreadCreate(&CWinOpenGLDisplay::Proc, this);
+    if (!m_hRequestEvent) m_hRequestEvent = MEventCreate(0);
+    if (!m_hDoneEvent) m_hDoneEvent = MEventCreate(0);
+    if (!m_hRequestLock) m_hRequestLock = MMutexCreate();
+    if (!m_hThread || !m_hRequestEvent || !m_hDoneEvent || !m_hRequestLock || !m_pRenderer) {
+        MLogInfo("[%s]CWinOpenGLDisplay::DoInit Error, init fail", MLOG_TAG);
+        // The thread was never resumed: cancel it rather than hand it work.
+        MThreadDestroy(m_hThread);
+        m_hThread = nullptr;
+        Uninit();
+        m_dwLastError.store(ZT5_ERR_DISPLAY_CREATE);
+        return ZT5_ERR_DISPLAY_CREATE;
+    }
+    MEventReset(m_hRequestEvent);
+    MEventReset(m_hDoneEvent);
+    MThreadResume(m_hThread);
+    if (m_pViewport) Handshake(OP_SETDC);
+    if (!m_bOpenGLInited.load()) Handshake(OP_INIT);
+    m_bOpenGLESRendererInited.store(1);
+    return 0;
+}
+
+MRESULT CWinOpenGLDisplay::Uninit()
+{
+    std::lock_guard<std::recursive_mutex> hs(m_HandshakeLock);
+    if (m_hThread) {
+        if (OnRenderThread()) {
+            // The thread can't stop itself and wait for its own end.
+            MLogInfo("[%s]CWinOpenGLDisplay::Uninit called on the render thread", MLOG_TAG);
+            return ZT5_ERR_INVALID_PARAM;
+        }
+        {
+            RequestLock lock(m_hRequestLock);
+            m_bOpenGLESRendererInited.store(0);
+        }
+        Handshake(OP_UNINIT);
+        m_bExitThread.store(1);
+        MThreadResume(m_hThread); // a thread never resumed must run to see the exit
+        MEventSignal(m_hRequestEvent);
+        MThreadWait(m_hThread, M_INFINITE);
+        MThreadDestroy(m_hThread);
+        m_hThread = nullptr;
+    }
+    MEventReset(m_hRequestEvent);
+    MEventReset(m_hDoneEvent);
+    {
+        RequestLock lock(m_hRequestLock);
+        mRequestOp.store(OP_NULL);
+        m_bRequestPending = false;
+    }
+    m_bExitThread.store(0);
+    m_bOpenGLInited.store(0);
+    MLogInfo("[%s]CWinOpenGLDisplay::Uninit out", MLOG_TAG);
+    return 0;
+}
+
+MRESULT CWinOpenGLDisplay::setRender(void *pRender)
+{
+    if (m_bOpenGLInited.load() && !pRender) return Uninit();
+    return 0;
+}
+
+MRESULT CWinOpenGLDisplay::Reset()
+{
+    if (m_bOpenGLInited.load()) return Update();
+    return 0;
+}
+
+MRESULT CWinOpenGLDisplay::Update()
+{
+    return Handshake(OP_UPDATE);
+}
+
+MRESULT CWinOpenGLDisplay::Show(MDWord bShow)
+{
+    RequestLock lock(m_hRequestLock);
+    m_bShow.store(bShow);
+    return 0;
+}
+
+// ------------------------------------------------------------ posting
+
+MRESULT CWinOpenGLDisplay::render(unsigned char *pBuffer, MLong lWidth, MLong lHeight, MLong lDstWidth,
+                                  MLong lDstHeight)
+{
+    (void)lDstWidth;
+    (void)lDstHeight;
+    if (!pBuffer || !m_bOpenGLInited.load(std::memory_order_acquire)) return 0;
+    RequestLock lock(m_hRequestLock);
+    if (MDWord(lWidth) == mFrameInfo.dwWidth && MDWord(lHeight) == mFrameInfo.dwHeight) {
+        const MLong w = MLong(mFrameInfo.dwWidth), h = MLong(mFrameInfo.dwHeight);
+        FrameRequest.strides[0] = w;
+        FrameRequest.strides[1] = w >> 1;
+        FrameRequest.strides[2] = w >> 1;
+        FrameRequest.planes[0] = pBuffer;
+        FrameRequest.planes[1] = pBuffer + size_t(w) * size_t(h);
+        FrameRequest.planes[2] = pBuffer + ((size_t(w) * size_t(h) * 5) >> 2);
+        m_bPlanesStale = false;
+        if (!m_bRequestPending) mRequestOp.store(OP_BLIT);
+        return 0;
+    }
+    // A new video size: this frame is not drawn, and the thread stops
+    // redrawing planes of the old size, which the caller may free now. The
+    // next frame of the new size is drawn.
+    mFrameInfo.dwWidth = MDWord(lWidth);
+    mFrameInfo.dwHeight = MDWord(lHeight);
+    m_bPlanesStale = true;
+    if (!m_bRequestPending) mRequestOp.store(OP_NULL);
+    return 0;
+}
+
+MRESULT CWinOpenGLDisplay::render(unsigned char **planes, MLong *strides)
+{
+    if (!planes || !strides || !planes[0] || !planes[1] || !planes[2]) return 0;
+    if (!m_bOpenGLInited.load(std::memory_order_acquire)) return 0;
+    RequestLock lock(m_hRequestLock);
+    for (int i = 0; i < 3; i++) {
+        FrameRequest.planes[i] = planes[i];
+        FrameRequest.strides[i] = strides[i];
+    }
+    m_bPlanesStale = false;
+    if (!m_bRequestPending) mRequestOp.store(OP_BLIT);
+    return 0;
+}
+
+MRESULT CWinOpenGLDisplay::render(MLong lSize)
+{
+    MLogDebug("[%s]CWinOpenGLDisplay::render size %d", MLOG_TAG, int(lSize));
+    return 0;
+}
+
+// ------------------------------------------------------------- requests
+
+MRESULT CWinOpenGLDisplay::Handshake(MLong op)
+{
+    if (OnRenderThread()) {
+        // A host callback runs on the render thread (cruise report): serve
+        // the request in place rather than wait for ourselves.
+        Serve(op, nullptr);
+        return 0;
+    }
+    std::lock_guard<std::recursive_mutex> hs(m_HandshakeLock);
+    if (!m_hThread || !m_hRequestEvent || !m_hDoneEvent) return ZT5_ERR_ALREADY_INITED;
+    {
+        RequestLock lock(m_hRequestLock);
+        mRequestOp.store(op);
+        m_bRequestPending = true;
+    }
+    // The request lock is not held across the wait: a poster that holds the
+    // frame mutex must be able to get through while the thread, which may
+    // be waiting for that frame mutex, finishes its draw and then serves us.
+    MEventSignal(m_hRequestEvent);
+    MEventWait(m_hDoneEvent, M_INFINITE);
+    MEventReset(m_hDoneEvent);
+    return 0;
+}
+
+void CWinOpenGLDisplay::FinishRequest(MLong op)
+{
+    {
+        RequestLock lock(m_hRequestLock);
+        MLong next = op;
+        switch (op) {
+        case OP_INIT:
+        case OP_UNINIT:
+        case OP_UPDATE:
+        case OP_SETDC:
+        case OP_NOP:
+            next = OP_NULL;
+            break;
+        case OP_CHANGEMODE:
+        case OP_CAPTUREFRAME:
+            next = (m_bOpenGLESRendererInited.load() && !m_bPlanesStale) ? OP_BLIT : OP_NULL;
+            break;
+        default:
+            break; // OP_BLIT or an unknown code stays
+        }
+        mRequestOp.store(next);
+        m_bRequestPending = false;
+    }
+    MEventReset(m_hRequestEvent);
+    MEventSignal(m_hDoneEvent);
+}
+
+void CWinOpenGLDisplay::Serve(MLong op, bool *pbDeferDone)
+{
+    switch (op) {
+    case OP_INIT:
+        Internal_Init();
+        break;
+    case OP_UNINIT:
+        Internal_Uninit();
+        break;
+    case OP_UPDATE:
+        Internal_Update();
+        break;
+    case OP_SETDC:
+        Internal_SetDC();
+        break;
+    case OP_CHANGEMODE:
+        Internal_ChangeMode();
+        break;
+    case OP_CAPTUREFRAME:
+        if (!pbDeferDone) {
+            void *pBuffer = nullptr;
+            MDWord w = 0, h = 0;
+            MRESULT res = m_pRenderer->CaptureCurEffect(&pBuffer, &w, &h);
+            StoreCapture(pBuffer, w, h, res);
+        } else {
+            *pbDeferDone = Internal_CaptureFrame();
+        }
+        break;
+    default:
+        break;
+    }
+}
+
+uintptr_t CWinOpenGLDisplay::Proc(void *pArg)
+{
+    return static_cast<CWinOpenGLDisplay *>(pArg)->Run();
+}
+
+uintptr_t CWinOpenGLDisplay::Run()
+{
+    m_dwRenderThreadId.store(MThreadCurrentId());
+    while (!m_bExitThread.load()) {
+        MLong op = mRequestOp.load();
+        if (op == OP_NULL) {
+            MThreadSleep(10);
+            continue;
+        }
+        if (op == OP_BLIT) {
+            if (m_bOpenGLESRendererInited.load()) Internal_Blit();
+            if (m_bCaptureDeferred) {
+                // The capture armed by the request was read before the swap
+                // of this draw; if no draw happened, read what there is.
+                void *pBuffer = nullptr;
+                MDWord w = 0, h = 0;
+                MRESULT res = 0;
+                if (!m_pRenderer->TakeArmedCapture(&pBuffer, &w, &h, &res)) {
+                    m_pRenderer->DisarmCapture();
+                    res = m_pRenderer->CaptureCurEffect(&pBuffer, &w, &h);
+                }
+                StoreCapture(pBuffer, w, h, res);
+                m_bCaptureDeferred = false;
+                FinishRequest(OP_CAPTUREFRAME);
+            }
+            MThreadSleep(10);
+            continue;
+        }
+        MEventWait(m_hRequestEvent, M_INFINITE);
+        if (m_bExitThread.load()) break;
+        op = mRequestOp.load();
+        bool bDefer = false;
+        Serve(op, &bDefer);
+        if (bDefer) {
+            // Draw on; the next turn of the loop finishes the capture.
+            RequestLock lock(m_hRequestLock);
+            mRequestOp.store(OP_BLIT);
+            MEventReset(m_hRequestEvent);
+            continue;
+        }
+        FinishRequest(op);
+    }
+    MLogInfo("[%s] OPENGLD: Exiting thread", MLOG_TAG);
+    m_dwRenderThreadId.store(0);
+    return 0;
+}
+
+// ------------------------------------------------------- render thread
+
+void CWinOpenGLDisplay::Internal_Blit()
+{
+    if (!m_bShow.load()) {
+        MLogDebug("[%s]CWinOpenGLDisplay::Internal_Blit show is disabled", MLOG_TAG);
+        return;
+    }
+    CZT5Mutex *pFrameMutex = m_pFrameMutex.load();
+    if (!pFrameMutex) return;
+    pFrameMutex->Lock();
+    MGLFrameRequest req;
+    MLong w, h;
+    MDWord rotation;
+    bool bStale;
+    {
+        // The poster may have changed the video size between our look at
+        // the request code and our taking the frame mutex; planes of the old
+        // size may already be gone then.
+        RequestLock lock(m_hRequestLock);
+        req = FrameRequest;
+        w = MLong(mFrameInfo.dwWidth);
+        h = MLong(mFrameInfo.dwHeight);
+        rotation = mFrameInfo.dwRotation;
+        bStale = m_bPlanesStale;
+    }
+    bool bReleased = false;
+    if (!bStale) {
+        // The frame mutex guards the planes only: it is given back as soon
+        // as they are uploaded, so a poster never waits for the view's draw
+        // or the swap.
+        bReleased =
+            m_pRenderer->Render(req.planes, req.strides, bIsNewScaleMode.load(), rotation, w, h, pFrameMutex);
+        m_dwDrawCount.fetch_add(1, std::memory_order_acq_rel);
+    }
+    if (!bReleased) pFrameMutex->Unlock();
+}
+
+MRESULT CWinOpenGLDisplay::Internal_Init()
+{
+    MRESULT res = ZT5_ERR_DISPLAY_CREATE;
+    bool bCreateRefused = mDisplayContext.fnCreateCallback &&
+                          mDisplayContext.fnCreateCallback(&mDisplayContext, mDisplayContext.pUserData) != 0;
+    if (!bCreateRefused) {
+        m_pRenderer->setConfig(ZT5_CFG_DISPLAY_DISTORTION_PARAM, m_pDistortionParam.load());
+        MDWord dwPlatform = m_dwFEPlatform.load();
+        m_pRenderer->setConfig(ZT5_CFG_DISPLAY_FE_PLATFORM, &dwPlatform);
+        m_pRenderer->setConfig(ZT5_CFG_DISPLAY_UICALLBACK, m_pUICallback.load());
+
+        MLong w, h;
+        MDWord rotation;
+        {
+            RequestLock lock(m_hRequestLock);
+            w = MLong(mFrameInfo.dwWidth);
+            h = MLong(mFrameInfo.dwHeight);
+            rotation = mFrameInfo.dwRotation;
+        }
+        res = m_pRenderer->Initialize(&mDisplayContext, w, h, rotation);
+
+        // Mode first, then the switches that reach only the half sphere once
+        // it is current, then the scale settings, so that they land on the
+        // view of the wanted mode.
+        m_pRenderer->SetFishEyeCruiseState(m_curiseMode.load() != 0 ? 1 : 0);
+        m_pRenderer->SetFishEyeCruiseVelocity(m_curiseVelocity.load());
+        m_pRenderer->SetFishEyeMode(m_lFishEyeMode.load());
+        m_pRenderer->SetDisBackGroundSts(m_bNeedFEBgCloud.load() != 0, m_bNeedFEBgStar.load() != 0);
+        m_pRenderer->SetInitAnimalSts(m_bEnableAnimation.load() != 0);
+        MDWord dwFullView = m_bIsOpenGLFullView.load();
+        MDWord dwScale = m_dwScaleRatio.load();
+        MDWord dwMaxScale = m_dwDisplayMaxScale.load();
+        m_pRenderer->setConfig(ZT5_CFG_DISPLAY_OPENGL_FULLVIEW, &dwFullView);
+        m_pRenderer->setConfig(ZT5_CFG_DISPLAY_SCALE_RATIO, &dwScale);
+        m_pRenderer->setConfig(ZT5_CFG_DISPLAY_MAX_SCALE, &dwMaxScale);
+        if (res == 0) {
+            m_bOpenGLInited.store(1, std::memory_order_release);
+            return 0;
+        }
+    }
+    MLogInfo("[%s] OPENGLD: Init failed res:%d", MLOG_TAG, int(res));
+    m_dwLastError.store(ZT5_ERR_DISPLAY_CREATE);
+    return ZT5_ERR_DISPLAY_CREATE;
+}
+
+MRESULT CWinOpenGLDisplay::Internal_Uninit()
+{
+    m_pRenderer->Uninitialize();
+    if (mDisplayContext.fnDestroyCallback) mDisplayContext.fnDestroyCallback(&mDisplayContext, mDisplayContext.pUserData);
+    m_pViewport = nullptr;
+    mDisplayContext.pViewport = nullptr;
+    return 0;
+}
+
+MRESULT CWinOpenGLDisplay::Internal_Update()
+{
+    m_pRenderer->Uninitialize();
+    if (mDisplayContext.fnUpdateBeforeCallback)
+        mDisplayContext.fnUpdateBeforeCallback(&mDisplayContext, mDisplayContext.pUserData);
+    if (mDisplayContext.fnUpdateAfterCallback)
+        mDisplayContext.fnUpdateAfterCallback(&mDisplayContext, mDisplayContext.pUserData);
+    m_bOpenGLInited.store(0);
+    return 0;
+}
+
+MRESULT CWinOpenGLDisplay::Internal_SetDC()
+{
+    if (m_pViewport) {
+        if (MDWord(m_lSrcWidth) != mDisplayContext.dwWidth || MDWord(m_lSrcHeight) != mDisplayContext.dwHeight) {
+            MLogInfo("[%s]CWinOpenGLDisplay::Internal_SetDC DisplayContext changed dst %dx%d, src %dx%d", MLOG_TAG,
+                     int(mDisplayContext.dwWidth), int(mDisplayContext.dwHeight), int(m_lSrcWidth),
+                     int(m_lSrcHeight));
+            m_lSrcWidth = MLong(mDisplayContext.dwWidth);
+            m_lSrcHeight = MLong(mDisplayContext.dwHeight);
+        }
+        return 0;
+    }
+    MLogInfo("[%s]CWinOpenGLDisplay::Internal_SetDC tmpObj == MNull", MLOG_TAG);
+    m_lSrcWidth = 0;
+    m_lSrcHeight = 0;
+    if (m_bOpenGLInited.load()) {
+        m_bOpenGLInited.store(0);
+        Internal_Uninit();
+        m_pRenderer->Uninitialize();
+    }
+    return 0;
+}
+
+void CWinOpenGLDisplay::Internal_ChangeMode()
+{
+    MLogInfo("[%s] CWinOpenGLDisplay::Internal_ChangeMode mode %d", MLOG_TAG, int(m_lFishEyeMode.load()));
+    if (!m_bShow.load()) {
+        MLogInfo("[%s] CWinOpenGLDisplay::Internal_ChangeMode show is disabled", MLOG_TAG);
+        return;
+    }
+    m_pRenderer->SetFishEyeMode(m_lFishEyeMode.load());
+    m_pRenderer->SetDisBackGroundSts(m_bNeedFEBgCloud.load() != 0, m_bNeedFEBgStar.load() != 0);
+    m_pRenderer->SetInitAnimalSts(m_bEnableAnimation.load() != 0);
+}
+
+bool CWinOpenGLDisplay::Internal_CaptureFrame()
+{
+    MLogInfo("[%s] CWinOpenGLDisplay::Internal_CaptureFrame mode %d", MLOG_TAG, int(m_lFishEyeMode.load()));
+    if (!m_bShow.load()) {
+        MLogInfo("[%s] CWinOpenGLDisplay::Internal_CaptureFrame show is disabled", MLOG_TAG);
+        return false;
+    }
+    m_Snapshot.dwWidth = 0;
+    m_Snapshot.dwHeight = 0;
+    bool bWillDraw;
+    {
+        RequestLock lock(m_hRequestLock);
+        bWillDraw = m_bOpenGLESRendererInited.load() && m_bOpenGLInited.load() && !m_bPlanesStale &&
+                    m_pFrameMutex.load() != nullptr;
+    }
+    if (!m_pRenderer->CanReadAfterSwap() && bWillDraw) {
+        m_pRenderer->ArmCaptureBeforeSwap();
+        m_bCaptureDeferred = true;
+        return true;
+    }
+    void *pBuffer = nullptr;
+    MDWord w = 0, h = 0;
+    MRESULT res = m_pRenderer->CaptureCurEffect(&pBuffer, &w, &h);
+    StoreCapture(pBuffer, w, h, res);
+    return false;
+}
+
+void CWinOpenGLDisplay::StoreCapture(void *pBuffer, MDWord dwWidth, MDWord dwHeight, MRESULT res)
+{
+    m_Snapshot.dwWidth = dwWidth;
+    m_Snapshot.dwHeight = dwHeight;
+    m_Snapshot.dwCSType = MDWord(res);
+    // A failed make-current leaves the old pixels where they were.
+    if (res != ZT5_ERR_DISPLAY_CREATE) m_Snapshot.pBuffer = pBuffer;
+}
+
+// -------------------------------------------------------------- settings
+
+MRESULT CWinOpenGLDisplay::setConfig(MDWord dwID, void *pValue)
+{
+    if (!m_pRenderer) return 0;
+    switch (dwID) {
+    case ZT5_CFG_DISPLAY_FISHEYE_MODE:
+        if (!pValue) break;
+        m_lFishEyeMode.store(*static_cast<const MLong *>(pValue));
+        if (m_bOpenGLESRendererInited.load()) Handshake(OP_CHANGEMODE);
+        break;
+    case ZT5_CFG_DISPLAY_ROTATION_ANGLE:
+        if (pValue) m_dwDisplayRotation.store(*static_cast<const MDWord *>(pValue));
+        break;
+    case ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE:
+        if (!pValue) break;
+        m_curiseMode.store(*static_cast<const MDWord *>(pValue));
+        m_pRenderer->SetFishEyeCruiseState(m_curiseMode.load() != 0 ? 1 : 0);
+        break;
+    case ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY:
+        if (!pValue) break;
+        m_curiseVelocity.store(*static_cast<const float *>(pValue));
+        m_pRenderer->SetFishEyeCruiseVelocity(m_curiseVelocity.load());
+        break;
+    case ZT5_CFG_DISPLAY_UITOUCH_VELOCITY: {
+        if (!pValue) break;
+        const ZT5TouchPinch *pPinch = static_cast<const ZT5TouchPinch *>(pValue);
+        float x = 0.0f, y = 0.0f;
+        {
+            RequestLock lock(m_hRequestLock);
+            m_displayPinch.zoomRate = pPinch->zoomRate;
+            m_displayPinch.pCenter = pPinch->pCenter;
+            if (pPinch->pCenter) {
+                x = pPinch->pCenter[0];
+                y = pPinch->pCenter[1];
+            }
+        }
+        m_pRenderer->OnTouchPinch(pPinch->zoomRate, x, y);
+        break;
+    }
+    case ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY: {
+        if (!pValue) break;
+        const float *p = static_cast<const float *>(pValue);
+        m_pRenderer->OnTouchMoveVelocity(p[0], p[1]);
+        break;
+    }
+    case ZT5_CFG_DISPLAY_UITOUCH_DOUBLETAP: {
+        if (!pValue) break;
+        const float *p = static_cast<const float *>(pValue);
+        {
+            RequestLock lock(m_hRequestLock);
+            m_viewDoubleTap[0] = p[0];
+            m_viewDoubleTap[1] = p[1];
+        }
+        m_pRenderer->OnDoubleClick(p[0], p[1]);
+        break;
+    }
+    case ZT5_CFG_DISPLAY_UITOUCH_UP: {
+        if (!pValue) break;
+        const float *p = static_cast<const float *>(pValue);
+        m_pRenderer->OnTouchUp(p[0], p[1]);
+        break;
+    }
+    case ZT5_CFG_DISPLAY_UITOUCH_DOWN: {
+        if (!pValue) break;
+        const float *p = static_cast<const float *>(pValue);
+        m_pRenderer->OnTouchDown(p[0], p[1]);
+        break;
+    }
+    case ZT5_CFG_DISPLAY_UITOUCH_MOVED: {
+        if (!pValue) break;
+        const float *p = static_cast<const float *>(pValue);
+        {
+            RequestLock lock(m_hRequestLock);
+            for (int i = 0; i < 4; i++) m_touchPoint[i] = p[i];
+        }
+        m_pRenderer->OnTouchMove(p[0], p[1], p[2], p[3]);
+        break;
+    }
+    case ZT5_CFG_DISPLAY_FE_BASE_ANIMATION:
+        if (pValue) m_bEnableAnimation.store(*static_cast<const MDWord *>(pValue));
+        break;
+    case ZT5_CFG_DISPLAY_FE_BG_CLOUD:
+        if (pValue) m_bNeedFEBgCloud.store(*static_cast<const MDWord *>(pValue));
+        break;
+    case ZT5_CFG_DISPLAY_FE_BG_STAR:
+        if (pValue) m_bNeedFEBgStar.store(*static_cast<const MDWord *>(pValue));
+        break;
+    case ZT5_CFG_DISPLAY_RENDER_MUTEX:
+        m_pFrameMutex.store(static_cast<CZT5Mutex *>(pValue));
+        break;
+    case ZT5_CFG_DISPLAY_FE_PLATFORM:
+        if (pValue) m_dwFEPlatform.store(*static_cast<const MDWord *>(pValue));
+        break;
+    case ZT5_CFG_DISPLAY_UICALLBACK:
+        if (pValue) m_pUICallback.store(static_cast<ZT5UICallbackRecord *>(pValue));
+        m_pRenderer->setConfig(dwID, m_pUICallback.load());
+        break;
+    case ZT5_CFG_DISPLAY_FE_CURRENTSTATUS:
+        m_pRenderer->setConfig(dwID, pValue);
+        break;
+    case ZT5_CFG_DISPLAY_OPENGL_FULLVIEW:
+        if (!pValue) break;
+        m_bIsOpenGLFullView.store(*static_cast<const MDWord *>(pValue));
+        m_pRenderer->setConfig(dwID, pValue);
+        break;
+    case ZT5_CFG_DISPLAY_SCALE_RATIO:
+        if (!pValue) break;
+        m_dwScaleRatio.store(*static_cast<const MDWord *>(pValue));
+        m_pRenderer->setConfig(dwID, pValue);
+        break;
+    case ZT5_CFG_DISPLAY_MAX_SCALE:
+        if (!pValue) break;
+        m_dwDisplayMaxScale.store(*static_cast<const MDWord *>(pValue));
+        m_pRenderer->setConfig(dwID, pValue);
+        break;
+    case ZT5_CFG_DISPLAY_DISTORTION_PARAM:
+        if (pValue) m_pDistortionParam.store(static_cast<ZT5DistortionParam *>(pValue));
+        m_pRenderer->setConfig(dwID, m_pDistortionParam.load());
+        break;
+    case ZT5_CFG_PLUGINMGR_HDL:
+        m_pRenderer->setConfig(dwID, pValue);
+        break;
+    case ZT5_CFG_PLAYER_RECT: {
+        if (!pValue) break;
+        const ZT5Rect *r = static_cast<const ZT5Rect *>(pValue);
+        RequestLock lock(m_hRequestLock);
+        mFrameInfo.dwWidth = MDWord(r->right - r->left);
+        mFrameInfo.dwHeight = MDWord(r->bottom - r->top);
+        break;
+    }
+    case ZT5_CFG_DISPLAY_OPENGLES_DISPLAYCONTEXT:
+        m_pViewport = pValue;
+        mDisplayContext.pViewport = pValue;
+        break;
+    case ZT5_CFG_DISPLAY_OPENGL_SCALE_RECT:
+        if (!pValue) break;
+        MMemCpy(mDisplayContext.rectOpenglScale, pValue, sizeof(mDisplayContext.rectOpenglScale));
+        break;
+    case ZT5_CFG_DISPLAY_SCALE_MODE:
+        if (pValue) bIsNewScaleMode.store(*static_cast<const MDWord *>(pValue));
+        break;
+    case ZT5_CFG_DISPLAY_BACK_COLOR:
+    case ZT5_CFG_DISPLAY_FONT_PATH:
+    case ZT5_CFG_DISPLAY_FACE_INFO:
+    case ZT5_CFG_DISPLAY_FACE_MUTEX:
+    case ZT5_CFG_DISPLAY_FACE_OPTION:
+        // Overlay settings go straight to the renderer, which keeps the
+        // background colour for views made later.
+        m_pRenderer->setConfig(dwID, pValue);
+        break;
+    default:
+        break;
+    }
+    return 0;
+}
+
+MRESULT CWinOpenGLDisplay::getConfig(MDWord dwID, void *pValue)
+{
+    if (!pValue) return ZT5_ERR_INVALID_PARAM;
+    switch (dwID) {
+    case ZT5_CFG_DISPLAY_RENDERER_INITED:
+        if (m_bOpenGLInited.load()) {
+            *static_cast<MDWord *>(pValue) = 1;
+            return 0;
+        }
+        *static_cast<MDWord *>(pValue) = 0;
+        return ZT5_ERR_ALREADY_INITED;
+    case ZT5_CFG_DISPLAY_RENDERER_ERROR:
+        *static_cast<MDWord *>(pValue) = m_dwLastError.load();
+        return 0;
+    case ZT5_CFG_DISPLAY_SCALE_RATIO:
+    case ZT5_CFG_DISPLAY_MAX_SCALE:
+        if (m_pRenderer) m_pRenderer->GetConfig(dwID, pValue);
+        return 0;
+    case ZT5_CFG_DISPLAY_GL_SNAPSHOT:
+        if (!m_pRenderer) return ZT5_ERR_ALREADY_INITED;
+        Handshake(OP_CAPTUREFRAME);
+        *static_cast<ZT5Snapshot **>(pValue) = &m_Snapshot;
+        return 0;
+    case ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS:
+        if (!m_pRenderer) return ZT5_ERR_ALREADY_INITED;
+        return m_pRenderer->GetConfig(dwID, pValue);
+    default:
+        return ZT5_ERR_ALREADY_INITED;
+    }
 }

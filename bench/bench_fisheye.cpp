@@ -1,0 +1,144 @@
+// Draws per second of the half sphere (mode 1) and the panorama strip
+// (mode 2) next to the plain view (mode 0), on the same 1080x1080 lens
+// square, into a 1280x720 surface on whatever GL the machine has (the
+// software rasteriser in CI). Each draw uploads the three planes as the
+// renderer does, renders, and waits for the GPU (glFinish), so the figure is
+// the cost of one frame without the window system's presentation.
+//
+// Usage: bench_fisheye [seconds per mode, default 3]
+// BENCH_NOBACK=1 in the environment draws the half sphere without its cloud
+// picture and stars.
+#include <EGL/egl.h>
+#include <EGL/eglext.h>
+#include <GLES2/gl2.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "EffectFactory.h"
+
+namespace {
+
+const int kW = 1280, kH = 720, kSide = 1080;
+
+bool MakeContext()
+{
+    EGLDisplay dpy = EGL_NO_DISPLAY;
+    if (getenv("DISPLAY")) {
+        dpy = eglGetDisplay(EGL_DEFAULT_DISPLAY);
+        if (dpy != EGL_NO_DISPLAY && !eglInitialize(dpy, nullptr, nullptr)) dpy = EGL_NO_DISPLAY;
+    }
+    if (dpy == EGL_NO_DISPLAY) {
+        auto getPlatformDisplay =
+            reinterpret_cast<PFNEGLGETPLATFORMDISPLAYEXTPROC>(eglGetProcAddress("eglGetPlatformDisplayEXT"));
+        if (getPlatformDisplay) dpy = getPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
+        if (dpy == EGL_NO_DISPLAY || !eglInitialize(dpy, nullptr, nullptr)) return false;
+    }
+    const EGLint attribs[] = {EGL_RED_SIZE,     8, EGL_GREEN_SIZE,      8, EGL_BLUE_SIZE,    8,
+                              EGL_DEPTH_SIZE,   8, EGL_RENDERABLE_TYPE, EGL_OPENGL_ES2_BIT,
+                              EGL_SURFACE_TYPE, EGL_PBUFFER_BIT,       EGL_NONE};
+    EGLConfig config;
+    EGLint n = 0;
+    if (!eglChooseConfig(dpy, attribs, &config, 1, &n) || n < 1) return false;
+    const EGLint pbuf[] = {EGL_WIDTH, kW, EGL_HEIGHT, kH, EGL_NONE};
+    EGLSurface surface = eglCreatePbufferSurface(dpy, config, pbuf);
+    const EGLint ctxAttr[] = {EGL_CONTEXT_CLIENT_VERSION, 2, EGL_NONE};
+    EGLContext ctx = eglCreateContext(dpy, config, EGL_NO_CONTEXT, ctxAttr);
+    return surface != EGL_NO_SURFACE && ctx != EGL_NO_CONTEXT && eglMakeCurrent(dpy, surface, surface, ctx);
+}
+
+// A lens-like test picture: luma rings and chroma sectors.
+void MakePlanes(std::vector<uint8_t> &y, std::vector<uint8_t> &u, std::vector<uint8_t> &v)
+{
+    y.resize(kSide * kSide);
+    u.resize(kSide * kSide / 4);
+    v.resize(kSide * kSide / 4);
+    for (int j = 0; j < kSide; j++)
+        for (int i = 0; i < kSide; i++) {
+            double dx = i - kSide / 2.0, dy = j - kSide / 2.0;
+            y[j * kSide + i] = uint8_t(16 + 219 * (0.5 + 0.5 * std::cos(std::sqrt(dx * dx + dy * dy) / 20.0)));
+        }
+    for (int j = 0; j < kSide / 2; j++)
+        for (int i = 0; i < kSide / 2; i++) {
+            double a = std::atan2(j - kSide / 4.0, i - kSide / 4.0);
+            u[j * (kSide / 2) + i] = uint8_t(128 + 100 * std::cos(a));
+            v[j * (kSide / 2) + i] = uint8_t(128 + 100 * std::sin(a));
+        }
+}
+
+// warmup: draws before timing; the half sphere's opening flight (65 draws,
+// the eye inside the bowl) is timed separately from its steady overview.
+double DrawsPerSecond(MDWord mode, const GLuint *tex, const std::vector<uint8_t> *planes, double seconds,
+                      int warmup, bool inside = false)
+{
+    std::unique_ptr<GlesRenderEffect> view(CreateRenderEffect(mode, 0));
+    if (!view || view->Initialize(kSide, kSide) != 0) return -1.0;
+    if (getenv("BENCH_NOBACK")) view->SetDisBackGroundSts(0, 0);
+    if (inside) {
+        // The journey into the bowl: double click, then the 42-frame flight.
+        for (int i = 0; i < 66; i++) view->Render(nullptr, kW, kH, kSide, kSide, tex, 0, 0);
+        view->OnDoubleClick(kW - 1, kH / 2);
+        for (int i = 0; i < 43; i++) view->Render(nullptr, kW, kH, kSide, kSide, tex, 0, 0);
+    }
+    const MLong rect[4] = {0, 0, kW, kH};
+    auto draw = [&] {
+        bindTexture(tex[0], planes[0].data(), kSide, kSide);
+        bindTexture(tex[1], planes[1].data(), kSide / 2, kSide / 2);
+        bindTexture(tex[2], planes[2].data(), kSide / 2, kSide / 2);
+        view->Render(rect, kW, kH, kSide, kSide, tex, 0, 0);
+        glFinish();
+    };
+    // Warm-up: the first draws of a new shader compile it.
+    for (int i = 0; i < warmup; i++) draw();
+    using Clock = std::chrono::steady_clock;
+    auto t0 = Clock::now();
+    int n = 0;
+    double elapsed = 0.0;
+    do {
+        draw();
+        n++;
+        elapsed = std::chrono::duration<double>(Clock::now() - t0).count();
+    } while (elapsed < seconds);
+    return n / elapsed;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    double seconds = argc > 1 ? std::atof(argv[1]) : 3.0;
+    if (!(seconds > 0.0)) seconds = 3.0;
+    if (!MakeContext()) {
+        std::fprintf(stderr, "bench_fisheye: no EGL context\n");
+        return 1;
+    }
+    std::printf("renderer: %s\n", reinterpret_cast<const char *>(glGetString(GL_RENDERER)));
+    std::vector<uint8_t> planes[3];
+    MakePlanes(planes[0], planes[1], planes[2]);
+    GLuint tex[3];
+    glGenTextures(3, tex);
+    const struct {
+        MDWord mode;
+        const char *name;
+        int warmup;
+        bool inside;
+    } modes[] = {{0, "mode 0 plain view", 10, false},
+                 {2, "mode 2 panorama strip", 10, false},
+                 {1, "mode 1 overview", 80, false},
+                 {1, "mode 1 inside the bowl", 10, true}};
+    std::printf("%dx%d lens square into %dx%d, %.1f s each\n", kSide, kSide, kW, kH, seconds);
+    for (const auto &m : modes) {
+        double dps = DrawsPerSecond(m.mode, tex, planes, seconds, m.warmup, m.inside);
+        if (dps < 0)
+            std::printf("%-24s failed to initialise\n", m.name);
+        else
+            std::printf("%-24s %7.1f draws/s  %6.2f ms/draw\n", m.name, dps, 1000.0 / dps);
+    }
+    glDeleteTextures(3, tex);
+    return 0;
+}

@@ -1,0 +1,265 @@
+#include "FisheyeCommon.h"
+
+#include <cmath>
+
+#include "MLog.h"
+
+// ------------------------------------------------------------ dome mesh
+
+void DomeStandardVertex(double a, double b, const DomeParams &params, float *pos, float *tex, void *)
+{
+    const double r = params.radius;
+    pos[0] = static_cast<float>(-r * std::sin(a) * std::cos(b));
+    pos[1] = static_cast<float>(-r * std::cos(a) * std::cos(b));
+    pos[2] = static_cast<float>(-r * std::sin(b)) * params.zScale;
+    tex[0] = static_cast<float>(a);
+    tex[1] = static_cast<float>(b);
+}
+
+MLong DomeMesh::Capacity(const DomeParams &params)
+{
+    if (!(params.step > 0.0f) || !(params.span > 0.0f)) return 0;
+    MLong columns = static_cast<MLong>(std::floor(2.0f * params.span / params.step)) + 1;
+    MLong rows = static_cast<MLong>(std::floor(params.span / (2.0f * params.step))) + 1;
+    return columns * rows * 6;
+}
+
+MRESULT DomeMesh::Build(const DomeParams &params, DomeVertexFn fn, void *user)
+{
+    Free();
+    const MLong capacity = Capacity(params);
+    if (capacity <= 0) return 3;
+    pVertices = static_cast<float *>(MMemAlloc(sizeof(float) * 3 * capacity));
+    pTexCoords = static_cast<float *>(MMemAlloc(sizeof(float) * 2 * capacity));
+    if (!pVertices || !pTexCoords) {
+        MLogInfo("[%s] DomeMesh::Build out of memory for %d vertices", MLOG_TAG, capacity);
+        Free();
+        return 3;
+    }
+    const double span = params.span, step = params.step;
+    MLong n = 0;
+    for (double a = 0.0; a < 2.0 * span; a += step) {
+        for (double b = 0.0; b < span * 0.5; b += step) {
+            const double corner[6][2] = {{a, b},        {a + step, b}, {a, b + step},
+                                         {a, b + step}, {a + step, b}, {a + step, b + step}};
+            // The loop bounds are those of Capacity(); the test guards a
+            // rounding difference between the float and double bounds.
+            if (n + 6 > capacity) break;
+            for (int k = 0; k < 6; k++, n++) fn(corner[k][0], corner[k][1], params, pVertices + 3 * n, pTexCoords + 2 * n, user);
+        }
+    }
+    nVertexCount = n;
+    return 0;
+}
+
+void DomeMesh::Free()
+{
+    MMemFree(pVertices);
+    MMemFree(pTexCoords);
+    pVertices = nullptr;
+    pTexCoords = nullptr;
+    nVertexCount = 0;
+}
+
+// ---------------------------------------------------------- GL programs
+
+int FisheyeProgram::Build(const char *viewName, const char *vertexSource, const char *fragmentSource)
+{
+    Release();
+    mProgram = buildProgram(vertexSource, fragmentSource);
+    if (!mProgram) {
+        MLogInfo("[%s] %s:: buildProgram error mProgram:%d. ", MLOG_TAG, viewName, 0);
+        maPositionHandle = maTexCoorHandle = muMVPMatrixHandle = MYHandle = mUHandle = mVHandle = -1;
+        return 1;
+    }
+    int failures = 0;
+    struct {
+        GLint *handle;
+        const char *name;
+        const char *handleName;
+        bool attribute;
+    } lookups[] = {
+        {&maPositionHandle, "aPosition", "maPositionHandle", true},
+        {&maTexCoorHandle, "aTexCoor", "maTexCoorHandle", true},
+        {&muMVPMatrixHandle, "uMVPMatrix", "muMVPMatrixHandle", false},
+        {&MYHandle, "tex_y", "MYHandle", false},
+        {&mUHandle, "tex_u", "mUHandle", false},
+        {&mVHandle, "tex_v", "mVHandle", false},
+    };
+    for (auto &l : lookups) {
+        *l.handle = l.attribute ? glGetAttribLocation(mProgram, l.name) : glGetUniformLocation(mProgram, l.name);
+        if (*l.handle < 0) {
+            MLogInfo("[%s] %s:: get %s error. ", MLOG_TAG, viewName, l.handleName);
+            failures++;
+        }
+    }
+    return failures;
+}
+
+GLint FisheyeProgram::Uniform(const char *viewName, const char *name, const char *handleName) const
+{
+    GLint loc = mProgram ? glGetUniformLocation(mProgram, name) : -1;
+    if (loc < 0) MLogInfo("[%s] %s:: get %s error. ", MLOG_TAG, viewName, handleName);
+    return loc;
+}
+
+void FisheyeProgram::BindPlanes(const GLuint *pTextures) const
+{
+    const GLint samplers[3] = {MYHandle, mUHandle, mVHandle};
+    for (int i = 0; i < 3; i++) {
+        glActiveTexture(GL_TEXTURE0 + i);
+        glBindTexture(GL_TEXTURE_2D, pTextures ? pTextures[i] : 0);
+        glUniform1i(samplers[i], i);
+    }
+    glActiveTexture(GL_TEXTURE0);
+}
+
+void FisheyeProgram::EnableAttributes(const float *positions, int positionSize, const float *texCoords,
+                                      int texSize) const
+{
+    if (maPositionHandle >= 0) {
+        glVertexAttribPointer(maPositionHandle, positionSize, GL_FLOAT, GL_FALSE, positionSize * sizeof(float),
+                              positions);
+        glEnableVertexAttribArray(maPositionHandle);
+    }
+    if (maTexCoorHandle >= 0) {
+        glVertexAttribPointer(maTexCoorHandle, texSize, GL_FLOAT, GL_FALSE, texSize * sizeof(float), texCoords);
+        glEnableVertexAttribArray(maTexCoorHandle);
+    }
+}
+
+void FisheyeProgram::DisableAttributes() const
+{
+    if (maPositionHandle >= 0) glDisableVertexAttribArray(maPositionHandle);
+    if (maTexCoorHandle >= 0) glDisableVertexAttribArray(maTexCoorHandle);
+}
+
+void FisheyeProgram::Release()
+{
+    if (mProgram) glDeleteProgram(mProgram);
+    mProgram = 0;
+}
+
+// -------------------------------------------------------------- camera
+
+void TwoPositionZoom::OnDoubleClick()
+{
+    if (animalState.load() != 0) return; // a tap during a move is dropped
+    if (maxState.load() == 1) {
+        maxState = 0;
+        maxMinInit = 0;
+    } else if (maxState.load() == 0) {
+        maxState = 1;
+        maxMinInit = 1;
+    }
+}
+
+void TwoPositionZoom::Step(Relaxed<float> &fTz, float zMin, float zMax, double step)
+{
+    const MLong state = maxState.load(), init = maxMinInit.load();
+    if (state == 0 && init == 0) {
+        float z = fTz.load();
+        if (z < zMax) {
+            animalState = 1;
+            fTz = static_cast<float>(z + step);
+        } else {
+            animalState = 0;
+            maxMinInit = 1;
+        }
+        return;
+    }
+    if (state == 1 && init == 1) {
+        float z = fTz.load();
+        if (z > zMin) {
+            animalState = 1;
+            fTz = static_cast<float>(z - step);
+        } else {
+            animalState = 0;
+            maxMinInit = 0;
+        }
+        return;
+    }
+    // Settled: the position the pinch has left decides which end counts.
+    if (zMax - 0.2f > fTz.load()) {
+        maxState = 1;
+        maxMinInit = 0;
+    } else {
+        maxState = 0;
+        maxMinInit = 1;
+    }
+}
+
+void TwoPositionZoom::Settle()
+{
+    animalState = 0;
+    maxMinInit = maxState.load() == 0 ? 1 : 0;
+}
+
+bool FisheyeInertiaStep(float *pVelX, float *pVelY)
+{
+    *pVelX *= 0.9f;
+    *pVelY *= 0.9f;
+    return !(std::fabs(*pVelX) < 0.5f && std::fabs(*pVelY) < 0.5f);
+}
+
+float FisheyeWrapDegrees(float angle)
+{
+    if (!std::isfinite(angle)) return 0.0f;
+    // Whole turns are removed from the whole-number part; the fraction stays.
+    // Large magnitudes are reduced with fmod first so that the conversion to
+    // an integer can't overflow.
+    if (std::fabs(angle) >= 1.0e9f) angle = std::fmod(angle, 360.0f);
+    long long whole = static_cast<long long>(angle);
+    return angle - static_cast<float>((whole / 360) * 360);
+}
+
+// ------------------------------------------------------------ the base
+
+FisheyeEffect::FisheyeEffect(const char *viewName) : m_szViewName(viewName)
+{
+    MMemSet(&m_FECurrentStatusData, 0, sizeof(m_FECurrentStatusData));
+}
+
+FisheyeEffect::~FisheyeEffect() {}
+
+void FisheyeEffect::SetFishEyeCruiseState(MLong state, float fVelocity)
+{
+    mCruiseVelocity = fVelocity;
+    mCruiseState = static_cast<unsigned char>(state);
+}
+
+MRESULT FisheyeEffect::setConfig(MDWord dwID, void *pValue)
+{
+    if (dwID == ZT5_CFG_DISPLAY_LOGO_DATA) return 0;
+    return GlesRenderEffect::setConfig(dwID, pValue);
+}
+
+void FisheyeEffect::SetEnableGLDepth(unsigned char enable)
+{
+    if (enable)
+        glEnable(GL_DEPTH_TEST);
+    else
+        glDisable(GL_DEPTH_TEST);
+}
+
+FisheyeEffect::SizeResult FisheyeEffect::UpdateWindowSize(MLong w, MLong h)
+{
+    if (w != m_nWidth.load() || h != m_nHeight.load() || !m_nInit) {
+        if (w != 0 && h != 0) m_nInit = 0;
+        if (w > kFisheyeMinWindow && h > kFisheyeMinWindow) {
+            mWndRatio = static_cast<float>(w) / static_cast<float>(h);
+            m_nWidth = w;
+            m_nHeight = h;
+            m_nInit = 1;
+            return kSizeChanged;
+        }
+    }
+    return m_nInit ? kSizeKept : kSizeUnusable;
+}
+
+MRESULT FisheyeEffect::SaveStatusTo(void *pValue)
+{
+    if (!pValue) return 2;
+    MMemCpy(pValue, &m_FECurrentStatusData, sizeof(m_FECurrentStatusData));
+    return 0;
+}

@@ -1,0 +1,246 @@
+// What the fisheye views have in common.
+//
+// Every fisheye view receives the three planes of the lens square (the crop
+// done in the display manager): the lens circle is inscribed in the unit
+// texture square, centre (0.5, 0.5), radius 0.5. A view only adds its own
+// geometry variant, camera and constants on top of this toolkit:
+//
+//   FisheyeEffect     base class: window size bookkeeping, matrices, cruise
+//                     flag and speed, depth switch, the view's own copy of
+//                     the saved state, the two base configuration ids.
+//   DomeMesh          the tessellated hemisphere (134 x 34 cells, 27,336
+//                     vertices), built once per view, optionally with a
+//                     per-vertex hook for views that compute their own
+//                     texture coordinates.
+//   FisheyeProgram    program build + the common attribute/sampler lookups,
+//                     logging every missing location under the view's name.
+//   FISHEYE_GLSL_*    shader pieces: the dome vertex shader, the YUV
+//                     conversion, the equidistant lens law and its lookup.
+//   Relaxed<T>        single-word members that gestures store from the host
+//                     thread while the render thread reads them.
+//   TwoPositionZoom   the wide/close double-tap state machine.
+//   FisheyeInertiaStep the decay step of release inertia.
+//
+// All motion is counted in rendered frames; nothing here reads a clock.
+#ifndef PANOVIEW_FISHEYECOMMON_H
+#define PANOVIEW_FISHEYECOMMON_H
+
+#include <atomic>
+
+#include "GlesRenderEffect.h"
+
+// ------------------------------------------------------------ constants
+
+// Lens circle radius as a fraction of half the texture (float bits 0x3F7F7CEE).
+static const float kFisheyeLensRadius = 0.998f;
+// Window pixels to gesture units.
+static const float TOUCH_SCALE_FACTOR = 0.1125f;
+// Dome mesh defaults: longitude over 2 x span, latitude over span / 2.
+static const float kDomeSpan = 3.14159f;     // 0x40490FD0
+static const float kDomeStep = 0.04712385f;  // 0x3D4104F0, 2.7 degrees
+static const float kDomeRadius = 6.0f;
+// Degrees to radians as the cameras convert them.
+static const float kFisheyeDegToRad = 3.14159f / 180.0f;
+// A window of this size or less in either direction draws nothing.
+static const MLong kFisheyeMinWindow = 10;
+
+// ------------------------------------------------------- shader pieces
+
+// Dome vertex shader: positions in world units, texture coordinates are the
+// raw (longitude, latitude) angles that the fragment shader maps to the lens.
+#define FISHEYE_GLSL_DOME_VERTEX                                  \
+    "uniform mat4 uMVPMatrix;\n"                                  \
+    "attribute vec3 aPosition;\n"                                 \
+    "attribute vec2 aTexCoor;\n"                                  \
+    "varying vec2 vTextureCoord;\n"                               \
+    "void main() {\n"                                             \
+    "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"     \
+    "    vTextureCoord = aTexCoor;\n"                             \
+    "}\n"
+
+// The three plane samplers and the BT.601 video-range conversion. Put it
+// after the precision statement of a fragment shader.
+#define FISHEYE_GLSL_YUV                                                 \
+    "uniform sampler2D tex_y;\n"                                         \
+    "uniform sampler2D tex_u;\n"                                         \
+    "uniform sampler2D tex_v;\n"                                         \
+    "vec4 fisheyeYuvToRgb(vec2 p) {\n"                                   \
+    "    float y = 1.1643 * (texture2D(tex_y, p).r - 0.0625);\n"         \
+    "    float u = texture2D(tex_u, p).r - 0.5;\n"                       \
+    "    float v = texture2D(tex_v, p).r - 0.5;\n"                       \
+    "    return vec4(y + 1.5958 * v,\n"                                  \
+    "                y - 0.39173 * u - 0.81290 * v,\n"                   \
+    "                y + 2.017 * u, 1.0);\n"                             \
+    "}\n"
+
+// Radial lens law. fisheyeEquidistant: radius (fraction of the lens radius)
+// of latitude t (0 at the rim, pi/2 at the zenith). fisheyeLensLookup: the
+// texture point of longitude s at radius fir, with the view's sign pair,
+// which sets the handedness of the picture.
+#define FISHEYE_GLSL_LENS_LAW                                                   \
+    "float fisheyeEquidistant(float t, float rad) {\n"                          \
+    "    return rad * (1.0 - t / 1.570795);\n"                                  \
+    "}\n"                                                                       \
+    "vec2 fisheyeLensLookup(float s, float fir, float signS, float signT) {\n" \
+    "    return vec2(0.5 + signS * fir * sin(s) / 2.0,\n"                       \
+    "                0.5 + signT * fir * cos(s) / 2.0);\n"                      \
+    "}\n"
+
+// ------------------------------------------------- race-free single words
+
+// A member that gesture calls store from the host thread while Render reads
+// it on the render thread. Each access is one relaxed atomic load or store of
+// one aligned word: no lock, no ordering, only freedom from torn values and
+// from undefined behaviour. Compound assignments are a load and a store; a
+// gesture landing between them may be lost, which the per-frame clamps of
+// the views tolerate.
+template <typename T>
+class Relaxed {
+public:
+    Relaxed(T v = T()) : m_v(v) {}
+    Relaxed(const Relaxed &) = delete;
+    Relaxed &operator=(const Relaxed &) = delete;
+    operator T() const { return m_v.load(std::memory_order_relaxed); }
+    T load() const { return m_v.load(std::memory_order_relaxed); }
+    Relaxed &operator=(T v)
+    {
+        m_v.store(v, std::memory_order_relaxed);
+        return *this;
+    }
+    Relaxed &operator+=(T v) { return *this = T(load() + v); }
+    Relaxed &operator-=(T v) { return *this = T(load() - v); }
+
+private:
+    std::atomic<T> m_v;
+};
+
+// ------------------------------------------------------------ dome mesh
+
+struct DomeParams {
+    float span = kDomeSpan;
+    float step = kDomeStep;
+    float radius = kDomeRadius;
+    float zScale = 1.0f; // the half sphere and the wall overview squeeze depth to 0.97
+};
+
+// Fills one vertex: position (3 floats) and texture coordinate (2 floats) of
+// the angle pair (a, b), longitude and latitude in radians.
+typedef void (*DomeVertexFn)(double a, double b, const DomeParams &params, float *pos, float *tex, void *user);
+
+// The standard vertex: -radius * (sin a cos b, cos a cos b, zScale sin b),
+// texture coordinate (a, b). The rim lies in z = 0, the zenith at -radius.
+void DomeStandardVertex(double a, double b, const DomeParams &params, float *pos, float *tex, void *user);
+
+struct DomeMesh {
+    float *pVertices = nullptr;  // 3 floats a vertex
+    float *pTexCoords = nullptr; // 2 floats a vertex
+    MLong nVertexCount = 0;
+
+    // Cells: floor(2 span / step) + 1 columns by floor(span / (2 step)) + 1
+    // rows, six vertices a cell; the last column and row run past the range
+    // so that the mesh overlaps at the seam and crosses the pole. Returns 0,
+    // or 3 when memory can't be had (the mesh is then empty).
+    MRESULT Build(const DomeParams &params, DomeVertexFn fn = DomeStandardVertex, void *user = nullptr);
+    void Free();
+    static MLong Capacity(const DomeParams &params);
+};
+
+// ---------------------------------------------------------- GL programs
+
+// A program with the attribute and sampler names every fisheye view uses.
+struct FisheyeProgram {
+    GLuint mProgram = 0;
+    GLint maPositionHandle = -1;
+    GLint maTexCoorHandle = -1;
+    GLint muMVPMatrixHandle = -1;
+    GLint MYHandle = -1;
+    GLint mUHandle = -1;
+    GLint mVHandle = -1;
+
+    // Builds the program and looks up aPosition, aTexCoor, uMVPMatrix,
+    // tex_y, tex_u, tex_v. Each missing location is logged as
+    // "[VideoRender] <view>:: get <handle> error. " and counted; the lookups
+    // go on after a failure. Returns the number of failures (a failed build
+    // counts once and leaves every location at -1).
+    int Build(const char *viewName, const char *vertexSource, const char *fragmentSource);
+    // Looks up one more uniform, logging a miss the same way; -1 when absent.
+    GLint Uniform(const char *viewName, const char *name, const char *handleName) const;
+    // The three frame textures on units 0, 1, 2 and the samplers set to them.
+    void BindPlanes(const GLuint *pTextures) const;
+    // Points and enables the two attributes (client-side arrays).
+    void EnableAttributes(const float *positions, int positionSize, const float *texCoords, int texSize) const;
+    void DisableAttributes() const;
+    void Release();
+};
+
+// -------------------------------------------------------------- camera
+
+// Two-position zoom of the strip and the wall panes: maxState is the wanted
+// position (0 wide, 1 close); a move is pending while maxMinInit equals
+// maxState; animalState is 1 while the move runs.
+struct TwoPositionZoom {
+    Relaxed<MLong> maxState{0};
+    Relaxed<MLong> maxMinInit{0};
+    Relaxed<MLong> animalState{0};
+
+    // Double tap: flips the wanted position unless a move runs.
+    void OnDoubleClick();
+    // One frame: steps fTz by `step` towards the wanted end (double
+    // precision on the float value) or, when settled, makes the position
+    // that fTz has reached the settled one: closer than zMax - 0.2 counts as
+    // close.
+    void Step(Relaxed<float> &fTz, float zMin, float zMax, double step);
+    // A restored view comes back settled on its maxState.
+    void Settle();
+};
+
+// One tick of the release inertia: both velocities decay by 0.9; returns
+// false (and the inertia ends) when both magnitudes are then below 0.5,
+// true when the view's StartAcceleratedVelocity must be called with them.
+bool FisheyeInertiaStep(float *pVelX, float *pVelY);
+
+// Keeps an angle in degrees within (-360, 360) by whole turns.
+float FisheyeWrapDegrees(float angle);
+
+// ------------------------------------------------------------ the base
+
+class FisheyeEffect : public GlesRenderEffect {
+public:
+    explicit FisheyeEffect(const char *viewName);
+    ~FisheyeEffect() override;
+
+    void StartAcceleratedVelocity(float, float) override {}
+    void SetFishEyeCruiseState(MLong state, float fVelocity) override;
+    void SetDisBackGroundSts(MDWord, MDWord) override {}
+    void SetInitAnimalSts(MDWord) override {}
+    // The background colour; the logo id has no effect in a fisheye view.
+    MRESULT setConfig(MDWord dwID, void *pValue) override;
+    MLong GetFishEyeCruiseState() override { return mCruiseState.load() == 1 ? 1 : 0; }
+    void SetEnableGLDepth(unsigned char enable) override;
+
+    const char *ViewName() const { return m_szViewName; }
+
+protected:
+    enum SizeResult { kSizeUnusable, kSizeKept, kSizeChanged };
+    // Window size bookkeeping of every Render: a new size of at least
+    // 11 x 11 is taken (m_nInit 1, mWndRatio, the stored size) and reported
+    // as changed; a size with a zero side leaves everything as it was; any
+    // other new size clears m_nInit. kSizeUnusable when nothing may be drawn.
+    SizeResult UpdateWindowSize(MLong w, MLong h);
+
+    // Writes the 264-byte record to pValue after saveCurrentStatus().
+    MRESULT SaveStatusTo(void *pValue);
+
+    const char *m_szViewName;
+    // Written on the render thread, read by gestures on the host thread.
+    Relaxed<MLong> m_nWidth{0};
+    Relaxed<MLong> m_nHeight{0};
+    MLong m_nInit = 0;
+    float mWndRatio = 1.0f;
+    MDWord mInitResourceSuc = 0;
+    Relaxed<unsigned char> mCruiseState{0};
+    Relaxed<float> mCruiseVelocity{1.0f};
+    FECurrentStatusData m_FECurrentStatusData;
+};
+
+#endif

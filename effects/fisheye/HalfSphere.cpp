@@ -1,0 +1,819 @@
+#include "HalfSphere.h"
+
+#include <cmath>
+
+#include "CloudPicture.h"
+#include "MLog.h"
+
+// ------------------------------------------------------------ shaders
+
+// The bowl: the lens law blends from a sine-like curve through the
+// equidistant line to a cosine curve as fratio rises with the eye distance.
+static const char kSphereFragment[] =
+    "precision highp float;\n"
+    "varying vec2 vTextureCoord;\n"
+    "uniform float frad;\n"
+    "uniform float fratio;\n"
+    "uniform float PlatFlag;\n" FISHEYE_GLSL_YUV FISHEYE_GLSL_LENS_LAW
+    "void main() {\n"
+    "    float s = vTextureCoord.s;\n"
+    "    float t = vTextureCoord.t;\n"
+    "    float ftmp = (0.8 - 1.0) * t + 1.0;\n"
+    "    float fir1 = frad * ftmp * cos(t);\n"
+    "    float fir2 = ftmp * fisheyeEquidistant(t, frad);\n"
+    "    float fir3 = frad * ftmp * (1.0 - sin(t));\n"
+    "    float tm = PlatFlag == 0.0 ? 0.25 : 0.5;\n"
+    "    float m3 = 0.35;\n"
+    "    float fir;\n"
+    "    if (fratio >= tm) {\n"
+    "        float frat = (fratio - tm) * 2.0;\n"
+    "        fir = frat * fir1 + (1.0 - frat) * fir2;\n"
+    "    } else {\n"
+    "        float frat = fratio * m3 / tm + 1.0 - m3;\n"
+    "        fir = frat * fir2 + (1.0 - frat) * fir3;\n"
+    "    }\n"
+    "    gl_FragColor = fisheyeYuvToRgb(fisheyeLensLookup(s, fir, -1.0, 1.0));\n"
+    "}\n";
+
+static const char kBackFragment[] =
+    "precision mediump float;\n"
+    "varying vec2 vTextureCoord;\n" FISHEYE_GLSL_YUV
+    "void main() {\n"
+    "    gl_FragColor = fisheyeYuvToRgb(vTextureCoord);\n"
+    "}\n";
+
+static const char kStarVertex[] =
+    "uniform mat4 uMVPMatrix;\n"
+    "uniform float uPointSize;\n"
+    "uniform float uPointLight;\n"
+    "uniform vec3 uPositionCircle;\n"
+    "attribute vec3 aPosition;\n"
+    "varying vec3 vPosition;\n"
+    "varying float vPointSize;\n"
+    "varying vec4 vAmbient;\n"
+    "void main() {\n"
+    "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"
+    "    gl_PointSize = uPointSize;\n"
+    "    vPointSize = uPointSize;\n"
+    "    vPosition = aPosition;\n"
+    "    vAmbient = vec4(uPointLight, uPointLight, uPointLight, 1.0);\n"
+    "}\n";
+
+static const char kStarFragment[] =
+    "precision mediump float;\n"
+    "varying vec3 vPosition;\n"
+    "varying float vPointSize;\n"
+    "varying vec4 vAmbient;\n"
+    "void main() {\n"
+    "    if (vPointSize == 2.0)\n"
+    "        gl_FragColor = vec4(0.4, 0.4, 0.5, 1.0) * vAmbient;\n"
+    "    else\n"
+    "        gl_FragColor = vec4(0.9, 0.9, 1.0, 1.0) * vAmbient;\n"
+    "}\n";
+
+static int Sign(float v)
+{
+    return v > 0.0f ? 1 : (v < 0.0f ? -1 : 0);
+}
+
+// ------------------------------------------------------- construction
+
+HalfSphere::HalfSphere(MDWord dwFEPlatform)
+    : FisheyeEffect("HalfSphere"), m_dwFEPlatform(dwFEPlatform), fRatioMax(dwFEPlatform == 0 ? 0.5f : 1.0f)
+{
+    MLogInfo("[%s] HalfSphere() [pid %p], m_dwFEPlatform = %d\r\n", MLOG_TAG, static_cast<void *>(this),
+             static_cast<int>(dwFEPlatform));
+    SetDisBackGroundSts(true, true);
+    SetInitAnimalSts(true);
+}
+
+HalfSphere::~HalfSphere()
+{
+    Uninitialize();
+}
+
+MRESULT HalfSphere::Initialize(MDWord, MDWord)
+{
+    initVertexData();
+    if (!pBackVertices) {
+        pBackVertices = static_cast<float *>(MMemAlloc(12 * sizeof(float)));
+        pBackTexCoords = static_cast<float *>(MMemAlloc(8 * sizeof(float)));
+        if (pBackVertices && pBackTexCoords) {
+            const float a = 4.0f * kDomeRadius, z = -2.0f * kDomeRadius;
+            const float v[12] = {-a, -a, z, a, -a, z, -a, a, z, a, a, z};
+            const float t[8] = {0, 1, 1, 1, 0, 0, 1, 0};
+            MMemCpy(pBackVertices, v, sizeof(v));
+            MMemCpy(pBackTexCoords, t, sizeof(t));
+        } else {
+            MMemFree(pBackVertices);
+            MMemFree(pBackTexCoords);
+            pBackVertices = pBackTexCoords = nullptr;
+        }
+    }
+    if (!mBackTextures[0]) glGenTextures(3, mBackTextures);
+    initStars();
+
+    MLong lRet = Init_shader();
+
+    // The backdrop picture, expanded once and kept until Uninitialize.
+    if (!pBackPicture) pBackPicture = static_cast<uint8_t *>(MMemAlloc(kCloudPictureBytes));
+    if (pBackPicture) {
+        MMemSet(pBackPicture, 0, kCloudPictureBytes);
+        int w = 0, h = 0;
+        ExpandCloudPicture(kCloudPictureBlock, kCloudPictureBlockSize, pBackPicture, kCloudPictureBytes, &w, &h);
+        const int side = kCloudPictureSide;
+        if (w != side || h != side) MLogInfo("[%s] HalfSphere::Init() cloud picture %dx%d", MLOG_TAG, w, h);
+        bindTexture(mBackTextures[0], pBackPicture, side, side);
+        bindTexture(mBackTextures[1], pBackPicture + side * side, side / 2, side / 2);
+        bindTexture(mBackTextures[2], pBackPicture + side * side * 5 / 4, side / 2, side / 2);
+    }
+
+    // Without a mesh there is nothing to draw either.
+    if (lRet == 0 && m_Dome.nVertexCount == 0) lRet = 3;
+    mInitResourceSuc = lRet == 0 ? 1 : 0;
+    if (lRet != 0) MLogInfo("[%s] HalfSphere::Init() mInitResourceSuc = false lRet = %d.\r\n", MLOG_TAG, lRet);
+    SetEnableGLDepth(false);
+    return lRet;
+}
+
+void HalfSphere::Uninitialize()
+{
+    mInitResourceSuc = 0;
+    m_Sphere.Release();
+    m_Back.Release();
+    if (mProgramPoint) glDeleteProgram(mProgramPoint);
+    mProgramPoint = 0;
+    m_Dome.Free();
+    MMemFree(pBackVertices);
+    MMemFree(pBackTexCoords);
+    pBackVertices = pBackTexCoords = nullptr;
+    MMemFree(pStarBase);
+    MMemFree(pStarNow);
+    pStarBase = pStarNow = nullptr;
+    pStarDraw = nullptr;
+    nStarCount = 0;
+    RotTranMatrix::Destroy(mpRotTranMatrix);
+    RotTranMatrix::Destroy(mpBackRotTranMatrix);
+    RotTranMatrix::Destroy(mpStarRotTranMatrix);
+    mpRotTranMatrix = mpBackRotTranMatrix = mpStarRotTranMatrix = nullptr;
+    if (mBackTextures[0]) glDeleteTextures(3, mBackTextures);
+    mBackTextures[0] = mBackTextures[1] = mBackTextures[2] = 0;
+    MMemFree(pBackPicture);
+    pBackPicture = nullptr;
+}
+
+void HalfSphere::initVertexData()
+{
+    MLogDebug("[%s] HalfSphere::initVertexData in", MLOG_TAG);
+    if (m_Dome.nVertexCount) return;
+    DomeParams params;
+    params.zScale = 0.97f;
+    m_Dome.Build(params);
+}
+
+MLong HalfSphere::Init_shader()
+{
+    MLong failed = 0;
+    if (m_Sphere.Build("HalfSphere", FISHEYE_GLSL_DOME_VERTEX, kSphereFragment) != 0) failed = 1;
+    mRadHandle = m_Sphere.Uniform("HalfSphere", "frad", "mRadHandle");
+    maRatioHandle = m_Sphere.Uniform("HalfSphere", "fratio", "maRatioHandle");
+    mFEPlatformHandle = m_Sphere.Uniform("HalfSphere", "PlatFlag", "mFEPlatformHandle");
+    if (mRadHandle < 0 || maRatioHandle < 0 || mFEPlatformHandle < 0) failed = 1;
+    if (failed) return -1;
+
+    if (m_Back.Build("HalfSphere", FISHEYE_GLSL_DOME_VERTEX, kBackFragment) != 0) {
+        MLogInfo("[%s] HalfSphere:: buildProgram error mbackaPositionHandle:%d. ", MLOG_TAG, m_Back.maPositionHandle);
+        return -1;
+    }
+
+    mProgramPoint = buildProgram(kStarVertex, kStarFragment);
+    mPointPositionHandle = glGetAttribLocation(mProgramPoint, "aPosition");
+    mPointMVPMatrixHandle = glGetUniformLocation(mProgramPoint, "uMVPMatrix");
+    mPointSizeHandle = glGetUniformLocation(mProgramPoint, "uPointSize");
+    mPointLightHandle = glGetUniformLocation(mProgramPoint, "uPointLight");
+    return 0;
+}
+
+// -------------------------------------------------------------- stars
+
+int HalfSphere::nextRand()
+{
+    // Any generator of range 0..32767 does; this one is the classic LCG.
+    m_randState = m_randState * 1103515245u + 12345u;
+    return static_cast<int>((m_randState >> 16) & 0x7FFF);
+}
+
+void HalfSphere::initStars()
+{
+    if (!pStarBase) pStarBase = static_cast<float *>(MMemAlloc(sizeof(float) * 3 * kStarCount));
+    if (!pStarNow) pStarNow = static_cast<float *>(MMemAlloc(sizeof(float) * 3 * kStarCount));
+    if (!pStarBase || !pStarNow) {
+        MMemFree(pStarBase);
+        MMemFree(pStarNow);
+        pStarBase = pStarNow = nullptr;
+        nStarCount = 0;
+        return;
+    }
+    nStarCount = kStarCount;
+    m_randState = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(this) >> 4) | 1u;
+    seedStars();
+}
+
+void HalfSphere::seedStars()
+{
+    if (!pStarBase || !pStarNow) return;
+    for (int i = 0; i < 10; i++) {
+        fStarLight[i] = (nextRand() % 2001) / 2000.0f;
+        nStarLightUp[i] = (i % 2 == 0) ? 1 : 0;
+    }
+    fStarLightStep = 0.005f;
+    MMemSet(pStarBase, 0, sizeof(float) * 3 * kStarCount);
+    const float R = kDomeRadius;
+    nStarRadiusMin = static_cast<int>(1.55f * R + 0.2f);
+    nStarRadiusMax = static_cast<int>(1.55f * R + 15.0f);
+    const int span = nStarRadiusMax - nStarRadiusMin + 1;
+    for (int i = 0; i < nStarCount; i++) {
+        float a = (nextRand() % 2001) * 2.0f * 3.14159f / 2000.0f;
+        float x = std::cos(a) * static_cast<float>(nextRand() % span + nStarRadiusMin);
+        float y = std::sin(a) * static_cast<float>(nextRand() % span + nStarRadiusMin);
+        float *b = pStarBase + 3 * i, *n = pStarNow + 3 * i;
+        b[0] = n[0] = x;
+        b[1] = n[1] = y;
+        b[2] = n[2] = -1.25f * R;
+    }
+    pStarDraw = pStarBase;
+}
+
+void HalfSphere::twinkleStars(int count)
+{
+    if (!pStarBase || !pStarNow || count <= 0) return;
+    for (int k = 0; k < count / 5; k++) {
+        int i = nextRand() % count;
+        float ox = 0.0f, oy = 0.0f;
+        switch (nextRand() % 4) {
+        case 0: ox = 0.03f; break;
+        case 1: oy = 0.03f; break;
+        case 2: ox = -0.03f; break;
+        default: oy = -0.03f; break;
+        }
+        const float *b = pStarBase + 3 * i;
+        if (b[0] + ox > nStarRadiusMax || b[0] + ox < nStarRadiusMin) ox = -ox;
+        if (b[1] + oy > nStarRadiusMax || b[1] + oy < nStarRadiusMin) oy = -oy;
+        float *n = pStarNow + 3 * i;
+        n[0] = b[0] + ox;
+        n[1] = b[1] + oy;
+        n[2] = b[2];
+    }
+    pStarDraw = pStarNow;
+}
+
+// ------------------------------------------------------------- drawing
+
+void HalfSphere::Render(const MLong *, MLong w, MLong h, MLong, MLong, const GLuint *pTextures, MDWord, MDWord)
+{
+    if (!mInitResourceSuc) {
+        MLogDebug("[%s] HalfSphere::Render mInitResourceSuc == false. \r\n", MLOG_TAG);
+        return;
+    }
+    if (UpdateWindowSize(w, h) == kSizeChanged) {
+        RotTranMatrix **sets[3] = {&mpRotTranMatrix, &mpBackRotTranMatrix, &mpStarRotTranMatrix};
+        for (RotTranMatrix **m : sets) {
+            if (!*m) *m = RotTranMatrix::Create();
+            if (*m) (*m)->setProjectFrustum(-mWndRatio, mWndRatio, -1.0f, 1.0f, fProjectNear, fProjectFar);
+        }
+    }
+    if (!m_nInit || !mpRotTranMatrix || !mpBackRotTranMatrix || !mpStarRotTranMatrix) {
+        MLogDebug("[%s] HalfSphere::Render m_nInit == false. \r\n", MLOG_TAG);
+        return;
+    }
+    clearBackground();
+    glViewport(0, 0, w, h);
+    Render_frame(pTextures);
+    checkGlError("HalfSphere::Render");
+}
+
+void HalfSphere::Render_frame(const GLuint *pTextures)
+{
+    if (mbISDisplayBack.load()) drawCloud();
+    if (mbStarState.load()) {
+        static const struct {
+            int count;
+            float size;
+            int slot;
+        } layers[4] = {{350, 2.0f, 0}, {100, 1.5f, 1}, {20, 3.0f, 2}, {10, 3.8f, 3}};
+        for (const auto &l : layers) {
+            if (!bStarsSeeded) seedStars();
+            drawStars(l.count, l.size, l.slot);
+        }
+        bStarsSeeded = 1;
+    }
+    drawSphere(pTextures);
+}
+
+void HalfSphere::setCameraView(RotTranMatrix &m, float eyeZ)
+{
+    m.setLookAt(0.0f, 0.0f, eyeZ, 0.0f, 0.0f, -4.0f, 0.0f, 4.0f, -4.0f);
+    RotTranMatrix::rotate(m.mVMatrix, 180.0f, 0.0f, 0.0f, 1.0f);
+    RotTranMatrix::rotate(m.mVMatrix, fCamRotZ.load(), 1.0f, 0.0f, 0.0f);
+    RotTranMatrix::translate(m.mVMatrix, 0.0f, 0.0f, fCamTranZ.load());
+    RotTranMatrix::translate(m.mVMatrix, 0.0f, fCamTranY.load(), 0.0f);
+}
+
+float HalfSphere::backgroundEyeZ() const
+{
+    const float zMax = fCamZMax.load();
+    const float d = fCamZ.load() - zMax;
+    const float w = zMax - fCamZMin;
+    float e;
+    if (d <= 0.0f) {
+        e = (2.3f * d * d / (w * w) + 1.0f) * d + zMax;
+        if (e < 0.0f) e = 0.0f;
+    } else {
+        e = (0.5f * d * d / (w * w) + 1.0f) * d + zMax;
+    }
+    return e;
+}
+
+void HalfSphere::drawCloud()
+{
+    if (!pBackVertices) return;
+    RotTranMatrix &m = *mpBackRotTranMatrix;
+    glUseProgram(m_Back.mProgram);
+    m.setIdentity();
+    m.pushMatrix();
+    fBackCamZ = backgroundEyeZ();
+    setCameraView(m, fBackCamZ);
+    if (fCloudAngle > 360.0f) fCloudAngle = 0.0f;
+    RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
+    fCloudAngle += 0.65f;
+    m.rotate(fCloudAngle, 0.0f, 0.0f, 1.0f);
+    m.getFinalMatrix();
+    glUniformMatrix4fv(m_Back.muMVPMatrixHandle, 1, GL_FALSE, m.mMVPMatrix);
+    m_Back.BindPlanes(mBackTextures);
+    m_Back.EnableAttributes(pBackVertices, 3, pBackTexCoords, 2);
+    glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
+    m_Back.DisableAttributes();
+    m.popMatrix();
+}
+
+void HalfSphere::drawStars(int count, float size, int slot)
+{
+    if (count > nStarCount || !pStarDraw) return;
+    RotTranMatrix &m = *mpStarRotTranMatrix;
+    glUseProgram(mProgramPoint);
+    m.setIdentity();
+    m.pushMatrix();
+    fStarCamZ = backgroundEyeZ();
+    setCameraView(m, fStarCamZ);
+    RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
+    m.getFinalMatrix();
+
+    if (size == 2.0f) {
+        nStarFrame++;
+        if (nStarFrame >= 999999) nStarFrame = 0;
+    }
+    float L = fStarLight[slot];
+    if (L >= 1.8f) nStarLightUp[slot] = 0;
+    if (L <= 0.2f) nStarLightUp[slot] = 1;
+    L += nStarLightUp[slot] ? fStarLightStep : -fStarLightStep;
+    fStarLight[slot] = L;
+
+    glUniformMatrix4fv(mPointMVPMatrixHandle, 1, GL_FALSE, m.mMVPMatrix);
+    glUniform1f(mPointSizeHandle, size);
+    glUniform1f(mPointLightHandle, L);
+    if (mPointPositionHandle >= 0) {
+        glVertexAttribPointer(mPointPositionHandle, 3, GL_FLOAT, GL_FALSE, 12, pStarDraw);
+        glEnableVertexAttribArray(mPointPositionHandle);
+        glDrawArrays(GL_POINTS, 0, count);
+        glDisableVertexAttribArray(mPointPositionHandle);
+    }
+    m.popMatrix();
+    if (size == 2.0f && nStarFrame % 30 == 0) twinkleStars(count);
+}
+
+void HalfSphere::drawSphere(const GLuint *pTextures)
+{
+    RotTranMatrix &m = *mpRotTranMatrix;
+    glUseProgram(m_Sphere.mProgram);
+    m.setIdentity();
+    m.pushMatrix();
+    Update_camposrot();
+    m.getFinalMatrix();
+
+    const float z = fCamZ.load(), zMax = fCamZMax.load();
+    if (z < fCamZMin)
+        fRatio = 0.0f;
+    else if (z > zMax)
+        fRatio = fRatioMax;
+    else
+        fRatio = (z - fCamZMin) * fRatioMax / (zMax - fCamZMin);
+
+    glUniformMatrix4fv(m_Sphere.muMVPMatrixHandle, 1, GL_FALSE, m.mMVPMatrix);
+    m_Sphere.EnableAttributes(m_Dome.pVertices, 3, m_Dome.pTexCoords, 2);
+    m_Sphere.BindPlanes(pTextures);
+    glUniform1f(mFEPlatformHandle, m_dwFEPlatform == 0 ? 0.0f : 1.0f);
+    glUniform1f(mRadHandle, fRad);
+    glUniform1f(maRatioHandle, fRatio);
+    glDrawArrays(GL_TRIANGLES, 0, m_Dome.nVertexCount);
+    m_Sphere.DisableAttributes();
+    m.popMatrix();
+}
+
+void HalfSphere::SetEnableGLDepth(unsigned char enable)
+{
+    MLogDebug("HalfSphere::SetEnableGLDepth enable :%d \r\n", enable);
+    FisheyeEffect::SetEnableGLDepth(enable);
+}
+
+// -------------------------------------------------------------- camera
+
+void HalfSphere::Update_camposrot()
+{
+    if (mCruiseState.load() == 1) {
+        double a = static_cast<double>(zAngle.load()) +
+                   static_cast<double>(mCruiseVelocity.load()) * 0.08653846497719105;
+        if (a <= -360.0) a += 360.0;
+        if (a >= 360.0) a -= 360.0;
+        zAngle = static_cast<float>(a);
+    }
+
+    if (!springBack()) {
+        const MLong state = nRoamState.load(), init = nRoamInit.load();
+        if (state == 1 && init == 1) {
+            lookAroundMove();
+        } else if (state == 1 && init == 0) {
+            if (runAnimation(true)) {
+                nAnimToRoam = 1;
+            } else {
+                nRoamInit = 1;
+                belasticstate = 1;
+                fTz = 0.0f;
+            }
+        } else if (state == 0 && init == 1) {
+            if (runAnimation(false)) {
+                nAnimToRoam = 0;
+            } else {
+                nRoamInit = 0;
+                belasticstate = 0;
+                fTz = 0.0f;
+            }
+        } else if (state == 0 && init == 0) {
+            lookDownMove();
+        }
+    }
+
+    RotTranMatrix &m = *mpRotTranMatrix;
+    setCameraView(m, fCamZ.load());
+    spinStep();
+    RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
+}
+
+bool HalfSphere::runAnimation(bool toRoam)
+{
+    const float tZ = toRoam ? fCamZMin : fCamZMax.load();
+    const float tRot = toRoam ? fRoamRotZ : 0.0f;
+    const float tTranZ = toRoam ? fRoamTranZ : 0.0f;
+    const float tTranY = toRoam ? fRoamTranY : 0.0f;
+    float z = fCamZ.load(), rot = fCamRotZ.load(), tranZ = fCamTranZ.load(), tranY = fCamTranY.load();
+
+    if (!bAnimStarted) {
+        nDirZ = Sign(tZ - z);
+        fDeltaZ = std::fabs(tZ - z);
+        nDirRot = Sign(tRot - rot);
+        fDeltaRot = std::fabs(tRot - rot) / 20.0f;
+        nDirTranZ = Sign(tTranZ - tranZ);
+        fDeltaTranZ = std::fabs(tTranZ - tranZ);
+        nDirTranY = Sign(tTranY - tranY);
+        fDeltaTranY = std::fabs(tTranY - tranY);
+        fDeltaMax = std::fmax(std::fmax(fDeltaZ, fDeltaRot), std::fmax(fDeltaTranZ, fDeltaTranY));
+        fAnimTotal = fDeltaMax;
+        bAnimStarted = 1;
+        fAnimRemain = fDeltaMax;
+    }
+
+    fAnimRemain -= fAnimStep;
+    if (fAnimRemain < fAnimStep) {
+        nDirZ = nDirRot = nDirTranZ = nDirTranY = 0;
+        fAnimRemain = 0.0f;
+        return false;
+    }
+    if (!nDirZ && !nDirRot && !nDirTranZ && !nDirTranY) return false;
+    if (!(fDeltaMax > 0.0f)) return false;
+
+    z += fAnimStep * nDirZ * fDeltaZ / fDeltaMax;
+    tranZ += fAnimStep * nDirTranZ * fDeltaTranZ / fDeltaMax;
+    tranY += fAnimStep * nDirTranY * fDeltaTranY / fDeltaMax;
+    rot += fAnimRotStep * nDirRot * fDeltaRot / fDeltaMax;
+    fCamZ = z;
+    fCamTranZ = tranZ;
+    fCamTranY = tranY;
+    fCamRotZ = rot;
+
+    // A channel whose next step would pass its target stops; a channel of
+    // distance 0 never counts as passing.
+    int passing = 0;
+    auto check = [&](int &dir, float value, float delta, float step, float target) {
+        if (delta == 0.0f) return;
+        float next = value + step * dir * delta / fDeltaMax;
+        if (dir == 0 || (dir > 0 && next > target) || (dir < 0 && next < target)) {
+            dir = 0;
+            passing++;
+        }
+    };
+    check(nDirZ, z, fDeltaZ, fAnimStep, tZ);
+    check(nDirRot, rot, fDeltaRot, fAnimRotStep, tRot);
+    check(nDirTranZ, tranZ, fDeltaTranZ, fAnimStep, tTranZ);
+    check(nDirTranY, tranY, fDeltaTranY, fAnimStep, tTranY);
+    if (passing == 4) {
+        fAnimRemain = 0.0f;
+        return false;
+    }
+    return true;
+}
+
+void HalfSphere::spinStep()
+{
+    float angle = FisheyeWrapDegrees(zAngle.load());
+    if (fAnimStep > fAnimRemain) {
+        const float t = (fAnimTotal - fAnimRemain) * fAnimAngleRate;
+        fAnimTotal = fAnimRemain = fAnimAngleRate = 0.0f;
+        angle += t;
+        zAngle = angle;
+        fCamAngleZ = angle;
+        bIsInitAnimal = 0;
+        return;
+    }
+    zAngle = angle;
+    if (fAnimTotal > 0.0f) {
+        if (nAnimToRoam) {
+            const float a = fHitAngle.load();
+            if (a >= 0.0f && a <= 180.0f) {
+                const float w = 90.0f - std::fabs(a - 90.0f);
+                const float k = a > 90.0f ? 55.0f : 10.0f;
+                fAnimAngleRate = -(a - w * k / 90.0f) / fAnimTotal;
+            } else {
+                const float b = 360.0f - a;
+                const float w = 90.0f - std::fabs(b - 90.0f);
+                const float k = a < 270.0f ? 55.0f : 10.0f;
+                fAnimAngleRate = (b - w * k / 90.0f) / fAnimTotal;
+            }
+        } else {
+            fAnimAngleRate = bIsInitAnimal.load() ? fAnimRotStep * 1.9f * 10.0f : fAnimRotStep * 10.0f;
+        }
+    }
+    fCamAngleZ = (fAnimTotal - fAnimRemain) * fAnimAngleRate + angle;
+}
+
+int HalfSphere::springBack()
+{
+    const unsigned char up = bTouchUp.load();
+    float rot = fCamRotZ.load();
+    if (up == 1 && rot < fRoamRotZ && !bAnimStarted) {
+        rot += 1.0f;
+        if (rot > fRoamRotZ) rot = fRoamRotZ;
+        fCamRotZ = rot;
+        const float p = (rot - fTiltRotZ) / (fRoamRotZ - fTiltRotZ);
+        fCamZ = fCamZMin;
+        fCamTranY = fTiltTranY + (fRoamTranY - fTiltTranY) * p;
+        fCamTranZ = fTiltTranZ + (fRoamTranZ - fTiltTranZ) * p;
+        if (rot >= fRoamRotZ) {
+            belasticstate = 1;
+            fTz = nRoamState.load() == 0 ? fRoamRotZ / 18.0f : 0.0f;
+        }
+        bTouchUpPrev = 1;
+        return 1;
+    }
+    if (up == 0 && bTouchUpPrev == 1 && rot < fRoamRotZ && !bAnimStarted) {
+        // A finger has landed on a springing tilt: it takes the tilt over.
+        belasticstate = 1;
+        fTz = nRoamState.load() == 0 ? rot / 18.0f : (rot - fRoamRotZ) / 18.0f;
+    }
+    bTouchUpPrev = up;
+    return 0;
+}
+
+void HalfSphere::lookAroundMove()
+{
+    bAnimStarted = 0;
+    nRDHitS = 0;
+    const float zMax = fCamZMax.load();
+    const float w = zMax - fCamZMin;
+    float tz = fTz.load();
+    const float tzMin = (fTiltRotZ - fRoamRotZ) / 18.0f;
+    if (tz > w) tz = w;
+    if (tz < tzMin) tz = tzMin;
+    fTz = tz;
+
+    if (tz > 0.0f) {
+        float z = fCamZMin + tz;
+        if (z >= zMax) {
+            z = zMax;
+            nRDHitS = 1;
+        }
+        fCamZ = z;
+        const float tilt = fRoamRotZ - fRoamRotZ * tz / w;
+        if (tilt < 0.0f) {
+            fCamRotZ = tilt;
+            fCamTranY = fRoamTranY - fRoamTranY * tz / w;
+            fCamTranZ = fRoamTranZ - fRoamTranZ * tz / w;
+        } else {
+            fCamRotZ = 0.0f;
+            fCamTranY = 0.0f;
+            fCamTranZ = 0.0f;
+        }
+    } else if (belasticstate.load() == 1 && bTouchUp.load() == 0) {
+        const float r = tz * 18.0f + fRoamRotZ;
+        const float p = (r - fTiltRotZ) / (fRoamRotZ - fTiltRotZ);
+        fCamRotZ = r;
+        fCamZ = fCamZMin;
+        fCamTranY = fTiltTranY + (fRoamTranY - fTiltTranY) * p;
+        fCamTranZ = fTiltTranZ + (fRoamTranZ - fTiltTranZ) * p;
+    } else {
+        fCamZ = fCamZMin;
+        fCamRotZ = fRoamRotZ;
+        fCamTranZ = fRoamTranZ;
+        fCamTranY = fRoamTranY;
+        fTz = 0.0f;
+    }
+}
+
+void HalfSphere::lookDownMove()
+{
+    bAnimStarted = 0;
+    float tz = fTz.load();
+    if (tz >= 0.0f) {
+        tz = 0.0f;
+        nRDHitS = 0;
+    } else if (tz <= -0.1f) {
+        nRDHitS = 1;
+    }
+    const float tzMin = fTiltRotZ / 18.0f;
+    if (tz < tzMin) tz = tzMin;
+    fTz = tz;
+
+    float r = tz * 18.0f;
+    if (r < fTiltRotZ) r = fTiltRotZ;
+    if (r > 0.0f) r = 0.0f;
+    fCamRotZ = r;
+    const float zMax = fCamZMax.load();
+
+    if (!belasticstate.load()) {
+        const float p = r / fTiltRotZ; // 0 at the overview, 1 at the tilt limit
+        fCamTranY = fTiltTranY * p;
+        fCamTranZ = fTiltTranZ * p;
+        fCamZ = zMax + (fCamZMin - zMax) * p;
+    } else if (r <= fRoamRotZ) {
+        const float p = (r - fTiltRotZ) / (fRoamRotZ - fTiltRotZ);
+        fCamZ = fCamZMin;
+        fCamTranY = fTiltTranY + (fRoamTranY - fTiltTranY) * p;
+        fCamTranZ = fTiltTranZ + (fRoamTranZ - fTiltTranZ) * p;
+    } else {
+        const float q = r / fRoamRotZ; // 1 at the roam pose, 0 at the overview
+        fCamTranY = fRoamTranY * q;
+        fCamTranZ = fRoamTranZ * q;
+        fCamZ = zMax + (fCamZMin - zMax) * q;
+    }
+}
+
+// ------------------------------------------------------------ gestures
+
+void HalfSphere::OnTouchDown(float, float)
+{
+    bTouchUp = 0;
+    mCruiseState = 0;
+}
+
+void HalfSphere::OnTouchUp(float, float)
+{
+    bTouchUp = 1;
+}
+
+void HalfSphere::OnTouchMove(float px, float py, float x, float y)
+{
+    mCruiseState = 0;
+    const float fDX = -(x - px);
+    const float fDY = y - py;
+    zAngle -= fDX * 1.8f * TOUCH_SCALE_FACTOR;
+    fTz -= fDY * TOUCH_SCALE_FACTOR * 0.1f;
+}
+
+void HalfSphere::OnTouchPinch(float fZoomRate, float, float)
+{
+    mCruiseState = 0;
+    if (fZoomRate > 1.0f)
+        fTz -= 0.07875f;
+    else
+        fTz += 0.07875f;
+}
+
+void HalfSphere::StartAcceleratedVelocity(float fVelX, float)
+{
+    mCruiseState = 0;
+    const float step = std::fabs(fVelX) * 6.075001f / 1000.0f;
+    if (fVelX >= 0.0f)
+        zAngle += step;
+    else
+        zAngle -= step;
+}
+
+void HalfSphere::OnDoubleClick(float x, float y)
+{
+    if (nRDHitS.load() == 0) {
+        const MLong s = nRoamState.load();
+        if (s == 0)
+            nRoamState = 1;
+        else if (s == 1)
+            nRoamState = 0;
+    } else {
+        nRoamInit = (nRoamInit.load() + 1) % 2;
+    }
+    const float cx = static_cast<float>(m_nWidth.load() / 2);
+    const float cy = static_cast<float>(m_nHeight.load() / 2);
+    if (x == cx && y == cy) {
+        // No direction at the centre: the journey then turns by nothing.
+        fHitAngle = 0.0f;
+        return;
+    }
+    float a = std::atan((y - cy) / (x - cx)) * 180.0f / 3.1415926f;
+    a += x > cx ? 90.0f : 270.0f;
+    fHitAngle = a;
+}
+
+void HalfSphere::SetDisBackGroundSts(MDWord bCloud, MDWord bStar)
+{
+    mbISDisplayBack = bCloud ? 1 : 0;
+    mbStarState = bStar ? 1 : 0;
+    const float R = kDomeRadius;
+    fCamZMax = bCloud ? R + R / 2.0f - 1.0f - 0.9f : R + 0.1f;
+}
+
+void HalfSphere::SetInitAnimalSts(MDWord bAnimal)
+{
+    if (bAnimal) {
+        fCamZ = mbISDisplayBack.load() ? -0.8f : -1.9f;
+        bIsInitAnimal = 1;
+    } else {
+        fCamZ = fCamZMax.load();
+    }
+}
+
+// ---------------------------------------------------------- saved state
+
+void HalfSphere::saveCurrentStatus()
+{
+    FECurrentStatusData &d = m_FECurrentStatusData;
+    d.fCamZ[0] = fCamZ.load();
+    d.fCamTranZ[0] = fCamTranZ.load();
+    d.fCamRotZ[0] = fCamRotZ.load();
+    d.fCamTranY[0] = fCamTranY.load();
+    d.fCamAngleZ[0] = fCamAngleZ.load();
+    d.fTz[0] = fTz.load();
+    d.zAngle[0] = zAngle.load();
+    d.mCruiseState = mCruiseState.load();
+    d.mCruiseVelocity = mCruiseVelocity.load();
+    d.nRoamState = nRoamState.load();
+    d.nRoamInit = nRoamInit.load();
+    d.belasticstate = belasticstate.load();
+}
+
+MRESULT HalfSphere::GetConfig(MDWord dwID, void *pValue)
+{
+    if (!pValue) return 2;
+    if (dwID == ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS) {
+        saveCurrentStatus();
+        return SaveStatusTo(pValue);
+    }
+    return 0;
+}
+
+MRESULT HalfSphere::setConfig(MDWord dwID, void *pValue)
+{
+    if (dwID != ZT5_CFG_DISPLAY_FE_CURRENTSTATUS) return FisheyeEffect::setConfig(dwID, pValue);
+    if (!pValue) return 0;
+    MMemCpy(&m_FECurrentStatusData, pValue, sizeof(m_FECurrentStatusData));
+    const FECurrentStatusData &d = m_FECurrentStatusData;
+    fCamZ = d.fCamZ[0];
+    fCamTranZ = d.fCamTranZ[0];
+    fCamRotZ = d.fCamRotZ[0];
+    fCamTranY = d.fCamTranY[0];
+    fCamAngleZ = d.fCamAngleZ[0];
+    fTz = d.fTz[0];
+    zAngle = d.zAngle[0];
+    mCruiseState = d.mCruiseState != 0 ? 1 : 0;
+    mCruiseVelocity = d.mCruiseVelocity;
+    belasticstate = d.belasticstate != 0 ? 1 : 0;
+    nRoamState = d.nRoamState;
+    // Back at rest in the steady state of its side. A journey that was under
+    // way here is dropped with its spin, or the restored view would show the
+    // turn of an animation that no longer runs. A restore never overlaps a
+    // draw (the renderer holds its lock), so these render-side members may
+    // be written here.
+    bAnimStarted = 0;
+    fAnimRemain = fAnimTotal = fAnimAngleRate = 0.0f;
+    nDirZ = nDirRot = nDirTranZ = nDirTranY = 0;
+    if (d.nRoamState == 0 || d.nRoamState == 1)
+        nRoamInit = d.nRoamState;
+    else
+        nRoamInit = d.nRoamInit;
+    return 0;
+}

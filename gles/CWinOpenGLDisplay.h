@@ -1,0 +1,140 @@
+// The render object: owns the EGL renderer and the render thread, on which
+// all EGL and GL work runs. Other threads post frames (without waiting) and
+// get other work done there through a request handshake.
+#ifndef PANOVIEW_CWINOPENGLDISPLAY_H
+#define PANOVIEW_CWINOPENGLDISPLAY_H
+
+#include <atomic>
+#include <mutex>
+
+#include "CWinOpenGLESRenderer.h"
+#include "MDisplayMgr.h"
+
+enum {
+    OP_NULL = 0,
+    OP_INIT = 1,
+    OP_UNINIT = 2,
+    OP_UPDATE = 3,
+    OP_BLIT = 4,
+    OP_SETDC = 5,
+    OP_CHANGEMODE = 6,
+    OP_CAPTUREFRAME = 7,
+    OP_NOP = 8,
+};
+
+struct MGLFrameRequest {
+    unsigned char *planes[3];
+    MLong strides[3];
+};
+
+struct MGLDisplayPinch {
+    float zoomRate;
+    float *pCenter; // two floats
+};
+
+class CWinOpenGLDisplay : public IZT5VideoRenderer {
+public:
+    CWinOpenGLDisplay();
+    ~CWinOpenGLDisplay() override;
+
+    MRESULT setConfig(MDWord dwID, void *pValue) override;
+    MRESULT getConfig(MDWord dwID, void *pValue) override;
+    MRESULT render(unsigned char *pBuffer, MLong lWidth, MLong lHeight, MLong lDstWidth, MLong lDstHeight) override;
+    MRESULT render(unsigned char **planes, MLong *strides) override;
+    MRESULT render(MLong lSize) override;
+    MRESULT init(MDWord dwReserved, char *pText, MDWord dwCSType, MWindowHandle hContext, MLong lSrcWidth,
+                 MLong lSrcHeight, MLong lWidth, MLong lHeight, MDWord bContinueBuf, MDWord dwRotation) override;
+    MRESULT setRender(void *pRender) override;
+    MRESULT Reset() override;
+
+    MRESULT DoInit();
+    MRESULT Uninit();
+    MRESULT Update();
+    MRESULT Show(MDWord bShow);
+
+    // Number of draws the render thread has finished (swap included). Tests
+    // and the benchmark use it to know that a posted frame reached the
+    // window.
+    MDWord GetDrawCount() const { return m_dwDrawCount.load(std::memory_order_acquire); }
+    CWinOpenGLESRenderer *GetRenderer() { return m_pRenderer; }
+    // Test hook, see CWinOpenGLESRenderer::SetAvoidPreservedSwap.
+    void SetAvoidPreservedSwap(bool bAvoid)
+    {
+        if (m_pRenderer) m_pRenderer->SetAvoidPreservedSwap(bAvoid);
+    }
+
+private:
+    CWinOpenGLDisplay(const CWinOpenGLDisplay &) = delete;
+    CWinOpenGLDisplay &operator=(const CWinOpenGLDisplay &) = delete;
+
+    static uintptr_t Proc(void *pArg);
+    uintptr_t Run();
+    MRESULT Handshake(MLong op);
+    void Serve(MLong op, bool *pbDeferDone);
+    void FinishRequest(MLong op);
+    bool OnRenderThread() const;
+
+    MRESULT Internal_Init();
+    MRESULT Internal_Uninit();
+    MRESULT Internal_Update();
+    void Internal_Blit();
+    MRESULT Internal_SetDC();
+    void Internal_ChangeMode();
+    // Returns true when the capture will be finished by the next draw.
+    bool Internal_CaptureFrame();
+    void StoreCapture(void *pBuffer, MDWord dwWidth, MDWord dwHeight, MRESULT res);
+
+    MHandle m_hThread = nullptr;
+    MHandle m_hRequestEvent = nullptr;
+    MHandle m_hRequestLock = nullptr;
+    std::atomic<MDWord> m_bExitThread{0};
+    MHandle m_hDoneEvent = nullptr;
+    MLong m_lSrcWidth = 0;
+    MLong m_lSrcHeight = 0;
+    MGLDisplayContext mDisplayContext = {};
+    ZT5FrameInfo mFrameInfo = {};
+    void *m_pViewport = nullptr;
+    std::atomic<MDWord> m_bShow{1};
+    std::atomic<MDWord> m_bOpenGLInited{0};
+    std::atomic<MLong> mRequestOp{OP_NULL};
+    MGLFrameRequest FrameRequest = {};
+    CWinOpenGLESRenderer *m_pRenderer = nullptr;
+    std::atomic<MDWord> m_dwLastError{0};
+    std::atomic<MDWord> bIsNewScaleMode{0};
+    unsigned long m_dwParentThreadId = 0;
+    std::atomic<MDWord> m_dwDisplayRotation{0};
+    MGLDisplayPinch m_displayPinch = {};
+    std::atomic<MDWord> m_curiseMode{0};
+    std::atomic<float> m_curiseVelocity{1.0f};
+    float m_viewDoubleTap[2] = {0.0f, 0.0f};
+    std::atomic<MLong> m_lFishEyeMode{0};
+    float m_touchPoint[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+    std::atomic<MDWord> m_bEnableAnimation{1};
+    std::atomic<MDWord> m_bNeedFEBgCloud{1};
+    std::atomic<MDWord> m_bNeedFEBgStar{1};
+    std::atomic<MDWord> m_bOpenGLESRendererInited{0};
+    std::atomic<CZT5Mutex *> m_pFrameMutex{nullptr};
+    ZT5Snapshot m_Snapshot = {};
+    std::atomic<MDWord> m_dwFEPlatform{0};
+    std::atomic<ZT5UICallbackRecord *> m_pUICallback{nullptr};
+    std::atomic<MDWord> m_bIsOpenGLFullView{0};
+    std::atomic<MDWord> m_dwScaleRatio{100};
+    std::atomic<MDWord> m_dwDisplayMaxScale{400};
+    std::atomic<ZT5DistortionParam *> m_pDistortionParam{nullptr};
+
+    // Under m_hRequestLock: a requester's code is in mRequestOp and not yet
+    // served. A frame posted meanwhile stores its planes but leaves the code
+    // alone, and the thread decides after the service whether to draw on.
+    bool m_bRequestPending = false;
+    // Under m_hRequestLock: the newest post changed the video size, so the
+    // stored planes are of the old size and must not be drawn.
+    bool m_bPlanesStale = false;
+    // Requesters one at a time; held across the wait for the thread, but
+    // never taken by a poster or by the render thread.
+    std::recursive_mutex m_HandshakeLock;
+    std::atomic<unsigned long> m_dwRenderThreadId{0};
+    bool m_bCaptureDeferred = false; // render thread only
+    std::atomic<MDWord> m_dwDrawCount{0};
+};
+
+#endif

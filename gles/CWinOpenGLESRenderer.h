@@ -1,0 +1,172 @@
+// The EGL renderer of one display: EGL objects, the three plane textures and
+// the table of views, one per FishEyeMode. Drawing runs on the render thread;
+// settings and gestures may come from any thread.
+#ifndef PANOVIEW_CWINOPENGLESRENDERER_H
+#define PANOVIEW_CWINOPENGLESRENDERER_H
+
+#include <EGL/egl.h>
+#include <GLES2/gl2.h>
+
+#include <atomic>
+#include <mutex>
+
+#include "GlesRenderEffect.h"
+#include "MDisplayMgr.h"
+#include "MRuntime.h"
+#include "ZT5Records.h"
+
+#define GL_RENDER_MODE_COUNT 11
+
+// Serialises every section that makes an EGL context current; one for the
+// whole process, since all displays share the default EGL display.
+extern CZT5Mutex g_EglMutex;
+
+struct MGLDisplayContext;
+typedef MRESULT (*PFN_MGLDisplayCallback)(MGLDisplayContext *pContext, void *pUserData);
+
+// What the render object hands the renderer by address. The callbacks are
+// hooks for a platform that needs its surface made for it; nothing in this
+// library sets them and each is called only when present.
+struct MGLDisplayContext {
+    MWindowHandle hWindow;
+    void *pViewport;
+    PFN_MGLDisplayCallback fnCreateCallback;
+    PFN_MGLDisplayCallback fnDestroyCallback;
+    PFN_MGLDisplayCallback fnUpdateBeforeCallback;
+    PFN_MGLDisplayCallback fnUpdateAfterCallback;
+    void *pUserData;
+    MDWord dwWidth;
+    MDWord dwHeight;
+    MLong rectOpenglScale[4]; // x, y, width, height
+};
+
+class CWinOpenGLESRenderer {
+public:
+    CWinOpenGLESRenderer();
+    virtual ~CWinOpenGLESRenderer();
+
+    // Render thread.
+    MRESULT Initialize(MGLDisplayContext *pDisplayContext, MLong lWidth, MLong lHeight, MDWord dwRotation);
+    // One draw. When pPlanesLock is given (held by the caller, guarding the
+    // planes) it is released as soon as the planes are in the textures, so
+    // that the writer of the planes never waits for the view's draw or the
+    // swap; the result says whether it was released.
+    bool Render(unsigned char *const *planes, const MLong *strides, MDWord bIsNewScaleMode, MDWord dwRotation,
+                MLong lWidth, MLong lHeight, CZT5Mutex *pPlanesLock = nullptr);
+    void SetFishEyeMode(MLong nFishEyeMode);
+    void Uninitialize();
+    // Reads the surface as the last draw left it (RGBA, bottom row first).
+    // Result ZT5_SNAPSHOT_RGBA, -1 for no memory, ZT5_ERR_DISPLAY_CREATE when
+    // the context can't be made current.
+    MRESULT CaptureCurEffect(void **ppBuffer, MDWord *pWidth, MDWord *pHeight);
+
+    // Snapshot support. When the surface keeps its content across a swap a
+    // capture reads it at once; otherwise it must be read before the swap of
+    // a draw: ArmCaptureBeforeSwap makes the next Render do that.
+    bool CanReadAfterSwap() const { return m_bSwapPreserved; }
+    void ArmCaptureBeforeSwap() { m_bCaptureArmed = true; }
+    // True once a capture armed above has run; result and size through the
+    // pointers, as CaptureCurEffect. Disarms.
+    bool TakeArmedCapture(void **ppBuffer, MDWord *pWidth, MDWord *pHeight, MRESULT *pResult);
+    void DisarmCapture() { m_bCaptureArmed = false; }
+    // Test hook: behave as if the surface could not keep its content, to
+    // exercise the read-before-swap road. Call before Initialize.
+    void SetAvoidPreservedSwap(bool bAvoid) { m_bAvoidPreservedSwap = bAvoid; }
+
+    // Any thread.
+    MRESULT setConfig(MDWord dwID, void *pValue);
+    MRESULT GetConfig(MDWord dwID, void *pValue);
+    void SetFishEyeCruiseState(MLong state);
+    void SetFishEyeCruiseVelocity(float velocity);
+    void OnTouchDown(float x, float y);
+    void OnTouchUp(float x, float y);
+    void OnTouchMove(float px, float py, float x, float y);
+    void OnTouchPinch(float fZoomRate, float x, float y);
+    void OnDoubleClick(float x, float y);
+    void OnTouchMoveVelocity(float nVelX, float nVelY);
+    void SetDisBackGroundSts(MDWord bCloud, MDWord bStar);
+    void SetInitAnimalSts(MDWord bAnimal);
+
+    MDWord GetFishEyeMode() const { return m_FishEyeMode.load(std::memory_order_relaxed); }
+
+    // Where the render thread's time goes, summed over all draws since the
+    // start, in nanoseconds: plane upload, the view's draw calls, the swap.
+    // With bFinish set each phase ends with glFinish, so that work the
+    // driver defers is charged to the phase that asked for it (measurement
+    // only: it stalls the pipeline).
+    struct Timings {
+        uint64_t draws, uploadNs, effectNs, swapNs;
+    };
+    Timings GetTimings() const;
+    void SetFinishEachPhase(bool bFinish) { m_bFinishEachPhase.store(bFinish, std::memory_order_relaxed); }
+
+private:
+    CWinOpenGLESRenderer(const CWinOpenGLESRenderer &) = delete;
+    CWinOpenGLESRenderer &operator=(const CWinOpenGLESRenderer &) = delete;
+
+    void CreateEffect(MDWord mode);
+    void UploadPlanes(unsigned char *const *planes, const MLong *strides);
+    void ReportCruiseState(MLong state);
+    MRESULT ReadSurface(void **ppBuffer, MDWord *pWidth, MDWord *pHeight); // GL part of a capture
+    MRESULT InitializeLocked(MGLDisplayContext *pDisplayContext, MLong lWidth, MLong lHeight);
+
+    // Gesture entry points run on the host's thread while the render thread
+    // draws. They call the current view under m_EffectLock, which also
+    // guards the table slots and m_FishEyeMode against change; the draw
+    // itself never takes it.
+    template <typename F> void WithCurrentEffect(F f);
+
+    EGLDisplay m_eglDisplay = EGL_NO_DISPLAY;
+    EGLSurface m_eglSurface = EGL_NO_SURFACE;
+    EGLContext m_eglContext = EGL_NO_CONTEXT;
+    EGLConfig m_eglConfig = nullptr;
+    MGLDisplayContext *m_pDisplayContext = nullptr;
+    EGLint m_lSurfaceWidth = 0;
+    EGLint m_lSurfaceHeight = 0;
+    MLong m_Width = 0;
+    MLong m_Height = 0;
+    unsigned char *m_pPadBuffer = nullptr;
+    MDWord m_dwPadBufferSize = 0;
+    MLong m_dwDisplayWidth = 0;
+    MLong m_dwDisplayHeight = 0;
+    GLuint m_Textures[3] = {0, 0, 0};
+    std::atomic<MDWord> m_FishEyeMode{0};
+    GlesRenderEffect *m_RenderEffect[GL_RENDER_MODE_COUNT] = {};
+    std::atomic<float> m_fLastX{0.0f};
+    std::atomic<float> m_fLastY{0.0f};
+    std::atomic<float> m_fVelX{0.0f};
+    std::atomic<float> m_fVelY{0.0f};
+    std::atomic<unsigned char> m_bVelocityActive{0};
+    CZT5Mutex *m_pMutex = nullptr;
+    void *m_pCaptureBuffer = nullptr;
+    std::atomic<MDWord> m_dwFEPlatform{0};
+    std::atomic<MDWord> m_bOpenglFullView{0};
+    std::atomic<MDWord> m_CruiseState{0};
+    std::atomic<float> m_fAutoCuriseVelocity{1.0f};
+    std::atomic<ZT5UICallbackRecord *> m_pUICallback{nullptr};
+    MLong m_lastCuriseState = -2;
+    FECurrentStatusData m_FECurrentStatusData = {};
+    float m_fScaleRatio = 1.0f;
+    float m_fMaxScale = 4.0f;
+    std::atomic<ZT5DistortionParam *> m_pDistortionParam{nullptr};
+    std::atomic<MWindowHandle> m_hNativeWindow{0};
+    std::atomic<MDWord> m_dwBackColor{0};
+    std::atomic<bool> m_bHaveBackColor{false};
+
+    std::atomic<uint64_t> m_qwDraws{0};
+    std::atomic<uint64_t> m_qwUploadNs{0};
+    std::atomic<uint64_t> m_qwEffectNs{0};
+    std::atomic<uint64_t> m_qwSwapNs{0};
+    std::atomic<bool> m_bFinishEachPhase{false};
+
+    std::recursive_mutex m_EffectLock;
+    bool m_bSwapPreserved = false;
+    bool m_bAvoidPreservedSwap = false;
+    bool m_bCaptureArmed = false;
+    bool m_bCaptureTaken = false;
+    MRESULT m_lCaptureResult = 0;
+    MDWord m_dwCaptureWidth = 0;
+    MDWord m_dwCaptureHeight = 0;
+};
+
+#endif

@@ -1,0 +1,158 @@
+#!/usr/bin/env python3
+"""Generates effects/fisheye/CloudPictureData.cpp: the backdrop behind the
+half-sphere view, a 480x480 planar I420 picture, nearly black with a faint
+broken ring of light round the centre and a few wisps, packed with the
+run-length packets that CloudPicture.cpp expands.
+
+Deterministic: running it again gives the same bytes. Usage:
+    python3 scripts/gen_cloud_picture.py [output.cpp]
+"""
+import math
+import os
+import sys
+
+W = H = 480
+
+
+def lcg(seed):
+    state = seed
+    while True:
+        state = (state * 1103515245 + 12345) & 0x7FFFFFFF
+        yield (state >> 16) & 0x7FFF
+
+
+def make_planes():
+    rnd = lcg(20240601)
+    # Random phases for the breaks of the ring and the wisps.
+    phases = [next(rnd) / 32767.0 * 2 * math.pi for _ in range(8)]
+    y = bytearray(W * H)
+    u = bytearray((W // 2) * (H // 2))
+    v = bytearray((W // 2) * (H // 2))
+    light = [[0.0] * W for _ in range(H)]
+    for j in range(H):
+        for i in range(W):
+            dx = i + 0.5 - W / 2
+            dy = j + 0.5 - H / 2
+            r = math.hypot(dx, dy)
+            a = math.atan2(dy, dx)
+            # Ring of light about 0.62 of the half side, broken into arcs.
+            ring = math.exp(-((r - 150.0) / 22.0) ** 2)
+            arcs = 0.5 + 0.5 * math.sin(3 * a + phases[0]) + 0.35 * math.sin(7 * a + phases[1])
+            arcs = max(0.0, min(1.0, arcs))
+            # Wisps: slow swirls that fade outwards.
+            swirl = math.sin(0.035 * r + 2 * a + phases[2]) * math.sin(5 * a - 0.02 * r + phases[3])
+            wisp = max(0.0, swirl) * math.exp(-((r - 170.0) / 90.0) ** 2)
+            light[j][i] = 42.0 * ring * arcs + 14.0 * wisp
+    for j in range(H):
+        for i in range(W):
+            # Quantised in steps of 2 so that the dark areas pack into runs.
+            y[j * W + i] = 16 + 2 * int(light[j][i] / 2)
+    for j in range(H // 2):
+        for i in range(W // 2):
+            l = (light[2 * j][2 * i] + light[2 * j][2 * i + 1] + light[2 * j + 1][2 * i] + light[2 * j + 1][2 * i + 1]) / 4
+            # A cold blue tint where there is light.
+            u[j * (W // 2) + i] = 128 + int(l / 6)
+            v[j * (W // 2) + i] = 128 - int(l / 12)
+    return bytes(y) + bytes(u) + bytes(v)
+
+
+def length_header(n, b, run):
+    """Packet head for length n with value/first byte b."""
+    flag = 0x8000 if run else 0
+    if n < 32:
+        w = flag | (n << 8) | b
+        return bytes([w & 0xFF, w >> 8])
+    if n < 0x2000:
+        w = flag | 0x2000 | (n & 0x1F00) | b
+        return bytes([w & 0xFF, w >> 8, n & 0xFF])
+    q, e0 = n >> 8, n & 0xFF
+    k, e1 = min(q >> 8, 0x1F), 0
+    e1 = q - (k << 8)
+    assert 0 <= e1 <= 255
+    w = flag | 0x4000 | (k << 8) | b
+    return bytes([w & 0xFF, w >> 8, e0, e1])
+
+
+def pack(data):
+    out = bytearray([W & 0xFF, W >> 8, H & 0xFF, H >> 8])
+    i, n = 0, len(data)
+    literal_start = None
+
+    def flush_literal(end):
+        nonlocal literal_start
+        if literal_start is None:
+            return
+        s = literal_start
+        while s < end:
+            count = min(end - s, 0x1FFF)
+            out.extend(length_header(count, data[s], False))
+            out.extend(data[s + 1:s + count])
+            s += count
+        literal_start = None
+
+    while i < n:
+        j = i
+        while j < n and data[j] == data[i] and j - i < 0xFFFFF:
+            j += 1
+        if j - i >= 4:
+            flush_literal(i)
+            out.extend(length_header(j - i, data[i], True))
+            i = j
+        else:
+            if literal_start is None:
+                literal_start = i
+            i = j
+    flush_literal(n)
+    return bytes(out)
+
+
+def unpack(block):
+    """Reference expansion, to check the packer."""
+    w = block[0] | block[1] << 8
+    h = block[2] | block[3] << 8
+    out = bytearray()
+    p = 4
+    while p + 1 < len(block):
+        word = block[p] | block[p + 1] << 8
+        p += 2
+        b = word & 0xFF
+        if word & 0x2000:
+            n = (word & 0x1F00) + block[p]
+            p += 1
+        elif word & 0x4000:
+            n = (((word & 0x1F00) + block[p + 1]) << 8) + block[p]
+            p += 2
+        else:
+            n = (word & 0x1F00) >> 8
+        if word & 0x8000:
+            out.extend([b] * n)
+        elif n > 0:
+            out.append(b)
+            out.extend(block[p:p + n - 1])
+            p += n - 1
+    return w, h, bytes(out)
+
+
+def main():
+    here = os.path.dirname(os.path.abspath(__file__))
+    target = sys.argv[1] if len(sys.argv) > 1 else os.path.join(here, '..', 'effects', 'fisheye', 'CloudPictureData.cpp')
+    planes = make_planes()
+    block = pack(planes)
+    w, h, back = unpack(block)
+    assert (w, h) == (W, H) and back == planes, "packer round trip failed"
+    lines = []
+    for k in range(0, len(block), 20):
+        lines.append('    ' + ','.join('0x%02x' % c for c in block[k:k + 20]) + ',')
+    with open(target, 'w') as f:
+        f.write('// Generated by scripts/gen_cloud_picture.py; do not edit.\n')
+        f.write('// The half-sphere backdrop: %dx%d I420, %d bytes expanded, packed.\n' % (W, H, len(planes)))
+        f.write('#include "CloudPicture.h"\n\n')
+        f.write('const unsigned char kCloudPictureBlock[] = {\n')
+        f.write('\n'.join(lines))
+        f.write('\n};\n')
+        f.write('const size_t kCloudPictureBlockSize = sizeof(kCloudPictureBlock);\n')
+    print('%s: %d bytes packed from %d' % (target, len(block), len(planes)))
+
+
+if __name__ == '__main__':
+    main()
