@@ -69,25 +69,27 @@ void CopyRegion(const FrameSource &s, MDWord x, MDWord y, MDWord w, MDWord h, un
         return;
     }
 
+    // Luma first, then chroma: two sequential streams at a time copy faster
+    // than six interleaved ones.
+    for (MDWord i = 0; i < h; i++) MMemCpy(dstY + size_t(i) * w, s.p[0] + size_t(y + i) * s.stride[0] + x, w);
+
     const MDWord cw = w / 2;
-    // Chroma planes hold height/2 rows (quarter planes by integer division);
-    // an odd last row of an odd-height frame uses the last chroma row.
+    // Chroma planes hold height/2 rows (quarter planes by integer division).
+    // Chroma row i/2 of the region is taken at its odd luma row i, from the
+    // source chroma row that row falls in; an odd last row of an odd-height
+    // frame uses the last chroma row.
     const MDWord chromaRows = s.height / 2;
-    for (MDWord i = 0; i < h; i++) {
-        MMemCpy(dstY + size_t(i) * w, s.p[0] + size_t(y + i) * s.stride[0] + x, w);
-        if (!(i & 1) || cw == 0 || chromaRows == 0) continue;
-        MDWord cr = std::min((i + y) / 2, chromaRows - 1);
-        unsigned char *du = dstU + size_t(i / 2) * cw;
-        unsigned char *dv = dstV + size_t(i / 2) * cw;
-        const unsigned char *su = s.p[1] + size_t(cr) * s.stride[1] + size_t(x / 2) * s.uvStep;
-        const unsigned char *sv = s.p[2] + size_t(cr) * s.stride[2] + size_t(x / 2) * s.uvStep;
-        if (s.uvStep == 1) {
-            MMemCpy(du, su, cw);
-            MMemCpy(dv, sv, cw);
-        } else {
-            for (MDWord j = 0; j < cw; j++) {
-                du[j] = su[size_t(j) * s.uvStep];
-                dv[j] = sv[size_t(j) * s.uvStep];
+    if (cw == 0 || chromaRows == 0) return;
+    for (int plane = 1; plane <= 2; plane++) {
+        unsigned char *dstC = plane == 1 ? dstU : dstV;
+        for (MDWord i = 1; i < h; i += 2) {
+            MDWord cr = std::min((i + y) / 2, chromaRows - 1);
+            unsigned char *dc = dstC + size_t(i / 2) * cw;
+            const unsigned char *sc = s.p[plane] + size_t(cr) * s.stride[plane] + size_t(x / 2) * s.uvStep;
+            if (s.uvStep == 1) {
+                MMemCpy(dc, sc, cw);
+            } else {
+                for (MDWord j = 0; j < cw; j++) dc[j] = sc[size_t(j) * s.uvStep];
             }
         }
     }

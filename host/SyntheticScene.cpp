@@ -80,11 +80,16 @@ void PaintBlocks(const LensFrame &lens, int frame, bool withDot, int x0, int y0,
     // Label boxes in pixels: centre and size of each digit.
     struct Label {
         double x, y, cell;
+        double rx, ry; // the digit's "right" in frame pixels; its "down" is (-ry, rx)
     } labels[8];
     for (int k = 0; k < 8; k++) {
         double phi = (45.0 * k + 22.5) * kPi / 180.0;
         double r = R * 50.0 / 90.0;
-        labels[k] = {lens.cx + r * std::cos(phi), lens.cy - r * std::sin(phi), (9.0 / degPerPx) / 7.0};
+        // The top of each digit points away from the centre, as a sign on a
+        // wall looks to a camera on the ceiling: a dewarped panorama shows
+        // them upright.
+        labels[k] = {lens.cx + r * std::cos(phi), lens.cy - r * std::sin(phi), (9.0 / degPerPx) / 7.0,
+                     std::sin(phi), std::cos(phi)};
     }
     const double dotPhi = 2.0 * frame * kPi / 180.0;
     const double dotX = lens.cx + R * (20.0 / 90.0) * std::cos(dotPhi);
@@ -99,7 +104,9 @@ void PaintBlocks(const LensFrame &lens, int frame, bool withDot, int x0, int y0,
             return {0, 0, 0};
         for (int k = 0; k < 8; k++) {
             const Label &L = labels[k];
-            double gx = (x + 0.5 - L.x) / L.cell + 2.5, gy = (y + 0.5 - L.y) / L.cell + 3.5;
+            const double lx = x + 0.5 - L.x, ly = y + 0.5 - L.y;
+            double gx = (lx * L.rx + ly * L.ry) / L.cell + 2.5;
+            double gy = (-lx * L.ry + ly * L.rx) / L.cell + 3.5;
             if (gx >= 0 && gx < 5 && gy >= 0 && gy < 7) {
                 if (kDigits[k][int(gy)] & (0x10 >> int(gx))) return {0, 0, 0};
             }

@@ -13,7 +13,8 @@
 // - Rings: dark grey (kRingRgb) where theta is within 1 degree of 30 or 60.
 // - Horizon ring: white (kHorizonRgb) for theta in [75, 85).
 // - Labels: the digit k, black, about 9 degrees tall, centred at theta 50 in
-//   the middle of sector k (phi = 45k + 22.5), upright as the frame is seen.
+//   the middle of sector k (phi = 45k + 22.5), its top pointing away from the
+//   centre (as a sign on a wall looks to a camera on the ceiling).
 // - Animation: a black dot of 3 degrees radius at theta 20, phi = 2 * frame.
 // - Outside the circle: black.
 #ifndef PANOVIEW_SYNTHETICSCENE_H

@@ -100,10 +100,10 @@ int MEventSignal(MHandle h)
 {
     if (!h) return MERR_NULL_HANDLE;
     EventObj *e = static_cast<EventObj *>(h);
-    {
-        std::lock_guard<std::mutex> lk(e->m);
-        e->signalled = true;
-    }
+    // Notify under the lock: a waiter that wakes may destroy the event at
+    // once, and must not find the signaller still inside it.
+    std::lock_guard<std::mutex> lk(e->m);
+    e->signalled = true;
     if (e->autoReset)
         e->cv.notify_one();
     else
@@ -312,14 +312,16 @@ int CZT5Thread::Exit()
     if (pExitEvent) {
         if (hThread) MThreadResume(hThread);
         pExitEvent->Wait(M_INFINITE);
-        delete pExitEvent;
-        pExitEvent = nullptr;
     }
     if (hThread) {
+        // The routine may still be on its way out of Signal: let it end
+        // before its event goes.
         MThreadWait(hThread, M_INFINITE);
         MThreadDestroy(hThread);
         hThread = nullptr;
     }
+    delete pExitEvent;
+    pExitEvent = nullptr;
     delete pMutex;
     pMutex = nullptr;
     dwPriority = 0;
