@@ -8,37 +8,11 @@
 #include <cstring>
 #include <vector>
 
+#include "BenchNullRenderer.h"
 #include "MDisplayMgr.h"
 
 namespace {
 
-// A render object that is always up and ignores every frame.
-class NullRenderer : public IZT5VideoRenderer {
-public:
-    MRESULT getConfig(MDWord dwID, void *pValue) override
-    {
-        if (dwID == ZT5_CFG_DISPLAY_RENDERER_INITED && pValue) {
-            MDWord one = 1;
-            std::memcpy(pValue, &one, sizeof(one));
-            return 0;
-        }
-        return 0x7001;
-    }
-    MRESULT setConfig(MDWord, void *) override { return 0; }
-    MRESULT render(unsigned char *, MLong, MLong, MLong, MLong) override { return 0; }
-    MRESULT render(MLong) override { return 0; }
-    MRESULT init(MDWord, char *, MDWord, MWindowHandle, MLong, MLong, MLong, MLong, MDWord, MDWord) override
-    {
-        return 0;
-    }
-    MRESULT setRender(void *) override { return 0; }
-    MRESULT Reset() override { return 0; }
-};
-
-IZT5VideoRenderer *MakeNullRenderer()
-{
-    return new NullRenderer();
-}
 
 using Clock = std::chrono::steady_clock;
 
@@ -74,7 +48,7 @@ int main()
     MLong strides[3] = {W, W / 2, W / 2};
     ZT5Rect rc = {0, 0, W, H};
 
-    MDisplayMgrSetRendererFactory(&MakeNullRenderer);
+    MDisplayMgrSetRendererFactory(&MakeBenchNullRenderer);
     MDisplayHandle h = MDisplayMgrCreate(1);
     ZT5FrameInfo fi = {};
     fi.dwWidth = W;

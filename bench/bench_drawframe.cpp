@@ -10,33 +10,12 @@
 #include <cstring>
 #include <vector>
 
+#include "BenchNullRenderer.h"
 #include "MDisplayMgr.h"
 #include "ZT5Plugin.h"
 
 namespace {
 
-class NullRenderer : public IZT5VideoRenderer {
-public:
-    MRESULT getConfig(MDWord dwID, void *pValue) override
-    {
-        if (dwID == ZT5_CFG_DISPLAY_RENDERER_INITED && pValue) {
-            MDWord one = 1;
-            std::memcpy(pValue, &one, 4);
-            return 0;
-        }
-        return 3;
-    }
-    MRESULT render(unsigned char *, MLong, MLong, MLong, MLong) override { return 0; }
-    MRESULT render(MLong) override { return 0; }
-    MRESULT init(MDWord, char *, MDWord, MWindowHandle, MLong, MLong, MLong, MLong, MDWord, MDWord) override
-    {
-        return 0;
-    }
-    MRESULT setRender(void *) override { return 0; }
-    MRESULT Reset() override { return 0; }
-};
-
-IZT5VideoRenderer *MakeNull() { return new NullRenderer(); }
 
 double Seconds()
 {
@@ -59,7 +38,7 @@ template <typename F> double MedianPerCall(F f, int reps)
 
 int main()
 {
-    MDisplayMgrSetRendererFactory(&MakeNull);
+    MDisplayMgrSetRendererFactory(&MakeBenchNullRenderer);
     const int W = 1920, H = 1080;
     std::vector<unsigned char> frame(size_t(W) * H * 3 / 2);
     for (size_t i = 0; i < frame.size(); ++i) frame[i] = (unsigned char)(i * 31);

@@ -20,37 +20,12 @@
 #include <memory>
 #include <vector>
 
+#include "FisheyeGl.h"
 #include "EffectFactory.h"
 
 namespace {
 
 const int kW = 1280, kH = 720, kSide = 1080;
-
-bool MakeContext()
-{
-    EGLDisplay dpy = EGL_NO_DISPLAY;
-    if (getenv("DISPLAY")) {
-        dpy = eglGetDisplay(EGL_DEFAULT_DISPLAY);
-        if (dpy != EGL_NO_DISPLAY && !eglInitialize(dpy, nullptr, nullptr)) dpy = EGL_NO_DISPLAY;
-    }
-    if (dpy == EGL_NO_DISPLAY) {
-        auto getPlatformDisplay =
-            reinterpret_cast<PFNEGLGETPLATFORMDISPLAYEXTPROC>(eglGetProcAddress("eglGetPlatformDisplayEXT"));
-        if (getPlatformDisplay) dpy = getPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
-        if (dpy == EGL_NO_DISPLAY || !eglInitialize(dpy, nullptr, nullptr)) return false;
-    }
-    const EGLint attribs[] = {EGL_RED_SIZE,     8, EGL_GREEN_SIZE,      8, EGL_BLUE_SIZE,    8,
-                              EGL_DEPTH_SIZE,   8, EGL_RENDERABLE_TYPE, EGL_OPENGL_ES2_BIT,
-                              EGL_SURFACE_TYPE, EGL_PBUFFER_BIT,       EGL_NONE};
-    EGLConfig config;
-    EGLint n = 0;
-    if (!eglChooseConfig(dpy, attribs, &config, 1, &n) || n < 1) return false;
-    const EGLint pbuf[] = {EGL_WIDTH, kW, EGL_HEIGHT, kH, EGL_NONE};
-    EGLSurface surface = eglCreatePbufferSurface(dpy, config, pbuf);
-    const EGLint ctxAttr[] = {EGL_CONTEXT_CLIENT_VERSION, 2, EGL_NONE};
-    EGLContext ctx = eglCreateContext(dpy, config, EGL_NO_CONTEXT, ctxAttr);
-    return surface != EGL_NO_SURFACE && ctx != EGL_NO_CONTEXT && eglMakeCurrent(dpy, surface, surface, ctx);
-}
 
 // A lens-like test picture: luma rings and chroma sectors.
 void MakePlanes(std::vector<uint8_t> &y, std::vector<uint8_t> &u, std::vector<uint8_t> &v)
@@ -113,7 +88,8 @@ int main(int argc, char **argv)
 {
     double seconds = argc > 1 ? std::atof(argv[1]) : 3.0;
     if (!(seconds > 0.0)) seconds = 3.0;
-    if (!MakeContext()) {
+    fisheyegl::GlContext context(kW, kH);
+    if (!context.ok()) {
         std::fprintf(stderr, "bench_fisheye: no EGL context\n");
         return 1;
     }

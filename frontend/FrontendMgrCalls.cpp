@@ -68,11 +68,11 @@ MRESULT FeMgrSetShow(MDisplayHandle h, MDWord bShow)
     return r;
 }
 
-MRESULT FeMgrSetParam(MDisplayHandle h, MDWord id, void *pValue, MDWord size)
+// A parameter call as the observer sees it.
+static MRESULT ReportParam(FrontendMgrOp op, MDisplayHandle h, MDWord id, void *pValue, MDWord size, MRESULT r)
 {
-    MRESULT r = MDisplayMgrSetParam(h, id, pValue, size);
     if (g_observer.load(std::memory_order_relaxed)) {
-        FrontendMgrCall c = MakeCall(kMgrOpSetParam, h);
+        FrontendMgrCall c = MakeCall(op, h);
         c.dwParamID = id;
         c.pValue = pValue;
         c.dwSize = size;
@@ -82,18 +82,14 @@ MRESULT FeMgrSetParam(MDisplayHandle h, MDWord id, void *pValue, MDWord size)
     return r;
 }
 
+MRESULT FeMgrSetParam(MDisplayHandle h, MDWord id, void *pValue, MDWord size)
+{
+    return ReportParam(kMgrOpSetParam, h, id, pValue, size, MDisplayMgrSetParam(h, id, pValue, size));
+}
+
 MRESULT FeMgrGetParam(MDisplayHandle h, MDWord id, void *pValue, MDWord size)
 {
-    MRESULT r = MDisplayMgrGetParam(h, id, pValue, size);
-    if (g_observer.load(std::memory_order_relaxed)) {
-        FrontendMgrCall c = MakeCall(kMgrOpGetParam, h);
-        c.dwParamID = id;
-        c.pValue = pValue;
-        c.dwSize = size;
-        c.result = r;
-        Report(c);
-    }
-    return r;
+    return ReportParam(kMgrOpGetParam, h, id, pValue, size, MDisplayMgrGetParam(h, id, pValue, size));
 }
 
 MRESULT FeMgrBlit(MDisplayHandle h, MDWord dwCSType, unsigned char **planes, MLong *strides, const ZT5Rect *pRect,
