@@ -6,10 +6,13 @@
 
 #include <cmath>
 #include <cstring>
+#include <mutex>
+#include <vector>
 
 #include "FisheyeGl.h"
 #include "HostHarness.h"
 #include "ZT5Config.h"
+#include "ZT5Mutex.h"
 #include "ZT5Records.h"
 
 using harness::HostDisplay;
@@ -54,6 +57,25 @@ FECurrentStatusData SaveState(HostDisplay &disp)
     if (p) std::memcpy(&d, p, sizeof(d)); // copied out at once: the next save overwrites it
     return d;
 }
+
+// Cruise events the library reports through the UI callback record.
+struct CruiseEvents {
+    std::mutex m;
+    std::vector<uint32_t> values;
+    static void OnEvent(ZT5UIMessage *msg, void *arg)
+    {
+        CruiseEvents *self = static_cast<CruiseEvents *>(arg);
+        if (msg->dwEvent != ZT5_UI_EVENT || msg->dwParamID != ZT5_CFG_DISPLAY_CURISE_STATE_EVENT) return;
+        EXPECT_EQ(msg->dwValue1, msg->dwValue2);
+        std::lock_guard<std::mutex> lk(self->m);
+        self->values.push_back(msg->dwValue1);
+    }
+    std::vector<uint32_t> Get()
+    {
+        std::lock_guard<std::mutex> lk(m);
+        return values;
+    }
+};
 
 class FisheyeHostTest : public ::testing::Test {
 protected:
@@ -135,6 +157,14 @@ TEST_F(FisheyeHostTest, PanoramaStripThroughTheLibrary)
 
 TEST_F(FisheyeHostTest, HalfSphereOpensToTheOverviewThroughTheLibrary)
 {
+    CruiseEvents events;
+    CZT5Mutex callbackMutex;
+    ZT5UICallbackRecord record;
+    std::memset(&record, 0, sizeof(record));
+    record.pMutex = &callbackMutex;
+    record.pfnCallback = &CruiseEvents::OnEvent;
+    record.pArg = &events;
+    ASSERT_EQ(disp->Set(ZT5_CFG_DISPLAY_UICALLBACK, &record), 0);
     Start(1);
     harness::I420Frame frame = SceneFrame();
     RgbaImage shot;
@@ -161,7 +191,16 @@ TEST_F(FisheyeHostTest, HalfSphereOpensToTheOverviewThroughTheLibrary)
     disp->SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1);
     float z0 = SaveState(*disp).zAngle[0];
     ASSERT_TRUE(disp->WaitUntil([&](const RgbaImage &) { return SaveState(*disp).zAngle[0] > z0 + 1.0f; }, &shot));
+    // The state the view starts in is never reported; switching cruise on is,
+    // once.
+    ASSERT_TRUE(disp->WaitUntil([&](const RgbaImage &) { return !events.Get().empty(); }, &shot));
+    EXPECT_EQ(events.Get(), std::vector<uint32_t>({1}));
     float down[2] = {10, 10};
     disp->Set(ZT5_CFG_DISPLAY_UITOUCH_DOWN, down);
     EXPECT_EQ(SaveState(*disp).mCruiseState, 0);
+    // The touch that ends it is reported once too, and nothing after it.
+    ASSERT_TRUE(disp->WaitUntil([&](const RgbaImage &) { return events.Get().size() >= 2; }, &shot));
+    for (int i = 0; i < 5; i++) disp->Snapshot(&shot); // a few more draws
+    EXPECT_EQ(events.Get(), std::vector<uint32_t>({1, 0}));
+    disp->Uninit();
 }
