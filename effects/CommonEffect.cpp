@@ -1,7 +1,10 @@
 #include "CommonEffect.h"
 
+#include <cmath>
+
 #include "MLog.h"
 #include "ZT5Errors.h"
+#include "ZT5Mutex.h"
 
 namespace {
 
@@ -132,6 +135,39 @@ float PlaneTextureUScale(MLong videoWidth)
     const MLong c = ((videoWidth >> 1) + 3) & ~3;
     return float(double(videoWidth) / double(2 * c));
 }
+
+// Pan, zoom and animation steps never leave this bound, and are never NaN
+// or infinite: a host's garbage (a NaN coordinate, a record of random
+// bytes) must not reach the matrices, where one NaN blanks the picture for
+// good. The bound lies far beyond any limit a host can set (a percent word
+// of 0xffffffff is a zoom of about 4.3e7).
+const float kValueBound = 1.0e9f;
+
+float Sane(double v, float fallback)
+{
+    if (!std::isfinite(v)) return fallback;
+    if (v > kValueBound) return kValueBound;
+    if (v < -kValueBound) return -kValueBound;
+    return float(v);
+}
+
+// Pan limit for a zoom: the part of the zoomed picture beyond the window.
+// Below a zoom of 1.0 the picture doesn't fill the window and stays centred.
+float PanLimit(float scale)
+{
+    return scale < 1.0f ? 0.0f : scale - 1.0f;
+}
+
+float ClampPan(float v, float limit)
+{
+    if (!std::isfinite(v)) return 0.0f;
+    if (v < -limit) v = -limit;
+    if (v > limit) v = limit;
+    return v;
+}
+
+// Edge codes reported when a drag pushes the pan against its limit.
+enum : MDWord { EDGE_NONE = 0, EDGE_TOP = 1, EDGE_LEFT = 2, EDGE_BOTTOM = 4, EDGE_RIGHT = 8 };
 
 } // namespace
 
@@ -310,27 +346,81 @@ void CommonEffect::ApplyDistortionChange()
     // code once it exists (mDefaultLogo).
 }
 
-void CommonEffect::ApplyLimits()
+float CommonEffect::AddF(std::atomic<float> &a, double delta)
 {
-    float scale = LoadF(mScaleRatio);
+    float seen = a.load(std::memory_order_relaxed);
+    float next;
+    do {
+        next = Sane(double(seen) + delta, seen);
+    } while (!a.compare_exchange_weak(seen, next, std::memory_order_relaxed));
+    return next;
+}
+
+void CommonEffect::ReplaceF(std::atomic<float> &a, float seen, float v)
+{
+    if (seen == v) return;
+    a.compare_exchange_strong(seen, v, std::memory_order_relaxed);
+}
+
+// The zoom animation of the double tap, one step a draw, ahead of the limits.
+void CommonEffect::Update_camposrot()
+{
+    if (startAnimal.load(std::memory_order_relaxed) != 1) return;
     const float minScale = LoadF(mMinScale), maxScale = LoadF(mMaxScale);
-    if (scale < minScale) scale = minScale;
+    MLong d = mAnimalComSts.load(std::memory_order_relaxed);
+    if (d == 0) {
+        const float scale = LoadF(mScaleRatio);
+        if (scale > minScale && scale <= maxScale) {
+            // Zoom out, taking the pan back to the centre with the same
+            // number of steps. The steps come from the pan as the limits
+            // will leave it: a drag since the last draw may have pushed it
+            // beyond, and a larger step would swing the picture past the
+            // centre.
+            d = -1;
+            const float limit = PanLimit(scale);
+            const double range = double(scale) - double(minScale);
+            StoreF(mAnimalStepX, Sane(ClampPan(LoadF(mTransX), limit) * double(mZoomStep) / range, 0.0f));
+            StoreF(mAnimalStepY, Sane(ClampPan(LoadF(mTransY), limit) * double(mZoomStep) / range, 0.0f));
+        } else if (scale <= minScale) {
+            d = 1; // zooming in doesn't pan
+            StoreF(mAnimalStepX, 0.0f);
+            StoreF(mAnimalStepY, 0.0f);
+        } else {
+            return; // above the limit: wait for the limits to bring it down
+        }
+        mAnimalComSts.store(d, std::memory_order_relaxed);
+    }
+
+    AddF(mTransX, double(LoadF(mAnimalStepX)) * double(d));
+    const float scale = AddF(mScaleRatio, double(mZoomStep) * double(d));
+    AddF(mTransY, double(LoadF(mAnimalStepY)) * double(d));
+
+    if ((d < 0 && scale <= minScale) || (d > 0 && scale >= maxScale)) {
+        StoreF(mScaleRatio, d < 0 ? minScale : maxScale);
+        mAnimalComSts.store(0, std::memory_order_relaxed);
+        startAnimal.store(0, std::memory_order_relaxed);
+    }
+}
+
+// Brings zoom and pan into range, once a draw. The values it returns are the
+// ones drawn: a gesture that lands after this is limited at the next draw.
+CommonEffect::Camera CommonEffect::ApplyLimits()
+{
+    const float minScale = LoadF(mMinScale), maxScale = LoadF(mMaxScale);
+    const float scale0 = LoadF(mScaleRatio);
+    float scale = scale0;
+    if (!(scale >= minScale)) scale = minScale; // NaN too
     if (scale > maxScale) scale = maxScale;
-    StoreF(mScaleRatio, scale);
+    ReplaceF(mScaleRatio, scale0, scale);
 
-    const float maxX = scale - 1.0f;
-    StoreF(mMaxTransX, maxX);
-    float tx = LoadF(mTransX);
-    if (tx < -maxX) tx = -maxX;
-    if (tx > maxX) tx = maxX;
-    StoreF(mTransX, tx);
-
-    const float maxY = scale < 1.0f ? 0.0f : scale - 1.0f;
-    StoreF(mMaxTransY, maxY);
-    float ty = LoadF(mTransY);
-    if (ty < -maxY) ty = -maxY;
-    if (ty > maxY) ty = maxY;
-    StoreF(mTransY, ty);
+    const float limit = PanLimit(scale);
+    StoreF(mMaxTransX, limit);
+    StoreF(mMaxTransY, limit);
+    const float tx0 = LoadF(mTransX), ty0 = LoadF(mTransY);
+    const float tx = ClampPan(tx0, limit), ty = ClampPan(ty0, limit);
+    ReplaceF(mTransX, tx0, tx);
+    ReplaceF(mTransY, ty0, ty);
+    return Camera{tx, ty, scale};
 }
 
 void CommonEffect::DrawFrame(const GLuint *pTextures, MDWord dwRotation)
@@ -359,15 +449,16 @@ void CommonEffect::DrawFrame(const GLuint *pTextures, MDWord dwRotation)
     }
     if (bDistort && m_lDistortTexScaleLoc >= 0) glUniform1f(m_lDistortTexScaleLoc, uScale);
 
-    // Camera: the pan moves the eye, the zoom scales the model.
-    ApplyLimits();
+    // Camera: the animation step, the limits, then the pan moves the eye
+    // and the zoom scales the model.
+    Update_camposrot();
+    const Camera cam = ApplyLimits();
     RotTranMatrix *m = mpRotTranMatrix;
     RotTranMatrix::identity(m->mCurrMatrix);
     m->pushMatrix();
     m->setLookAt(0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f);
-    RotTranMatrix::translate(m->mVMatrix, LoadF(mTransX), LoadF(mTransY), 0.0f);
-    const float scale = LoadF(mScaleRatio);
-    m->scale(scale, scale, 1.0f);
+    RotTranMatrix::translate(m->mVMatrix, cam.fTransX, cam.fTransY, 0.0f);
+    m->scale(cam.fScale, cam.fScale, 1.0f);
 
     GLint samplers[3];
     if (bDistort) {
@@ -395,6 +486,81 @@ void CommonEffect::DrawFrame(const GLuint *pTextures, MDWord dwRotation)
     m->popMatrix();
 }
 
+// -------------------------------------------------------------- gestures
+
+// A drag pans; the picture follows the finger, by more model units a pixel
+// the larger the zoom. The pan is limited at the next draw, not here, so
+// that a drag against the limit is seen and reported as an edge.
+void CommonEffect::OnTouchMove(float x0, float y0, float x1, float y1)
+{
+    if (!m_nInit.load(std::memory_order_relaxed)) return;
+    const double dx = double(x1) - double(x0);
+    const double dy = double(y1) - double(y0);
+    const double w = double(m_dwDisplayWidth.load(std::memory_order_relaxed));
+    const double h = double(m_dwDisplayHeight.load(std::memory_order_relaxed));
+    // The current point must lie in the window (NaN fails here too).
+    if (!(x1 > 0.0f && y1 > 0.0f && double(x1) <= w && double(y1) <= h)) return;
+    if (!std::isfinite(dx) || !std::isfinite(dy)) return; // a NaN or infinite start point
+
+    const double unit = 0.001 * double(LoadF(mScaleRatio));
+    const float ty = AddF(mTransY, -dy * unit);
+    const float tx = AddF(mTransX, dx * unit);
+    if (std::fabs(dx) + std::fabs(dy) > 0.4) startAnimal.store(0, std::memory_order_relaxed);
+
+    const float maxX = LoadF(mMaxTransX), maxY = LoadF(mMaxTransY);
+    if (tx > -maxX && tx < maxX && ty > -maxY && ty < maxY) return;
+
+    const double ax = std::fabs(dx), ay = std::fabs(dy);
+    MDWord code = EDGE_NONE;
+    if (tx >= maxX && dx > 0 && ax > ay)
+        code = EDGE_RIGHT;
+    else if (tx <= -maxX && dx < 0 && ax > ay)
+        code = EDGE_LEFT;
+    else if (ty <= -maxY && dy > 0 && ay > ax)
+        code = EDGE_TOP;
+    else if (ty >= maxY && dy < 0 && ay > ax)
+        code = EDGE_BOTTOM;
+    ReportEdge(code);
+}
+
+// Tells the host, on the caller's thread, that a drag met the picture's edge.
+void CommonEffect::ReportEdge(MDWord dwCode)
+{
+    if (dwCode == EDGE_NONE) return;
+    ZT5UICallbackRecord *pRecord = m_pUICallback.load(std::memory_order_relaxed);
+    if (!pRecord) return;
+    CZT5Mutex *pRecordMutex = static_cast<CZT5Mutex *>(pRecord->pMutex);
+    if (pRecordMutex) pRecordMutex->Lock();
+    pRecord->msg.dwEvent = ZT5_UI_EVENT;
+    pRecord->msg.dwValue1 = dwCode;
+    pRecord->msg.dwValue2 = dwCode;
+    pRecord->msg.dwParamID = ZT5_CFG_DISPLAY_EDGE_EVENT;
+    if (pRecord->pfnCallback) pRecord->pfnCallback(&pRecord->msg, pRecord->pArg);
+    if (pRecordMutex) pRecordMutex->Unlock();
+}
+
+// A pinch zooms in fixed steps: a rate above 1.0 in, any other out. The
+// centre movement isn't used. It stops a running zoom animation.
+void CommonEffect::OnTouchPinch(float fZoomRate, float fDX, float fDY)
+{
+    (void)fDX;
+    (void)fDY;
+    if (!m_nInit.load(std::memory_order_relaxed)) return;
+    startAnimal.store(0, std::memory_order_relaxed);
+    AddF(mScaleRatio, fZoomRate > 1.0f ? 0.055 : -0.055);
+}
+
+// A double tap in the window starts (or resumes) the zoom animation; where
+// it lands doesn't matter, the zoom centre stays where the pan is.
+void CommonEffect::OnDoubleClick(float x, float y)
+{
+    if (!m_nInit.load(std::memory_order_relaxed)) return;
+    const double w = double(m_dwDisplayWidth.load(std::memory_order_relaxed));
+    const double h = double(m_dwDisplayHeight.load(std::memory_order_relaxed));
+    if (!(x >= 0.0f && y >= 0.0f && double(x) <= w && double(y) <= h)) return;
+    startAnimal.store(1, std::memory_order_relaxed);
+}
+
 // -------------------------------------------------------------- settings
 
 MRESULT CommonEffect::setConfig(MDWord dwID, void *pValue)
@@ -414,40 +580,67 @@ MRESULT CommonEffect::setConfig(MDWord dwID, void *pValue)
         if (pValue) m_pUICallback.store(static_cast<ZT5UICallbackRecord *>(pValue), std::memory_order_relaxed);
         return 0;
     case ZT5_CFG_DISPLAY_SCALE_RATIO: {
-        // A factor here, not a percentage.
+        // A factor here, not a percentage. A NaN or infinite factor is
+        // nobody's zoom and is ignored.
         if (!pValue) return 0;
         float v = *static_cast<const float *>(pValue);
+        if (!std::isfinite(v)) return 0;
         const float maxScale = LoadF(mMaxScale);
         if (v > maxScale) v = maxScale;
         if (v < 1.0f) v = 1.0f;
         StoreF(mScaleRatio, v);
         return 0;
     }
-    case ZT5_CFG_DISPLAY_MAX_SCALE:
-        if (pValue && *static_cast<const float *>(pValue) > 0.0f)
-            StoreF(mMaxScale, *static_cast<const float *>(pValue));
+    case ZT5_CFG_DISPLAY_MAX_SCALE: {
+        if (!pValue) return 0;
+        const float v = *static_cast<const float *>(pValue);
+        if (v > 0.0f && std::isfinite(v)) StoreF(mMaxScale, v < kValueBound ? v : kValueBound);
         return 0;
+    }
     case ZT5_CFG_DISPLAY_FE_CURRENTSTATUS:
         if (!pValue) return 0;
         MMemCpy(&m_FECurrentStatusData, pValue, sizeof(m_FECurrentStatusData));
-        StoreF(mScaleRatio, m_FECurrentStatusData.mScaleRatio);
-        StoreF(mTransX, m_FECurrentStatusData.mTransX);
-        StoreF(mTransY, m_FECurrentStatusData.mTransY);
-        StoreF(mAnimalStepX, m_FECurrentStatusData.mAnimalStepX);
-        StoreF(mAnimalStepY, m_FECurrentStatusData.mAnimalStepY);
+        restoreCurrentStatus();
         return 0;
     default:
         return GlesRenderEffect::setConfig(dwID, pValue);
     }
 }
 
+// What this view keeps in the saved-state record: each live member, its
+// field of the record, and the value a restore puts in place of a NaN or
+// infinite field. Save and restore both run over this table, so a field
+// added to the view's saved state is one line here.
+const CommonEffect::SavedField *CommonEffect::SavedFields(size_t *pCount)
+{
+    static const SavedField kFields[] = {
+        {&CommonEffect::mTransX, &FECurrentStatusData::mTransX, 0.0f},
+        {&CommonEffect::mTransY, &FECurrentStatusData::mTransY, 0.0f},
+        {&CommonEffect::mAnimalStepX, &FECurrentStatusData::mAnimalStepX, 0.0f},
+        {&CommonEffect::mAnimalStepY, &FECurrentStatusData::mAnimalStepY, 0.0f},
+        {&CommonEffect::mScaleRatio, &FECurrentStatusData::mScaleRatio, 1.0f},
+    };
+    *pCount = sizeof(kFields) / sizeof(kFields[0]);
+    return kFields;
+}
+
 void CommonEffect::saveCurrentStatus()
 {
-    m_FECurrentStatusData.mScaleRatio = LoadF(mScaleRatio);
-    m_FECurrentStatusData.mTransX = LoadF(mTransX);
-    m_FECurrentStatusData.mTransY = LoadF(mTransY);
-    m_FECurrentStatusData.mAnimalStepX = LoadF(mAnimalStepX);
-    m_FECurrentStatusData.mAnimalStepY = LoadF(mAnimalStepY);
+    size_t n = 0;
+    const SavedField *f = SavedFields(&n);
+    for (size_t i = 0; i < n; i++) m_FECurrentStatusData.*(f[i].field) = LoadF(this->*(f[i].member));
+}
+
+// The record's values are taken as they come, with one guard: a field that
+// isn't a finite number (or is beyond any sane size) is replaced, since the
+// draw's limits can bring a large value back but not a NaN. The limits of
+// the next draw then apply as to any other value.
+void CommonEffect::restoreCurrentStatus()
+{
+    size_t n = 0;
+    const SavedField *f = SavedFields(&n);
+    for (size_t i = 0; i < n; i++)
+        StoreF(this->*(f[i].member), Sane(double(m_FECurrentStatusData.*(f[i].field)), f[i].fallback));
 }
 
 MRESULT CommonEffect::GetConfig(MDWord dwID, void *pValue)
@@ -465,7 +658,7 @@ float CommonEffect::GetScaleRatio()
     float v = scale;
     const float maxScale = LoadF(mMaxScale);
     if (v > maxScale) v = maxScale;
-    if (v < 1.0f) v = 1.0f;
+    if (!(v >= 1.0f)) v = 1.0f;
     MLogDebug("[%s] CommonEffect::GetScaleRatio() mScaleRatio:%f  return value :%f\r\n", MLOG_TAG, double(scale),
               double(v));
     return v;

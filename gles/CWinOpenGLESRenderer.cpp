@@ -66,7 +66,11 @@ CWinOpenGLESRenderer::~CWinOpenGLESRenderer()
 
 template <typename F> void CWinOpenGLESRenderer::WithCurrentEffect(F f)
 {
-    std::lock_guard<std::recursive_mutex> lk(m_EffectLock);
+    // The render thread is the one that deletes views: it calls them as they
+    // are. Taking the lock there could wait on a host thread that is inside a
+    // view's callback, waiting for this very thread.
+    std::unique_lock<std::recursive_mutex> lk(m_EffectLock, std::defer_lock);
+    if (std::this_thread::get_id() != m_RenderThread.load(std::memory_order_relaxed)) lk.lock();
     GlesRenderEffect *pEffect = m_RenderEffect[m_FishEyeMode.load(std::memory_order_relaxed)];
     if (pEffect) f(pEffect);
 }
@@ -77,6 +81,7 @@ MRESULT CWinOpenGLESRenderer::Initialize(MGLDisplayContext *pDisplayContext, MLo
                                          MDWord dwRotation)
 {
     (void)dwRotation;
+    m_RenderThread.store(std::this_thread::get_id(), std::memory_order_relaxed);
     if (!m_pMutex) m_pMutex = new (std::nothrow) CZT5Mutex();
     MRESULT res;
     {
@@ -201,8 +206,7 @@ void CWinOpenGLESRenderer::CreateEffect(MDWord mode)
         MDWord dwColor = m_dwBackColor.load(std::memory_order_relaxed);
         pEffect->setConfig(ZT5_CFG_DISPLAY_BACK_COLOR, &dwColor);
     }
-    std::lock_guard<std::recursive_mutex> lk(m_EffectLock);
-    m_RenderEffect[mode] = pEffect;
+    m_RenderEffect[mode].store(pEffect);
 }
 
 void CWinOpenGLESRenderer::SetFishEyeMode(MLong nFishEyeMode)
@@ -220,10 +224,7 @@ void CWinOpenGLESRenderer::SetFishEyeMode(MLong nFishEyeMode)
         MLong state = pOld->GetFishEyeCruiseState();
         if (state == 0 || state == 1) m_CruiseState.store(MDWord(state), std::memory_order_relaxed);
     }
-    {
-        std::lock_guard<std::recursive_mutex> lk(m_EffectLock);
-        m_FishEyeMode.store(mode, std::memory_order_relaxed);
-    }
+    m_FishEyeMode.store(mode, std::memory_order_relaxed);
     CreateEffect(mode);
 
     g_EglMutex.Lock();

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <thread>
 
 #include "GlesRenderEffect.h"
 #include "MDisplayMgr.h"
@@ -111,9 +112,11 @@ private:
     MRESULT InitializeLocked(MGLDisplayContext *pDisplayContext, MLong lWidth, MLong lHeight);
 
     // Gesture entry points run on the host's thread while the render thread
-    // draws. They call the current view under m_EffectLock, which also
-    // guards the table slots and m_FishEyeMode against change; the draw
-    // itself never takes it.
+    // draws. They call the current view under m_EffectLock, which keeps the
+    // view alive: only Uninitialize, which deletes views, takes it besides
+    // them. A mode switch doesn't, so a host callback reached from inside a
+    // gesture may switch the mode without waiting on itself; the render
+    // thread never takes it.
     template <typename F> void WithCurrentEffect(F f);
 
     EGLDisplay m_eglDisplay = EGL_NO_DISPLAY;
@@ -131,7 +134,8 @@ private:
     MLong m_dwDisplayHeight = 0;
     GLuint m_Textures[3] = {0, 0, 0};
     std::atomic<MDWord> m_FishEyeMode{0};
-    GlesRenderEffect *m_RenderEffect[GL_RENDER_MODE_COUNT] = {};
+    // Slots are read by host threads while the render thread fills them.
+    std::atomic<GlesRenderEffect *> m_RenderEffect[GL_RENDER_MODE_COUNT] = {};
     std::atomic<float> m_fLastX{0.0f};
     std::atomic<float> m_fLastY{0.0f};
     std::atomic<float> m_fVelX{0.0f};
@@ -160,6 +164,8 @@ private:
     std::atomic<bool> m_bFinishEachPhase{false};
 
     std::recursive_mutex m_EffectLock;
+    // The thread that draws and deletes views; it needs no lock to call one.
+    std::atomic<std::thread::id> m_RenderThread{};
     bool m_bSwapPreserved = false;
     bool m_bAvoidPreservedSwap = false;
     bool m_bCaptureArmed = false;

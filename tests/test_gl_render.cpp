@@ -3,6 +3,8 @@
 // from the conversion formulas and the letterbox geometry.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include <chrono>
 #include <cmath>
 #include <thread>
@@ -19,7 +21,7 @@ class GlRender : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        if (!EnsureX()) GTEST_SKIP() << "no X display";
+        ASSERT_TRUE(EnsureX()) << "no X display (DISPLAY=" << (getenv("DISPLAY") ? getenv("DISPLAY") : "") << ")";
     }
 };
 

@@ -77,7 +77,7 @@ void PosterLoop(RenderHarness *h, int frames, std::atomic<int> *posted, std::vec
 
 TEST(ThreadRenderStress, PostsModeSwitchesSnapshotsAndGesturesNeverDeadlock)
 {
-    if (!EnsureX()) GTEST_SKIP() << "no X display";
+    ASSERT_TRUE(EnsureX()) << "no X display (DISPLAY=" << (getenv("DISPLAY") ? getenv("DISPLAY") : "") << ")";
     TestWindow winA(320, 240), winB(256, 192);
     ASSERT_TRUE(winA.ok());
     ASSERT_TRUE(winB.ok());

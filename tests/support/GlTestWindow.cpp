@@ -23,7 +23,12 @@ bool EnsureX()
     std::call_once(once, [] {
         XInitThreads();
         dlopen("/usr/lib/x86_64-linux-gnu/dri/swrast_dri.so", RTLD_NOW | RTLD_NODELETE);
-        Display *d = XOpenDisplay(nullptr);
+        // A busy X server may refuse a connection for a moment; try again.
+        Display *d = nullptr;
+        for (int i = 0; i < 50 && !d; i++) {
+            d = XOpenDisplay(nullptr);
+            if (!d) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
         ok = d != nullptr;
         if (d) XCloseDisplay(d);
     });
