@@ -64,6 +64,16 @@ CWinOpenGLESRenderer::~CWinOpenGLESRenderer()
     m_pMutex = nullptr;
 }
 
+// A factor as the percent word of the outer layers, truncated; saturates
+// instead of overflowing for a limit the host set absurdly high.
+static MDWord ToPercent(float factor)
+{
+    double percent = double(factor) * 100.0;
+    if (!(percent > 0.0)) return 0;
+    if (percent >= 4294967295.0) return 0xFFFFFFFFu;
+    return MDWord(percent);
+}
+
 template <typename F> void CWinOpenGLESRenderer::WithCurrentEffect(F f)
 {
     // The render thread is the one that deletes views: it calls them as they
@@ -581,11 +591,11 @@ MRESULT CWinOpenGLESRenderer::GetConfig(MDWord dwID, void *pValue)
     switch (dwID) {
     case ZT5_CFG_DISPLAY_SCALE_RATIO:
         WithCurrentEffect(
-            [&](GlesRenderEffect *e) { *static_cast<MDWord *>(pValue) = MDWord(e->GetScaleRatio() * 100.0f); });
+            [&](GlesRenderEffect *e) { *static_cast<MDWord *>(pValue) = ToPercent(e->GetScaleRatio()); });
         break;
     case ZT5_CFG_DISPLAY_MAX_SCALE: {
         std::lock_guard<std::recursive_mutex> lk(m_EffectLock);
-        *static_cast<MDWord *>(pValue) = MDWord(m_fMaxScale * 100.0f);
+        *static_cast<MDWord *>(pValue) = ToPercent(m_fMaxScale);
         break;
     }
     case ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS:

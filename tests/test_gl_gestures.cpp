@@ -634,8 +634,9 @@ TEST_F(Gestures, EdgeCallbackMaySwitchTheView)
     struct Switcher {
         HostDisplay *display;
         int calls = 0;
-        static void OnEdge(ZT5UIMessage *, void *arg)
+        static void OnEdge(ZT5UIMessage *msg, void *arg)
         {
+            if (msg->dwParamID != ZT5_CFG_DISPLAY_EDGE_EVENT) return; // cruise reports of the new view
             Switcher *self = static_cast<Switcher *>(arg);
             if (self->calls++ == 0) self->display->SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 2);
         }
