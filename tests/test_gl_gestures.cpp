@@ -44,23 +44,10 @@ I420Frame SquareFrame()
     return f;
 }
 
-// Where the red square is in a snapshot (empty when it can't be seen): the
-// box of the pixels more than half way from the grey to the red.
+// Where the red square is in a snapshot (empty when it can't be seen).
 Rect SquareBounds(const RgbaImage &img)
 {
-    const Rgb red = ExpectedRgb(kRed);
-    const int threshold = (int(red.r) - int(red.g)) / 2;
-    Rect r{img.width, img.height, 0, 0};
-    for (int y = 0; y < img.height; y++)
-        for (int x = 0; x < img.width; x++) {
-            const Rgb c = img.At(x, y);
-            if (int(c.r) - int(c.g) > threshold) {
-                r.left = std::min(r.left, x), r.top = std::min(r.top, y);
-                r.right = std::max(r.right, x + 1), r.bottom = std::max(r.bottom, y + 1);
-            }
-        }
-    if (r.right <= r.left) return Rect();
-    return r;
+    return RedBoundsOnGrey(img, kRed);
 }
 
 // The square as the model puts it: side kSquare * scale about the window's

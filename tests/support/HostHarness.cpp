@@ -405,4 +405,21 @@ std::string DemoHostPath()
     return (slash == std::string::npos ? std::string(".") : lib.substr(0, slash)) + "/panoview-play";
 }
 
+Rect RedBoundsOnGrey(const RgbaImage &img, Rgb painted)
+{
+    const Rgb red = ExpectedRgb(painted);
+    const int threshold = (int(red.r) - int(red.g)) / 2;
+    Rect r{img.width, img.height, 0, 0};
+    for (int y = 0; y < img.height; y++)
+        for (int x = 0; x < img.width; x++) {
+            const Rgb c = img.At(x, y);
+            if (int(c.r) - int(c.g) > threshold) {
+                r.left = std::min(r.left, x), r.top = std::min(r.top, y);
+                r.right = std::max(r.right, x + 1), r.bottom = std::max(r.bottom, y + 1);
+            }
+        }
+    if (r.right <= r.left) return Rect();
+    return r;
+}
+
 } // namespace harness

@@ -132,6 +132,9 @@ long CountNear(const RgbaImage &image, Rect r, Rgb colour, int tolerance);
 Rect BoundsOfNot(const RgbaImage &image, Rgb colour, int tolerance);
 // Number of distinct colours (exact RGB) in the image.
 size_t DistinctColours(const RgbaImage &image);
+// Box of the pixels more than half way from a grey background to the drawn
+// colour of `painted`, a red (measured on red minus green); empty when none.
+Rect RedBoundsOnGrey(const RgbaImage &image, Rgb painted);
 
 // ---------------------------------------------------------------- display
 
