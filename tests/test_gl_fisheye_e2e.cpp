@@ -111,6 +111,7 @@ protected:
 TEST_F(FisheyeHostTest, PanoramaStripThroughTheLibrary)
 {
     Start(2);
+    if (HasFatalFailure()) return;
     harness::I420Frame frame = SceneFrame();
     const int row = 220; // latitude 40 degrees: inside the sector band of the strip
     RgbaImage shot;
@@ -166,6 +167,7 @@ TEST_F(FisheyeHostTest, HalfSphereOpensToTheOverviewThroughTheLibrary)
     record.pArg = &events;
     ASSERT_EQ(disp->Set(ZT5_CFG_DISPLAY_UICALLBACK, &record), 0);
     Start(1);
+    if (HasFatalFailure()) return;
     harness::I420Frame frame = SceneFrame();
     RgbaImage shot;
     // The opening flight runs on the render thread; wait for its end.

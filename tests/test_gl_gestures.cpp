@@ -175,8 +175,11 @@ protected:
     }
     void Start()
     {
+        // A failed step ends only itself: stop before using what it didn't make.
         MakeDisplay();
+        if (HasFatalFailure()) return;
         Init();
+        if (HasFatalFailure()) return;
         ShowFrame();
     }
     // Polls the snapshot until the square is where the model puts it.
@@ -288,6 +291,7 @@ FECurrentStatusData PlainRecord(float scale, float transX, float transY)
 TEST_F(Gestures, PinchZoomsInFixedStepsAboutTheCentre)
 {
     Start();
+    if (HasFatalFailure()) return;
     EXPECT_EQ(Scale(), 100u);
     for (int i = 0; i < 10; i++) Pinch(1.3f);
     // Ten steps of 0.055: 1.55.
@@ -316,6 +320,7 @@ TEST_F(Gestures, PinchZoomsInFixedStepsAboutTheCentre)
 TEST_F(Gestures, ScaleSettingAndLimitThroughTheHost)
 {
     Start();
+    if (HasFatalFailure()) return;
     EXPECT_EQ(m_display->SetU32(ZT5_CFG_DISPLAY_SCALE_RATIO, 250), ZT5_OK);
     ExpectSquare(ModelSquare(2.5, 0, 0), "_250");
     EXPECT_EQ(Scale(), 250u);
@@ -351,6 +356,7 @@ TEST_F(Gestures, ScaleSettingAndLimitThroughTheHost)
 TEST_F(Gestures, ScaleReadsLeaveTheWordAloneWithoutARenderer)
 {
     MakeDisplay();
+    if (HasFatalFailure()) return;
     // Before Init: no display handle.
     EXPECT_EQ(ReadU32(ZT5_CFG_DISPLAY_SCALE_RATIO), 0xdeadbeefu);
     EXPECT_EQ(ReadU32(ZT5_CFG_DISPLAY_MAX_SCALE), 0xdeadbeefu);
@@ -374,6 +380,7 @@ TEST_F(Gestures, ScaleReadsLeaveTheWordAloneWithoutARenderer)
 TEST_F(Gestures, DoubleTapZoomsToTheLimitAndBackWithThePan)
 {
     Start();
+    if (HasFatalFailure()) return;
     // The scale read while the animation runs: every value is 1.0 plus a
     // whole number of 0.06 steps, rising without a jump back.
     DoubleTap(kW / 2.0f, kH / 2.0f);
@@ -433,6 +440,7 @@ TEST_F(Gestures, DoubleTapZoomsToTheLimitAndBackWithThePan)
 TEST_F(Gestures, DragStopsTheAnimationAndATapResumesIt)
 {
     Start();
+    if (HasFatalFailure()) return;
     DoubleTap(kW, kH); // the far corner counts
     uint32_t s = 100;
     for (int i = 0; i < 20000 && s < 160; i++) {
@@ -481,6 +489,7 @@ TEST_F(Gestures, DragStopsTheAnimationAndATapResumesIt)
 TEST_F(Gestures, DragMovesThePictureByTheModelsUnits)
 {
     Start();
+    if (HasFatalFailure()) return;
     EXPECT_EQ(m_display->SetU32(ZT5_CFG_DISPLAY_SCALE_RATIO, 200), ZT5_OK);
     ExpectSquare(ModelSquare(2, 0, 0));
     // 100 px right and 50 px down at zoom 2: 0.2 and -0.1 model units, so
@@ -510,6 +519,7 @@ TEST_F(Gestures, DragPansInModelUnitsOfALetterboxedPicture)
     // half the window's height (180 px) up and down, and half the picture's
     // width (240 px) across.
     MakeDisplay();
+    if (HasFatalFailure()) return;
     Init();
     I420Frame frame = MakeSolidFrame(480, 360, kGrey);
     frame.Fill(240 - kSquare / 2, 180 - kSquare / 2, 240 + kSquare / 2, 180 + kSquare / 2, kRed);
@@ -525,6 +535,7 @@ TEST_F(Gestures, DragPansInModelUnitsOfALetterboxedPicture)
 TEST_F(Gestures, EdgeEventsWithoutAMutexOrACallback)
 {
     Start();
+    if (HasFatalFailure()) return;
     // A record without a mutex: the message still arrives.
     static std::vector<uint32_t> codes; // written by the callback, on this thread
     codes.clear();
@@ -554,6 +565,7 @@ TEST_F(Gestures, EdgeEventsWithoutAMutexOrACallback)
 TEST_F(Gestures, DragAgainstTheEdgeReportsItOnTheCallersThread)
 {
     Start();
+    if (HasFatalFailure()) return;
     EventLog log;
     EXPECT_EQ(m_display->Set(ZT5_CFG_DISPLAY_UICALLBACK, &log.record), ZT5_OK);
 
@@ -618,6 +630,7 @@ TEST_F(Gestures, EdgeCallbackMaySwitchTheView)
     // A host that uses the edge for its own navigation switches the view
     // from inside the callback: the drag that reported it must return.
     Start();
+    if (HasFatalFailure()) return;
     struct Switcher {
         HostDisplay *display;
         int calls = 0;
@@ -651,6 +664,7 @@ TEST_F(Gestures, EdgeCallbackMaySwitchTheView)
 TEST_F(Gestures, RestoreBringsBackThePictureOfTheSave)
 {
     Start();
+    if (HasFatalFailure()) return;
     EXPECT_EQ(m_display->SetU32(ZT5_CFG_DISPLAY_SCALE_RATIO, 300), ZT5_OK);
     Drag(300, 200, 380, 150);
     ExpectSquare(ModelSquare(3, 0.24, 0.15));
@@ -685,6 +699,7 @@ TEST_F(Gestures, RestoreBringsBackThePictureOfTheSave)
 TEST_F(Gestures, RestoreCarriesTheOtherFieldsThroughUnchanged)
 {
     Start();
+    if (HasFatalFailure()) return;
     FECurrentStatusData rec = PlainRecord(2.0f, -0.5f, 0.25f);
     rec.mAnimalStepX = 0.01f;
     rec.mAnimalStepY = -0.02f;
@@ -713,6 +728,7 @@ TEST_F(Gestures, RestoreCarriesTheOtherFieldsThroughUnchanged)
 TEST_F(Gestures, RecordSetBeforeInitIsAppliedOnceTheRendererIsUp)
 {
     MakeDisplay();
+    if (HasFatalFailure()) return;
     FECurrentStatusData rec = PlainRecord(2.0f, 1.0f, -0.5f);
     Restore(rec); // only kept: no display handle yet
     Init();
@@ -729,6 +745,7 @@ TEST_F(Gestures, RecordSetBeforeInitIsAppliedOnceTheRendererIsUp)
 TEST_F(Gestures, RecordSetBeforeTheFirstFrameIsAppliedWithIt)
 {
     MakeDisplay();
+    if (HasFatalFailure()) return;
     Init();
     FECurrentStatusData rec = PlainRecord(1.5f, -0.25f, 0.5f);
     Restore(rec); // the renderer doesn't exist yet
@@ -741,6 +758,7 @@ TEST_F(Gestures, RecordSetBeforeTheFirstFrameIsAppliedWithIt)
 TEST_F(Gestures, RecordOfAnotherModeIsStoredButNotApplied)
 {
     MakeDisplay();
+    if (HasFatalFailure()) return;
     FECurrentStatusData rec = PlainRecord(2.0f, 1.0f, 0.0f);
     rec.mFishEyeMode = 3;
     Restore(rec);
@@ -770,6 +788,7 @@ TEST_F(Gestures, RecordOfAnotherModeIsStoredButNotApplied)
 TEST_F(Gestures, NonFiniteAndHugeGesturesLeaveTheViewWorking)
 {
     Start();
+    if (HasFatalFailure()) return;
     EventLog log;
     EXPECT_EQ(m_display->Set(ZT5_CFG_DISPLAY_UICALLBACK, &log.record), ZT5_OK);
     EXPECT_EQ(m_display->SetU32(ZT5_CFG_DISPLAY_SCALE_RATIO, 200), ZT5_OK);
@@ -825,6 +844,7 @@ TEST_F(Gestures, NonFiniteAndHugeGesturesLeaveTheViewWorking)
 TEST_F(Gestures, GarbageRecordsLeaveTheViewDrawable)
 {
     Start();
+    if (HasFatalFailure()) return;
     const float big = std::numeric_limits<float>::max();
     struct Case {
         const char *name;

@@ -41,7 +41,12 @@ bool WaitForEvent(Display *dpy, Window win, Pred done)
 XTestWindow::XTestWindow(int width, int height) : m_width(width), m_height(height)
 {
     EnsureXThreads();
-    Display *dpy = XOpenDisplay(nullptr);
+    // A busy X server may refuse a connection for a moment; try again.
+    Display *dpy = nullptr;
+    for (int i = 0; i < 50 && !dpy; i++) {
+        dpy = XOpenDisplay(nullptr);
+        if (!dpy) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
     if (!dpy) {
         m_error = "cannot open X display (is DISPLAY set?)";
         return;
