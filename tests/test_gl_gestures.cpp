@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "HostHarness.h"
+#include "HostSuite.h"
 #include "ZT5Mutex.h"
 
 using namespace harness;
@@ -139,18 +140,11 @@ struct EventLog {
     }
 };
 
-class Gestures : public ::testing::Test {
+class Gestures : public HostSuite {
 protected:
-    static void SetUpTestSuite() { s_lib = new PanoviewLibrary(); }
-    static void TearDownTestSuite()
-    {
-        delete s_lib;
-        s_lib = nullptr;
-    }
     void SetUp() override
     {
-        ASSERT_NE(std::getenv("DISPLAY"), nullptr) << "these tests need an X display (DISPLAY)";
-        ASSERT_TRUE(s_lib->ok()) << s_lib->error();
+        HostSuite::SetUp();
         m_frame = SquareFrame();
     }
 
@@ -258,13 +252,7 @@ protected:
         return shot;
     }
 
-    static std::string Name(const std::string &suffix)
-    {
-        const auto *info = ::testing::UnitTest::GetInstance()->current_test_info();
-        return std::string(info->test_suite_name()) + "_" + info->name() + suffix + ".png";
-    }
 
-    static PanoviewLibrary *s_lib;
     std::unique_ptr<XTestWindow> m_window;
     std::unique_ptr<HostDisplay> m_display;
     I420Frame m_frame;
@@ -272,7 +260,6 @@ protected:
     float m_tap[2] = {0, 0};
     std::vector<std::unique_ptr<FECurrentStatusData>> m_records;
 };
-PanoviewLibrary *Gestures::s_lib = nullptr;
 
 FECurrentStatusData PlainRecord(float scale, float transX, float transY)
 {

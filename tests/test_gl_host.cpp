@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "HostHarness.h"
+#include "HostSuite.h"
 
 using namespace harness;
 
@@ -18,19 +19,8 @@ namespace {
 
 const Rgb kBlack = {0, 0, 0};
 
-class HostPlainView : public ::testing::Test {
+class HostPlainView : public HostSuite {
 protected:
-    static void SetUpTestSuite() { s_lib = new PanoviewLibrary(); }
-    static void TearDownTestSuite()
-    {
-        delete s_lib;
-        s_lib = nullptr;
-    }
-    void SetUp() override
-    {
-        ASSERT_NE(std::getenv("DISPLAY"), nullptr) << "these tests need an X display (DISPLAY)";
-        ASSERT_TRUE(s_lib->ok()) << s_lib->error();
-    }
 
     // A window and a display on it with the OpenGL road switched on.
     struct Rig {
@@ -51,15 +41,8 @@ protected:
         return rig;
     }
 
-    static std::string Name(const std::string &suffix)
-    {
-        const auto *info = ::testing::UnitTest::GetInstance()->current_test_info();
-        return std::string(info->test_suite_name()) + "_" + info->name() + suffix + ".png";
-    }
 
-    static PanoviewLibrary *s_lib;
 };
-PanoviewLibrary *HostPlainView::s_lib = nullptr;
 
 // Checks that `r` of the image is filled with `colour` and the rest is bar
 // (black), leaving a margin of `edge` pixels on both sides of each border
