@@ -232,7 +232,9 @@ int32_t CZT5Panoview::Uninit()
 int32_t CZT5Panoview::DrawFrame(void *pBuffer, const ZT5FrameInfo *pFrameInfo, uint32_t bSkipRender)
 {
     // A hint only: a switch that lands after this read is served by the
-    // locked read below.
+    // locked read below, which also decides whether the high handle is shown
+    // again: a switch to it that landed between the two reads must still
+    // make it visible, or it would stay hidden for good.
     const MDWord wasPending = m_bSwitchPending.load(std::memory_order_relaxed);
     MRESULT res = 0;
 
@@ -328,7 +330,7 @@ int32_t CZT5Panoview::DrawFrame(void *pBuffer, const ZT5FrameInfo *pFrameInfo, u
         if (m_bShow) res = DrawDeviceDisplayBufferUsingZTBlit(bSkipRender);
 
         // A handle that was closed becomes visible once its first frame went.
-        if (wasPending && m_hCurDisplay == m_hDisplayHigh) FeMgrSetShow(m_hDisplayHigh, 1);
+        if ((wasPending || signalDone) && m_hCurDisplay == m_hDisplayHigh) FeMgrSetShow(m_hDisplayHigh, 1);
     } while (0);
 
     m_DataMutex.Unlock();
