@@ -143,7 +143,6 @@ struct ThreadObj {
     bool resumed = false;
     bool cancelled = false; // handle closed before the thread ever ran
     bool finished = false;
-    bool joined = false;
     MThreadProc routine = nullptr;
     void *arg = nullptr;
     std::thread th;
@@ -194,15 +193,17 @@ int MThreadDestroy(MHandle h)
     if (!h) return MERR_NONE;
     ThreadRef *ref = AsThread(h);
     ThreadRef t = *ref;
+    bool join;
     {
         std::lock_guard<std::mutex> lk(t->m);
         if (!t->resumed) t->cancelled = true;
+        // A thread that never ran, or has run to its end, goes at once; one
+        // still running is left to finish on its own.
+        join = t->finished || t->cancelled;
         t->cv.notify_all();
     }
     if (t->th.joinable()) {
-        if (t->th.get_id() == std::this_thread::get_id())
-            t->th.detach();
-        else if (t->finished || t->cancelled)
+        if (join && t->th.get_id() != std::this_thread::get_id())
             t->th.join();
         else
             t->th.detach();
