@@ -388,13 +388,17 @@ CWinOpenGLESRenderer::Timings CWinOpenGLESRenderer::GetTimings() const
 
 void CWinOpenGLESRenderer::ReportCruiseState(MLong state)
 {
+    // A view without cruise (-1) has no state to report or to remember: the
+    // plain view shown first must not make the fisheye view's starting state
+    // look like a change.
+    if (state == -1) return;
     if (m_lastCuriseState == -2) {
         // The first state seen is where the view starts, not a change.
         m_lastCuriseState = state;
         return;
     }
     ZT5UICallbackRecord *pRecord = m_pUICallback.load(std::memory_order_relaxed);
-    if (!pRecord || state == -1 || state == m_lastCuriseState) return;
+    if (!pRecord || state == m_lastCuriseState) return;
     CZT5Mutex *pRecordMutex = static_cast<CZT5Mutex *>(pRecord->pMutex);
     if (pRecordMutex) pRecordMutex->Lock();
     pRecord->msg.dwEvent = ZT5_UI_EVENT;

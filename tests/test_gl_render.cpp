@@ -603,6 +603,32 @@ TEST_F(GlRender, CruiseChangesReachTheUiCallback)
     for (uint32_t id : log.ids) EXPECT_EQ(uint32_t(ZT5_CFG_DISPLAY_CURISE_STATE_EVENT), id);
 }
 
+TEST_F(GlRender, StartingInThePlainViewDoesNotReportTheFisheyeViewsFirstState)
+{
+    // A host that shows the plain view first and then the strip: the strip's
+    // starting state is no change, whatever the plain view (no cruise) said.
+    TestWindow win(320, 240);
+    ASSERT_TRUE(win.ok());
+    CruiseLog log;
+    ZT5UICallbackRecord record = {};
+    record.pfnCallback = OnUi;
+    record.pArg = &log;
+    RenderHarness h;
+    h.Set(ZT5_CFG_DISPLAY_UICALLBACK, &record);
+    ASSERT_EQ(0, h.Init(win.id(), 320, 240, 0, 0));
+    Frame f(320, 240, 128, 128, 128);
+    ASSERT_TRUE(h.PostAndWait(f));
+    ASSERT_TRUE(h.WaitDraws(2));
+    int32_t mode = 2;
+    h.Set(ZT5_CFG_DISPLAY_FISHEYE_MODE, &mode);
+    ASSERT_TRUE(h.WaitDraws(3));
+    h.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1);
+    ASSERT_TRUE(h.WaitDraws(2));
+    h.Destroy();
+    std::lock_guard<std::mutex> lk(log.m);
+    EXPECT_EQ(std::vector<uint32_t>({1}), log.states);
+}
+
 TEST_F(GlRender, LifecycleRoads)
 {
     TestWindow win(320, 240);
