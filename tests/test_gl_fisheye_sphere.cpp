@@ -43,19 +43,9 @@ protected:
         ASSERT_NE(view, nullptr);
         ASSERT_EQ(view->Initialize(1080, 1080), 0);
     }
-    void RenderFrames(int n, int w = kW, int h = kH)
-    {
-        const MLong rect[4] = {0, 0, w, h};
-        for (int i = 0; i < n; i++) view->Render(rect, w, h, 1080, 1080, tex->names(), 0, 0);
-    }
+    void RenderFrames(int n, int w = kW, int h = kH) { fisheyegl::RenderFrames(*view, *tex, n, w, h); }
     RgbaImage Snap() { return fisheyegl::ReadBack(kW, kH); }
-    FECurrentStatusData Save()
-    {
-        FECurrentStatusData d;
-        std::memset(&d, 0, sizeof(d));
-        EXPECT_EQ(view->GetConfig(ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS, &d), 0);
-        return d;
-    }
+    FECurrentStatusData Save() { return fisheyegl::SaveState(*view, 0); }
     // Opening flight done and the overview pose placed.
     void ToOverview()
     {

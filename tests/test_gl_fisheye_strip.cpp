@@ -45,19 +45,9 @@ protected:
         tex.reset();
         ctx.reset();
     }
-    void RenderFrames(int n, int w = kW, int h = kH)
-    {
-        const MLong rect[4] = {0, 0, w, h};
-        for (int i = 0; i < n; i++) view->Render(rect, w, h, 1080, 1080, tex->names(), 0, 0);
-    }
+    void RenderFrames(int n, int w = kW, int h = kH) { fisheyegl::RenderFrames(*view, *tex, n, w, h); }
     RgbaImage Snap() { return fisheyegl::ReadBack(kW, kH); }
-    FECurrentStatusData Save()
-    {
-        FECurrentStatusData d;
-        std::memset(&d, 0xEE, sizeof(d));
-        EXPECT_EQ(view->GetConfig(ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS, &d), 0);
-        return d;
-    }
+    FECurrentStatusData Save() { return fisheyegl::SaveState(*view, 0xEE); }
 
     std::unique_ptr<GlContext> ctx;
     std::unique_ptr<fisheyegl::PlaneTextures> tex;

@@ -174,4 +174,18 @@ bool IsHorizonWhite(synthetic::Rgb c, int tolerance)
     return harness::ColourDistance(c, synthetic::kHorizonRgb) <= tolerance;
 }
 
+void RenderFrames(GlesRenderEffect &view, const PlaneTextures &tex, int frames, int width, int height)
+{
+    const MLong rect[4] = {0, 0, width, height};
+    for (int i = 0; i < frames; i++) view.Render(rect, width, height, 1080, 1080, tex.names(), 0, 0);
+}
+
+FECurrentStatusData SaveState(GlesRenderEffect &view, unsigned char fill)
+{
+    FECurrentStatusData d;
+    std::memset(&d, fill, sizeof(d));
+    view.GetConfig(ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS, &d);
+    return d;
+}
+
 } // namespace fisheyegl

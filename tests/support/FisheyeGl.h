@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "GlesRenderEffect.h"
 #include "RgbaImage.h"
 #include "SyntheticScene.h"
 
@@ -62,6 +63,14 @@ private:
 };
 
 // glReadPixels of the current surface, top row first.
+// Draws `frames` frames of a view from the lens textures into a window of
+// width x height, as the renderer calls it (video size: the 1080 lens square).
+void RenderFrames(GlesRenderEffect &view, const PlaneTextures &tex, int frames, int width, int height);
+
+// The view's saved state record, filled with `fill` before the view writes it
+// (so fields the view leaves alone can be told apart).
+FECurrentStatusData SaveState(GlesRenderEffect &view, unsigned char fill);
+
 harness::RgbaImage ReadBack(int width, int height);
 
 // Writes `image` to <test output dir>/<name>.png; returns the path.
