@@ -153,7 +153,7 @@ void SaveShot(const Image &img, const std::string &suffix)
 
 Frame::Frame(int w, int h, Rgb colour) : width(w), height(h)
 {
-    data.assign(size_t(w) * h + 2 * size_t(w / 2) * (h / 2), 128);
+    data.assign(size_t(w) * h * 3 / 2, 128);
     Fill(0, 0, w, h, colour);
 }
 

@@ -67,9 +67,10 @@ void SaveShot(const Image &img, const std::string &suffix = "");
 
 // -------------------------------------------------------------------- frames
 
-// Planar I420: Y, then U and V of (w/2) x (h/2), the layout of the host's
-// frame buffer. The buffer is exactly that size, so that a read past it is
-// caught by AddressSanitizer.
+// Planar I420 as the display lays out the host's buffer: Y, then U at w*h
+// and V at w*h + (w*h)/4, chroma rows w/2 long; w*h*3/2 bytes in all. The
+// buffer is exactly that size, so that a read past it is caught by
+// AddressSanitizer.
 struct Frame {
     int width = 0, height = 0;
     uint32_t csType = ZT5_FRAME_CS_I420;
@@ -79,7 +80,7 @@ struct Frame {
     Frame(int w, int h, Rgb colour = {0, 0, 0});
     uint8_t *Y() { return data.data(); }
     uint8_t *U() { return Y() + size_t(width) * height; }
-    uint8_t *V() { return U() + size_t(width / 2) * (height / 2); }
+    uint8_t *V() { return U() + size_t(width) * height / 4; }
     // Paints [x0, x1) x [y0, y1); even corners keep the chroma exact.
     void Fill(int x0, int y0, int x1, int y1, Rgb colour);
 };
