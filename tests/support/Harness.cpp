@@ -442,8 +442,13 @@ FECurrentStatusData Display::Saved()
 
 int32_t Display::Restore(const FECurrentStatusData &rec)
 {
-    m_records.push_back(rec);
-    return Set(ZT5_CFG_DISPLAY_FE_CURRENTSTATUS, &m_records.back());
+    FECurrentStatusData *kept;
+    {
+        std::lock_guard<std::mutex> lock(m_keptLock);
+        m_records.push_back(rec);
+        kept = &m_records.back();
+    }
+    return Set(ZT5_CFG_DISPLAY_FE_CURRENTSTATUS, kept);
 }
 
 int32_t Display::Drag(float x0, float y0, float x1, float y1)
@@ -454,15 +459,20 @@ int32_t Display::Drag(float x0, float y0, float x1, float y1)
 
 int32_t Display::Pinch(float rate, float cx, float cy)
 {
-    m_points.push_back({cx, cy});
-    ZT5TouchPinch pinch = {rate, m_points.back().data()};
+    float centre[2] = {cx, cy};
+    ZT5TouchPinch pinch = {rate, centre};
     return Set(ZT5_CFG_DISPLAY_UITOUCH_VELOCITY, &pinch);
 }
 
 int32_t Display::DoubleTap(float x, float y)
 {
-    m_points.push_back({x, y}); // the display keeps the pointer for its next start
-    return Set(ZT5_CFG_DISPLAY_UITOUCH_DOUBLETAP, m_points.back().data());
+    float *kept; // the display keeps the pointer for its next start
+    {
+        std::lock_guard<std::mutex> lock(m_keptLock);
+        m_points.push_back({x, y});
+        kept = m_points.back().data();
+    }
+    return Set(ZT5_CFG_DISPLAY_UITOUCH_DOUBLETAP, kept);
 }
 
 int32_t Display::Touch(uint32_t id, float x, float y)

@@ -7,6 +7,7 @@
 #ifndef PANOVIEW_TESTS_HARNESS_H
 #define PANOVIEW_TESTS_HARNESS_H
 
+#include <array>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -137,7 +138,7 @@ using Check = std::function<bool(const Image &)>;
 
 // One display object of the library: created on construction, uninitialised
 // and destroyed on destruction. Records the display may keep by pointer
-// (restored states) live as long as this object.
+// (restored states, double tap points) live as long as this object.
 class Display {
 public:
     Display();
@@ -173,8 +174,9 @@ public:
 private:
     IZT5Display *m_d = nullptr;
     bool m_inited = false;
+    std::mutex m_keptLock; // gestures may come from several threads
     std::deque<FECurrentStatusData> m_records;
-    std::deque<std::vector<float>> m_points;
+    std::deque<std::array<float, 2>> m_points;
 };
 
 // A window and a display on it with the OpenGL road on and the given view;
