@@ -120,6 +120,10 @@ MRESULT MDisplayMgrEraseRectEx(MWindowHandle hWnd, const ZT5Rect *prtErase, MDWo
 
 // ------------------------------------------------------------------ blit
 
+static MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect, const ZT5Rect *pRect2);
+static MRESULT SoftwareYUVRender(DisplayContext *pContext, unsigned char **planes, MLong *strides,
+                                 const ZT5Rect *pRect);
+
 static bool NoPlane(unsigned char **planes)
 {
     return !planes || (!planes[0] && !planes[1] && !planes[2]);
@@ -171,7 +175,9 @@ static void FeedRenderObject(DisplayContext *c)
     r->setConfig(ZT5_CFG_PLUGINMGR_HDL, reinterpret_cast<void *>(c->hNativeWindow));
 }
 
-MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect, const ZT5Rect *pRect2)
+// Makes (if needed), feeds and starts the render object. 0 when it is up,
+// else the error it reported.
+static MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect, const ZT5Rect *pRect2)
 {
     if (!pContext) {
         MLogInfo("[%s]InitOpenglRenderer, ZT5_ERR_INVALID_PARAM.\r\n", MLOG_TAG);
@@ -233,7 +239,10 @@ static bool IsDrawnColourSpace(MDWord dwCSType)
     return dwCSType == ZT5_CS_PACKED2 || dwCSType == ZT5_CS_I420 || dwCSType == ZT5_CS_SEMIPLANAR_A;
 }
 
-MRESULT SoftwareYUVRender(DisplayContext *pContext, unsigned char **planes, MLong *strides, const ZT5Rect *pRect)
+// Copies the frame (host buffer road, or crop into pCropBuffer) and posts it
+// to the render object.
+static MRESULT SoftwareYUVRender(DisplayContext *pContext, unsigned char **planes, MLong *strides,
+                                 const ZT5Rect *pRect)
 {
     if (!pContext) {
         MLogInfo("[%s]SoftwareYUVRender, ZT5_ERR_INVALID_PARAM.\r\n", MLOG_TAG);

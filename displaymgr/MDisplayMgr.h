@@ -51,7 +51,8 @@ public:
 };
 
 // Makes the render object of a display; the default makes a
-// CWinOpenGLDisplay. Tests install a recording double.
+// CWinOpenGLDisplay. The benchmarks install a render object that draws
+// nothing, to time the frame road alone.
 typedef IZT5VideoRenderer *(*PFN_MDisplayMgrCreateRenderer)();
 void MDisplayMgrSetRendererFactory(PFN_MDisplayMgrCreateRenderer pfn);
 IZT5VideoRenderer *CreateWinOpenGLDisplay(); // defined by the OpenGL engine

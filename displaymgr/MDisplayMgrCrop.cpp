@@ -116,18 +116,6 @@ const MDWord kMaxBufferBytes = 0xFFFFFFFFu;
 
 } // namespace
 
-void FishEyeCropYUVData(unsigned char **planes, MDWord srcWidth, MDWord srcHeight, MDWord x, MDWord y,
-                        MDWord width, MDWord height, unsigned char *dst)
-{
-    if (!dst || !PlanesPresent(planes)) {
-        MLogInfo("[%s]WinDisplay::FishEyeCropYUVData, src address error.\r\n", MLOG_TAG);
-        return;
-    }
-    if (x == 0 && y == 0 && width == srcWidth && height == srcHeight) return; // block copy is the caller's
-    if (!ClampRegion(srcWidth, srcHeight, x, y, width, height)) return;
-    CopyRegion(MakeSource(planes, srcWidth, srcHeight, 1, nullptr), x, y, width, height, dst);
-}
-
 MRESULT CallbackFEYUVData(DisplayContext *pContext, unsigned char **planes)
 {
     if (!pContext) {

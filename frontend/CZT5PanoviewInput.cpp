@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "CZT5Panoview.h"
-#include "FrontendMgrCalls.h"
 #include "MLog.h"
 
 namespace {
@@ -190,8 +189,6 @@ MRESULT CZT5Panoview::ApplyCoverCrop(MDWord srcCS, ZT5Rect &rtPicture)
     rtPicture.left = rtPicture.top = 0;
     rtPicture.right = cw;
     rtPicture.bottom = ch;
-    m_lCropL = cropL;
-    m_lCropT = cropT;
 
     if (cw <= 0 || ch <= 0) {
         // Nothing of the frame is left to show: no plane goes down.
@@ -284,8 +281,8 @@ void CZT5Panoview::SendLensBox(const ZT5Rect &rtPicture)
     m_dwFEHeight = (MDWord)feH;
 
     MDWord v[4] = {m_dwFEStartX, m_dwFEStartY, m_dwFEWidth, m_dwFEHeight};
-    FeMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_X_POS, &v[0], 4);
-    FeMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_Y_POS, &v[1], 4);
-    FeMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_WIDTH, &v[2], 4);
-    FeMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_HEIGHT, &v[3], 4);
+    MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_X_POS, &v[0], 4);
+    MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_Y_POS, &v[1], 4);
+    MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_WIDTH, &v[2], 4);
+    MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_HEIGHT, &v[3], 4);
 }

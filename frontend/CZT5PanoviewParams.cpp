@@ -10,7 +10,6 @@
 
 #include "CZT5Panoview.h"
 #include "FrontendLock.h"
-#include "FrontendMgrCalls.h"
 #include "MLog.h"
 
 namespace {
@@ -32,7 +31,7 @@ const MDWord kBenchFrame = 6;
 void CZT5Panoview::Forward(MDWord id, void *pValue, MDWord size)
 {
     FrontendLock lock(m_DataMutex);
-    if (m_hCurDisplay) FeMgrSetParam(m_hCurDisplay, id, pValue, size);
+    if (m_hCurDisplay) MDisplayMgrSetParam(m_hCurDisplay, id, pValue, size);
 }
 
 MDWord CZT5Panoview::PresentZoom() const
@@ -152,7 +151,7 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
         FrontendLock lock(m_DataMutex);
         if (v == m_bShow) return 0;
         m_bShow = v ? 1 : 0;
-        if (m_hCurDisplay) FeMgrSetParam(m_hCurDisplay, dwParamID, pValue, 4);
+        if (m_hCurDisplay) MDisplayMgrSetParam(m_hCurDisplay, dwParamID, pValue, 4);
         return 0;
     }
     case ZT5_CFG_DISPLAY_SOURCE_RECT: {
@@ -208,8 +207,8 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
     case ZT5_CFG_DISPLAY_UPDATE: {
         FrontendLock switchLock(m_SwitchMutex);
         FrontendLock dataLock(m_DataMutex);
-        if (m_hDisplayLow) FeMgrUpdate(m_hDisplayLow);
-        if (m_hDisplayHigh) FeMgrUpdate(m_hDisplayHigh);
+        if (m_hDisplayLow) MDisplayMgrUpdate(m_hDisplayLow);
+        if (m_hDisplayHigh) MDisplayMgrUpdate(m_hDisplayHigh);
         return 0;
     }
     case ZT5_CFG_DISPLAY_REFRESH: {
@@ -221,9 +220,9 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
         std::memcpy(rec, pValue, sizeof(rec));
         FrontendLock lock(m_DataMutex);
         if (rec[2] == m_AdjustValues[0] && rec[3] == m_AdjustValues[1] && rec[4] == m_AdjustValues[2]) return 0;
-        if (m_hDisplayHigh) FeMgrSetParam(m_hDisplayHigh, M_DISPLAY_PARAM_ADJUST, rec, 20);
+        if (m_hDisplayHigh) MDisplayMgrSetParam(m_hDisplayHigh, M_DISPLAY_PARAM_ADJUST, rec, 20);
         if (m_hDisplayLow && m_hDisplayLow != m_hDisplayHigh)
-            FeMgrSetParam(m_hDisplayLow, M_DISPLAY_PARAM_ADJUST, rec, 20);
+            MDisplayMgrSetParam(m_hDisplayLow, M_DISPLAY_PARAM_ADJUST, rec, 20);
         m_AdjustValues[0] = rec[2];
         m_AdjustValues[1] = rec[3];
         m_AdjustValues[2] = rec[4];
@@ -431,7 +430,7 @@ int32_t CZT5Panoview::GetDisplayParam(uint32_t dwParamID, void *pValue)
         // Read through the current handle; without one the caller's word
         // stays as it was.
         FrontendLock lock(m_DataMutex);
-        if (m_hCurDisplay) FeMgrGetParam(m_hCurDisplay, dwParamID, pValue, 4);
+        if (m_hCurDisplay) MDisplayMgrGetParam(m_hCurDisplay, dwParamID, pValue, 4);
         return 0;
     }
     default:

@@ -1,0 +1,80 @@
+// The demo host as a user runs it: panoview-play --headless writes PNG
+// snapshots of the built-in fisheye scene, checked against the scene's
+// documented geometry.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <cmath>
+#include <cstdio>
+#include <set>
+
+#include "Harness.h"
+
+using namespace harness;
+
+namespace {
+
+int RunDemo(const std::string &args, std::string *output)
+{
+    std::string lib = PANOVIEW_LIB_PATH;
+    const std::string cmd = "'" + lib.substr(0, lib.rfind('/')) + "/panoview-play' --lib '" + lib + "' " + args + " 2>&1";
+    FILE *p = popen(cmd.c_str(), "r");
+    char buf[512];
+    while (p && std::fgets(buf, sizeof buf, p)) *output += buf;
+    const int status = p ? pclose(p) : -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+} // namespace
+
+// Each compass sector shows its colour where the lens puts it, upright; the
+// outside of the lens circle is black; the horizon ring is white.
+TEST(DemoHost, HeadlessSnapshotShowsTheLensPicture)
+{
+    const std::string png = OutputDir() + "/demo_mode0.png";
+    std::remove(png.c_str());
+    std::string out;
+    ASSERT_EQ(RunDemo("--headless --frames 3 --mode 0 --window 640x360 --snapshot '" + png + "'", &out), 0) << out;
+    EXPECT_NE(out.find(png), std::string::npos) << "the snapshot path isn't printed:\n" << out;
+    Image img;
+    ASSERT_TRUE(ReadPng(png, &img));
+    ASSERT_EQ(img.width, 640);
+    ASSERT_EQ(img.height, 360);
+    synthetic::LensFrame lens;
+    const Rect pic = LetterboxRect(640, 360, lens.width, lens.height);
+    auto at = [&](double thetaDeg, double phiDeg) {
+        const double r = lens.radius * thetaDeg / 90, a = phiDeg * 3.14159265358979 / 180;
+        return img.At(pic.left + int((lens.cx + r * std::cos(a)) * pic.width() / lens.width),
+                      pic.top + int((lens.cy - r * std::sin(a)) * pic.height() / lens.height));
+    };
+    for (int k = 0; k < 8; k++) EXPECT_LE(ColourDistance(at(42, 45 * k + 10), Shown(synthetic::kSectorRgb[k])), 12) << "sector " << k;
+    EXPECT_TRUE(Near(img.At(20, 20), {0, 0, 0}, 4));
+    EXPECT_TRUE(Near(img.At(620, 340), {0, 0, 0}, 4));
+    EXPECT_LE(ColourDistance(at(80, 200), Shown(synthetic::kHorizonRgb)), 12);
+}
+
+TEST(DemoHost, HeadlessRunWritesOneSnapshotPerDefaultModeAndRefusesBadArguments)
+{
+    const std::string dir = OutputDir() + "/demo_outdir";
+    ASSERT_EQ(std::system(("mkdir -p '" + dir + "' && rm -f '" + dir + "'/*.png").c_str()), 0);
+    std::string out;
+    ASSERT_EQ(RunDemo("--headless --frames 3 --window 320x180 --outdir '" + dir + "'", &out), 0) << out;
+    std::set<uint32_t> colours[3];
+    for (int m = 0; m < 3; m++) {
+        const std::string path = dir + "/panoview-mode" + std::to_string(m) + ".png";
+        EXPECT_NE(out.find(path), std::string::npos) << path << " not printed:\n" << out;
+        Image img;
+        ASSERT_TRUE(ReadPng(path, &img)) << path;
+        EXPECT_EQ(img.width, 320);
+        EXPECT_EQ(img.height, 180);
+        for (size_t i = 0; i < img.rgba.size(); i += 4) colours[m].insert(img.rgba[i] << 16 | img.rgba[i + 1] << 8 | img.rgba[i + 2]);
+        EXPECT_GT(colours[m].size(), 8u) << "mode " << m << " is blank";
+    }
+    for (const char *args : {"--mode 11", "--input /nonexistent.yuv", "--window 12", "--bogus",
+                             "--input /nonexistent.yuv --size 64x64"}) {
+        out.clear();
+        EXPECT_NE(RunDemo(std::string("--headless --frames 1 ") + args, &out), 0) << args << "\n" << out;
+    }
+    EXPECT_NE(out.find("/nonexistent.yuv"), std::string::npos) << out;
+}
