@@ -167,6 +167,10 @@ TEST_F(Gestures, ScriptsOfZoomPanAndLimits)
          }, {2 - 5 * 0.055, 1 - 5 * 0.055, -(1 - 5 * 0.055)}, {}},
         {"infinite rates step in", [](Display &d) { d.Pinch(kInf); d.Pinch(kBig); }, {2 - 3 * 0.055, 1 - 5 * 0.055, -(1 - 5 * 0.055)}, {}},
     };
+    // A limit set absurdly high reads back as the largest percent there is.
+    d.SetU32(ZT5_CFG_DISPLAY_MAX_SCALE, 0xffffffffu);
+    EXPECT_GT(d.GetU32(ZT5_CFG_DISPLAY_MAX_SCALE), 4294967000u);
+    d.SetU32(ZT5_CFG_DISPLAY_MAX_SCALE, 400);
     for (const Step &s : steps) {
         SCOPED_TRACE(s.what);
         s.act(d);
