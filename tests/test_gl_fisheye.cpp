@@ -42,6 +42,12 @@ double SectorZeroAngle(const Image &img, double r)
     return NAN;
 }
 
+// A picture of the scene has been drawn: a sector right of the centre.
+bool SceneDrawn(const Image &img)
+{
+    return !img.empty() && Sector(img.At(img.width / 2 + 20, img.height / 2)) >= 0;
+}
+
 int SectorAt(const Image &img, double deg, double r)
 {
     return Sector(img.At(int(img.width / 2 + r * std::cos(deg * kPi / 180)), int(img.height / 2 - r * std::sin(deg * kPi / 180))));
@@ -318,6 +324,7 @@ protected:
         ASSERT_EQ(rig->Init(), ZT5_OK);
         if (mode == ~0u) {
             ASSERT_TRUE(Until(v.started)) << "the view never finished its start";
+            ASSERT_TRUE(d().PushUntil(scene, SceneDrawn)) << "no picture of the scene";
         }
     }
     Display &d() { return rig->display; }
@@ -329,9 +336,9 @@ protected:
     Image Settled()
     {
         Image last, shot;
-        for (int i = 0; i < 300; i++) {
+        for (int i = 0; i < 600; i++) {
             d().Push(scene);
-            std::this_thread::sleep_for(std::chrono::milliseconds(30));
+            std::this_thread::sleep_for(std::chrono::milliseconds(15));
             if (d().Snapshot(&shot) && !last.empty() && shot.rgba == last.rgba) return shot;
             last = shot;
         }
@@ -384,7 +391,7 @@ TEST_P(Fisheye, CruiseTurnsUntilATouchAndTheHostHearsOfIt)
     EventLog log;
     Start({{ZT5_CFG_DISPLAY_FE_BG_CLOUD, 0}, {ZT5_CFG_DISPLAY_FE_BG_STAR, 0}}, 0, &log);
     if (HasFatalFailure()) return;
-    ASSERT_TRUE(d().PushUntil(scene, [](const Image &) { return true; }));
+    ASSERT_TRUE(d().PushUntil(scene, SceneDrawn));
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, v.mode), ZT5_OK);
     ASSERT_TRUE(Until(v.started));
     const Image before = Settled();
@@ -540,7 +547,7 @@ TEST(HalfSphere, BackdropAndPlatformSettings)
         Frame scene = SceneFrame();
         Image shot;
         ASSERT_TRUE(rig.display.PushUntil(scene, [&](const Image &) { State s; return rig.display.Save(&s) && s.nRoamInit == 0; }, &shot));
-        ASSERT_TRUE(rig.display.PushUntil(scene, [](const Image &) { return true; }, &shot));
+        ASSERT_TRUE(rig.display.PushUntil(scene, SceneDrawn, &shot));
         SaveShot(shot, "_" + std::to_string(i));
         EXPECT_FLOAT_EQ(rig.display.Saved().fCamZ[0], c.cloud ? 7.1f : 6.1f);
         long lit = 0; // outside the bowl's rim: in a corner, or all round

@@ -109,9 +109,9 @@ protected:
     Image Settled()
     {
         Image last, shot;
-        for (int i = 0; i < 300; i++) {
+        for (int i = 0; i < 600; i++) {
             d.Push(frame);
-            std::this_thread::sleep_for(std::chrono::milliseconds(30));
+            std::this_thread::sleep_for(std::chrono::milliseconds(15));
             if (d.Snapshot(&shot) && !last.empty() && shot.rgba == last.rgba) return shot;
             last = shot;
         }
@@ -434,7 +434,7 @@ TEST_F(Gestures, GarbageRecordsLeaveTheViewDrawable)
         ExpectSquare({2, 0.2, -0.1});
     }
     srand(12345);
-    for (int round = 0; round < 20; round++) {
+    for (int round = 0; round < 10; round++) {
         FECurrentStatusData rec;
         for (size_t i = 0; i < sizeof(rec); i++) reinterpret_cast<uint8_t *>(&rec)[i] = uint8_t(rand());
         rec.mFishEyeMode = 0;

@@ -107,7 +107,10 @@ TEST(Settings, TakeEffectWheneverTheyAreSet)
             if (w == kBeforeInit) s.set(d);
             ASSERT_EQ(rig.Init(), ZT5_OK);
             if (w == kBeforeFirstFrame) s.set(d);
-            ASSERT_TRUE(d.PushUntil(f, [](const Image &) { return true; }));
+            // A picture: plain, the red square (in either colour range); of a view, the frame's grey.
+            ASSERT_TRUE(d.PushUntil(f, [](const Image &i) {
+                return !i.empty() && (i.At(320, 180).r > i.At(320, 180).g + 60 || CentreNear(Shown(kGrey), 8)(i));
+            }));
             if (w >= kLive) s.set(d);
             if (w == kRebuilt) {
                 ASSERT_EQ(d.SetWindow(second.id(), 642, 360), ZT5_OK);
@@ -252,7 +255,7 @@ TEST(FrameInput, HostBufferTakesTheFrameInstead)
     Frame red(320, 180, kRed), blue(320, 180, kBlue);
     for (int i = 0; i < 64; i++) blue.Y()[i * 7] = uint8_t(i); // bytes to recognise
     Image before;
-    ASSERT_TRUE(d.PushUntil(red, [](const Image &) { return true; }, &before));
+    ASSERT_TRUE(d.PushUntil(red, CentreNear(Shown(kRed)), &before));
     std::vector<uint8_t> host(blue.data.size() + 64, 0xA5), shorter(blue.data.size() - 1, 0x5A);
     CZT5Mutex mutex;
     ASSERT_EQ(d.Set(ZT5_CFG_DISPLAY_YUV_BUFFER_MUTEX, &mutex), ZT5_OK);

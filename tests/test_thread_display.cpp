@@ -67,7 +67,7 @@ TEST(DisplayThreads, FramesWhileParametersOverlayAndSwitchesRunElsewhere)
     Display &d = rig.display;
     ASSERT_EQ(rig.Init(), ZT5_OK);
     std::vector<Frame> frames = {Frame(320, 240, kGrey), Frame(256, 128, kGrey)};
-    ASSERT_TRUE(d.PushUntil(frames[0], [](const Image &) { return true; }));
+    ASSERT_TRUE(d.PushUntil(frames[0], CentreNear(Shown(kGrey))));
     std::atomic<bool> stop{false};
     auto until = [&](int rounds, std::function<void(int)> body) {
         return [rounds, body] {
@@ -128,7 +128,7 @@ TEST(DisplayThreads, SwitchBackToTheHighHandleAlwaysShowsItAgain)
     Display &d = rig.display;
     ASSERT_EQ(rig.Init(), ZT5_OK);
     std::vector<Frame> grey = {Frame(160, 120, kGrey)};
-    ASSERT_TRUE(d.PushUntil(grey[0], [](const Image &) { return true; }));
+    ASSERT_TRUE(d.PushUntil(grey[0], CentreNear(Shown(kGrey))));
     for (int round = 0; round < 30; round++) {
         SCOPED_TRACE(round);
         std::atomic<bool> stop{false};

@@ -336,6 +336,11 @@ void EventLog::Clear()
 
 // ------------------------------------------------------------------ display
 
+Check CentreNear(Rgb c, int tolerance)
+{
+    return [=](const Image &img) { return !img.empty() && Near(img.At(img.width / 2, img.height / 2), c, tolerance); };
+}
+
 Display::Display()
 {
     void *obj = nullptr;

@@ -135,6 +135,9 @@ const int kPollRounds = 1000;
 const int kPollMs = 15;
 
 using Check = std::function<bool(const Image &)>;
+// The window's centre shows `c`: a picture of the frame has been drawn (a
+// snapshot asked before the first draw may hold anything).
+Check CentreNear(Rgb c, int tolerance = 8);
 
 // One display object of the library: created on construction, uninitialised
 // and destroyed on destruction. Records the display may keep by pointer
