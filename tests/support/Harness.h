@@ -112,6 +112,10 @@ private:
 
 // ------------------------------------------------------------------ library
 
+// Every id a host may send (with a set, a get or both), then ids of the
+// library's own layers and numbers nobody uses.
+extern const std::vector<uint32_t> kHostIds;
+
 // The library, loaded once for the process: ZT_GetPlugin's factory. Null
 // when it could not be loaded (Error() says why).
 IZT5Plugin *Plugin();
