@@ -9,13 +9,13 @@
 namespace {
 
 // Plain YUV program: video-range BT.601 expansion.
-const char kVertexShader[] = "attribute vec4 vPosition;\n"
-                             "attribute vec2 a_texCoord;\n"
+const char kVertexShader[] = "attribute vec4 aPosition;\n"
+                             "attribute vec2 aTexCoor;\n"
                              "uniform mat4 uMVPMatrix;\n"
                              "varying vec2 tc;\n"
                              "void main() {\n"
-                             "  gl_Position = uMVPMatrix * vec4(vPosition.xyz, 1.0);\n"
-                             "  tc = a_texCoord;\n"
+                             "  gl_Position = uMVPMatrix * vec4(aPosition.xyz, 1.0);\n"
+                             "  tc = aTexCoor;\n"
                              "}\n";
 
 // Texture coordinates get the highest precision the fragment stage offers:
@@ -27,15 +27,15 @@ const char kFragmentShader[] = "precision mediump float;\n"
                                "#else\n"
                                "varying mediump vec2 tc;\n"
                                "#endif\n"
-                               "uniform sampler2D SamplerY;\n"
-                               "uniform sampler2D SamplerU;\n"
-                               "uniform sampler2D SamplerV;\n"
+                               "uniform sampler2D tex_y;\n"
+                               "uniform sampler2D tex_u;\n"
+                               "uniform sampler2D tex_v;\n"
                                "void main() {\n"
                                "  mediump vec3 yuv;\n"
                                "  lowp vec3 rgb;\n"
-                               "  yuv.x = 1.1643 * (texture2D(SamplerY, tc).r - 0.0625);\n"
-                               "  yuv.y = texture2D(SamplerU, tc).r - 0.5;\n"
-                               "  yuv.z = texture2D(SamplerV, tc).r - 0.5;\n"
+                               "  yuv.x = 1.1643 * (texture2D(tex_y, tc).r - 0.0625);\n"
+                               "  yuv.y = texture2D(tex_u, tc).r - 0.5;\n"
+                               "  yuv.z = texture2D(tex_v, tc).r - 0.5;\n"
                                "  rgb.r = yuv.x + 1.5958 * yuv.z;\n"
                                "  rgb.g = yuv.x - 0.39173 * yuv.y - 0.81290 * yuv.z;\n"
                                "  rgb.b = yuv.x + 2.017 * yuv.y;\n"
@@ -44,13 +44,13 @@ const char kFragmentShader[] = "precision mediump float;\n"
 
 // Lens distortion correction: Brown-Conrady model in texture units, full
 // range colour matrix.
-const char kDistortVertexShader[] = "attribute vec4 a_position;\n"
-                                    "attribute vec2 a_texCoord;\n"
-                                    "uniform mat4 u_mapMatrix;\n"
+const char kDistortVertexShader[] = "attribute vec4 aPosition;\n"
+                                    "attribute vec2 aTexCoor;\n"
+                                    "uniform mat4 uMVPMatrix;\n"
                                     "varying vec2 v_texCoord;\n"
                                     "void main() {\n"
-                                    "  gl_Position = u_mapMatrix * a_position;\n"
-                                    "  v_texCoord = a_texCoord;\n"
+                                    "  gl_Position = uMVPMatrix * aPosition;\n"
+                                    "  v_texCoord = aTexCoor;\n"
                                     "}\n";
 
 const char kDistortFragmentShader[] =
@@ -60,9 +60,9 @@ const char kDistortFragmentShader[] =
     "precision mediump float;\n"
     "#endif\n"
     "varying vec2 v_texCoord;\n"
-    "uniform sampler2D y_texture;\n"
-    "uniform sampler2D u_texture;\n"
-    "uniform sampler2D v_texture;\n"
+    "uniform sampler2D tex_y;\n"
+    "uniform sampler2D tex_u;\n"
+    "uniform sampler2D tex_v;\n"
     "uniform float k1;\n"
     "uniform float k2;\n"
     "uniform float k3;\n"
@@ -89,16 +89,15 @@ const char kDistortFragmentShader[] =
     "    return;\n"
     "  }\n"
     "  vec2 tc = vec2(x * u_texScaleX, y);\n"
-    "  float yy = texture2D(y_texture, tc).r;\n"
-    "  float u = texture2D(u_texture, tc).r - 0.5;\n"
-    "  float v = texture2D(v_texture, tc).r - 0.5;\n"
+    "  float yy = texture2D(tex_y, tc).r;\n"
+    "  float u = texture2D(tex_u, tc).r - 0.5;\n"
+    "  float v = texture2D(tex_v, tc).r - 0.5;\n"
     "  vec3 rgb = vec3(yy) + vec3(0.0, -0.39465, 2.03211) * u + vec3(1.13983, -0.58060, 0.0) * v;\n"
     "  gl_FragColor = vec4(rgb, 1.0);\n"
     "}\n";
 
-const char *const kDistortNames[15] = {"k1", "k2", "k3", "p1", "p2", "fx", "fy", "ox", "oy", "a_position",
-                                       "a_texCoord", "u_mapMatrix", "y_texture", "u_texture", "v_texture"};
-enum { LOC_A_POSITION = 9, LOC_A_TEXCOORD = 10, LOC_U_MAPMATRIX = 11, LOC_Y_TEX = 12 };
+// The correction's coefficients, in the order of the host's table.
+const char *const kDistortNames[9] = {"k1", "k2", "k3", "p1", "p2", "fx", "fy", "ox", "oy"};
 
 const float kVertices[12] = {-1.0f, -1.0f, 0.0f, 1.0f, -1.0f, 0.0f, -1.0f, 1.0f, 0.0f, 1.0f, 1.0f, 0.0f};
 
@@ -197,23 +196,22 @@ MRESULT CommonEffect::Initialize(MDWord dwWidth, MDWord dwHeight)
 {
     m_width = MLong(dwWidth);
     m_height = MLong(dwHeight);
-    mProgram = buildProgram(kVertexShader, kFragmentShader);
-    if (mProgram) muMVPMatrixHandle = glGetUniformLocation(mProgram, "uMVPMatrix");
+    m_Plain.Build("CommonEffect", kVertexShader, kFragmentShader);
+    if (!m_Quad) {
+        const float *t = mTexCoord[0];
+        m_Quad.Upload(mVertices, t, 4, GL_TRIANGLE_STRIP, GL_DYNAMIC_DRAW);
+        for (int i = 0; i < 8; i++) m_fQuadTexCoord[i] = t[i];
+    }
     SetEnableGLDepth(0);
     return 0;
 }
 
 void CommonEffect::Uninitialize()
 {
-    if (mProgram) {
-        glDeleteProgram(mProgram);
-        mProgram = 0;
-    }
+    m_Plain.Release();
+    m_Distort.Release();
+    m_Quad.Release();
     mDefaultLogo = nullptr; // the built-in mark is not made by this view yet
-    if (mDistortProgram) {
-        glDeleteProgram(mDistortProgram);
-        mDistortProgram = 0;
-    }
     RotTranMatrix::Destroy(mpRotTranMatrix);
     mpRotTranMatrix = nullptr;
     m_nInit.store(0, std::memory_order_relaxed);
@@ -244,7 +242,7 @@ void CommonEffect::Render(const MLong *prtRender, MLong nDisplayWidth, MLong nDi
     if (bChangePending) // a null table switches the correction off
         h = (pParam->dwCount == 13 && pParam->pTable) ? MLong(double(nVideoHeight) * 0.83) : nVideoHeight;
     else
-        h = mDistortProgram ? MLong(double(nVideoHeight) * 0.83) : nVideoHeight;
+        h = m_Distort ? MLong(double(nVideoHeight) * 0.83) : nVideoHeight;
 
     const bool bRotated = (dwRotation == 90 || dwRotation == 270);
     const MLong picW = bRotated ? h : nVideoWidth;
@@ -311,22 +309,17 @@ void CommonEffect::ApplyDistortionChange()
 
     const double *t = mCurDistortTable;
     if (!t) {
-        if (mDistortProgram) glDeleteProgram(mDistortProgram);
-        mDistortProgram = 0;
+        m_Distort.Release();
         mDefaultLogo = nullptr;
         return;
     }
-    if (!mDistortProgram) {
-        mDistortProgram = buildProgram(kDistortVertexShader, kDistortFragmentShader);
-        if (!mDistortProgram) return; // counts as applied: the plain program draws, no crop
-        for (int i = 0; i < 15; i++) {
-            m_lDistortLoc[i] = (i == LOC_A_POSITION || i == LOC_A_TEXCOORD)
-                                   ? glGetAttribLocation(mDistortProgram, kDistortNames[i])
-                                   : glGetUniformLocation(mDistortProgram, kDistortNames[i]);
-        }
-        m_lDistortTexScaleLoc = glGetUniformLocation(mDistortProgram, "u_texScaleX");
+    if (!m_Distort) {
+        m_Distort.Build("CommonEffect", kDistortVertexShader, kDistortFragmentShader);
+        if (!m_Distort) return; // counts as applied: the plain program draws, no crop
+        for (int i = 0; i < 9; i++) m_lDistortLoc[i] = m_Distort.Uniform("CommonEffect", kDistortNames[i], kDistortNames[i]);
+        m_lDistortTexScaleLoc = m_Distort.Uniform("CommonEffect", "u_texScaleX", "u_texScaleX");
     }
-    glUseProgram(mDistortProgram);
+    m_Distort.Use();
     for (int i = 0; i < 9; i++) glUniform1f(m_lDistortLoc[i], float(t[i]));
 
     // Crop of the corrected picture: a left, d top, b bottom, c right.
@@ -426,15 +419,9 @@ CommonEffect::Camera CommonEffect::ApplyLimits()
 void CommonEffect::DrawFrame(const GLuint *pTextures, MDWord dwRotation)
 {
     ApplyDistortionChange();
-    const bool bDistort = mDistortProgram != 0;
-    const GLuint program = bDistort ? mDistortProgram : mProgram;
-    glUseProgram(program);
-
-    const GLint posLoc = bDistort ? m_lDistortLoc[LOC_A_POSITION] : glGetAttribLocation(mProgram, "vPosition");
-    if (posLoc >= 0) {
-        glVertexAttribPointer(GLuint(posLoc), 3, GL_FLOAT, GL_FALSE, 0, mVertices);
-        glEnableVertexAttribArray(GLuint(posLoc));
-    }
+    const bool bDistort = bool(m_Distort);
+    const ViewProgram &program = bDistort ? m_Distort : m_Plain;
+    program.Use();
 
     // Only the left part of each plane texture holds picture when the
     // renderer padded the rows.
@@ -442,10 +429,11 @@ void CommonEffect::DrawFrame(const GLuint *pTextures, MDWord dwRotation)
     const int rot = RotationIndex(dwRotation);
     float texCoord[8];
     for (int i = 0; i < 8; i++) texCoord[i] = (bDistort || (i & 1)) ? mTexCoord[rot][i] : mTexCoord[rot][i] * uScale;
-    const GLint tcLoc = bDistort ? m_lDistortLoc[LOC_A_TEXCOORD] : glGetAttribLocation(mProgram, "a_texCoord");
-    if (tcLoc >= 0) {
-        glVertexAttribPointer(GLuint(tcLoc), 2, GL_FLOAT, GL_FALSE, 0, texCoord);
-        glEnableVertexAttribArray(GLuint(tcLoc));
+    // The buffer is written only when the coordinates change (a new
+    // rotation, picture width or correction).
+    if (MMemCmp(texCoord, m_fQuadTexCoord, sizeof(texCoord)) != 0) {
+        m_Quad.UpdateTexCoords(texCoord);
+        MMemCpy(m_fQuadTexCoord, texCoord, sizeof(texCoord));
     }
     if (bDistort && m_lDistortTexScaleLoc >= 0) glUniform1f(m_lDistortTexScaleLoc, uScale);
 
@@ -460,25 +448,10 @@ void CommonEffect::DrawFrame(const GLuint *pTextures, MDWord dwRotation)
     RotTranMatrix::translate(m->mVMatrix, cam.fTransX, cam.fTransY, 0.0f);
     m->scale(cam.fScale, cam.fScale, 1.0f);
 
-    GLint samplers[3];
-    if (bDistort) {
-        for (int i = 0; i < 3; i++) samplers[i] = m_lDistortLoc[LOC_Y_TEX + i];
-    } else {
-        samplers[0] = glGetUniformLocation(mProgram, "SamplerY");
-        samplers[1] = glGetUniformLocation(mProgram, "SamplerU");
-        samplers[2] = glGetUniformLocation(mProgram, "SamplerV");
-    }
-
     m->getFinalMatrix();
-    glUniformMatrix4fv(bDistort ? m_lDistortLoc[LOC_U_MAPMATRIX] : muMVPMatrixHandle, 1, GL_FALSE, m->mMVPMatrix);
-
-    for (int i = 0; i < 3; i++) {
-        glActiveTexture(GL_TEXTURE0 + GLenum(i));
-        glBindTexture(GL_TEXTURE_2D, pTextures ? pTextures[i] : 0);
-        glUniform1i(samplers[i], i);
-    }
-    glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
-    glActiveTexture(GL_TEXTURE0);
+    program.SetMatrix(m->mMVPMatrix);
+    program.BindPlanes(pTextures);
+    m_Quad.Draw(program);
 
     // Logo and face overlays are drawn here with mMVPMatrix once the
     // overlay code exists.

@@ -7,6 +7,7 @@
 #include <atomic>
 
 #include "GlesRenderEffect.h"
+#include "ViewGl.h"
 
 class CommonEffect : public GlesRenderEffect {
 public:
@@ -64,7 +65,10 @@ private:
     // was read: a gesture landing meanwhile wins and is limited next draw.
     static void ReplaceF(std::atomic<float> &a, float seen, float v);
 
-    GLuint mProgram = 0;
+    ViewProgram m_Plain;   // the picture as it is
+    ViewProgram m_Distort; // with the lens correction, while a table is set
+    ViewMesh m_Quad;       // four vertices; texture coordinates follow rotation and crop
+    float m_fQuadTexCoord[8] = {};
     MLong m_width = 0;
     MLong m_height = 0;
     RotTranMatrix *mpRotTranMatrix = nullptr;
@@ -90,14 +94,12 @@ private:
     std::atomic<MDWord> m_nInit{0};
     std::atomic<MLong> m_dwDisplayWidth{0};
     std::atomic<MLong> m_dwDisplayHeight{0};
-    GLint muMVPMatrixHandle = 0;
     float mVertices[12];
     float fWndRatio = 1.0f;
     FECurrentStatusData m_FECurrentStatusData = {};
     std::atomic<ZT5UICallbackRecord *> m_pUICallback{nullptr};
     std::atomic<ZT5DistortionParam *> m_pDistortionParam{nullptr};
-    GLuint mDistortProgram = 0;
-    GLint m_lDistortLoc[15] = {}; // k1 k2 k3 p1 p2 fx fy ox oy a_position a_texCoord u_mapMatrix y u v
+    GLint m_lDistortLoc[9] = {}; // k1 k2 k3 p1 p2 fx fy ox oy
     GLint m_lDistortTexScaleLoc = -1;
     VideoLogo *mDefaultLogo = nullptr; // built-in mark, drawn while a correction is active
     float mTexCoord[4][8];

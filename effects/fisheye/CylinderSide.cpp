@@ -42,21 +42,12 @@ CylinderSide::~CylinderSide()
 
 MRESULT CylinderSide::Initialize(MDWord, MDWord)
 {
-    if (!mVertexBuffer) {
-        mVertexBuffer = static_cast<float *>(MMemAlloc(12 * sizeof(float)));
-        mTexCoorBuffer = static_cast<float *>(MMemAlloc(8 * sizeof(float)));
-        if (mVertexBuffer && mTexCoorBuffer) {
-            const float v[12] = {-kHalfWidth, -kHalfHeight, 0, kHalfWidth, -kHalfHeight, 0,
-                                 -kHalfWidth, kHalfHeight,  0, kHalfWidth, kHalfHeight,  0};
-            const float t[8] = {0, 1, 1, 1, 0, 0, 1, 0};
-            MMemCpy(mVertexBuffer, v, sizeof(v));
-            MMemCpy(mTexCoorBuffer, t, sizeof(t));
-        } else {
-            MLogInfo("[%s] CylinderSide::Initialize out of memory", MLOG_TAG);
-            MMemFree(mVertexBuffer);
-            MMemFree(mTexCoorBuffer);
-            mVertexBuffer = mTexCoorBuffer = nullptr;
-        }
+    if (!m_Strip) {
+        const float v[12] = {-kHalfWidth, -kHalfHeight, 0, kHalfWidth, -kHalfHeight, 0,
+                             -kHalfWidth, kHalfHeight,  0, kHalfWidth, kHalfHeight,  0};
+        const float t[8] = {0, 1, 1, 1, 0, 0, 1, 0};
+        if (m_Strip.Upload(v, t, 4, GL_TRIANGLE_STRIP) != 0)
+            MLogInfo("[%s] CylinderSide::Initialize no vertex buffer", MLOG_TAG);
     }
     m_Program.Build("CylinderSide", kCylinderSideVertex, kCylinderSideFragment);
     mnZoom = m_Program.Uniform("CylinderSide::Init_shader", "fPt_Zm", "mnZoom");
@@ -74,9 +65,7 @@ MRESULT CylinderSide::Initialize(MDWord, MDWord)
 void CylinderSide::Uninitialize()
 {
     m_Program.Release();
-    MMemFree(mVertexBuffer);
-    MMemFree(mTexCoorBuffer);
-    mVertexBuffer = mTexCoorBuffer = nullptr;
+    m_Strip.Release();
     RotTranMatrix::Destroy(mpRotTranMatrix);
     mpRotTranMatrix = nullptr;
     mInitResourceSuc = 0;
@@ -95,14 +84,14 @@ void CylinderSide::Render(const MLong *, MLong w, MLong h, MLong, MLong, const G
     clearBackground();
     glViewport(0, 0, w, h);
     Update_camposrot();
-    if (!mVertexBuffer) return;
+    if (!m_Strip) return;
 
     RotTranMatrix &m = *mpRotTranMatrix;
     m.setIdentity();
     m.pushMatrix();
     m.setLookAt(0.0f, 0.0f, fTz.load() + 2.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f);
 
-    glUseProgram(m_Program.mProgram);
+    m_Program.Use();
     m_Program.BindPlanes(pTextures);
     glUniform1f(mnZoom, mfZoom.load());
     glUniform1f(mnLeft, mfLeft);
@@ -111,12 +100,8 @@ void CylinderSide::Render(const MLong *, MLong w, MLong h, MLong, MLong, const G
     glUniform1f(mnBottom, mfBottom);
 
     m.getFinalMatrix();
-    glUniformMatrix4fv(m_Program.muMVPMatrixHandle, 1, GL_FALSE, m.mMVPMatrix);
-    m_Program.EnableAttributes(mVertexBuffer, 3, mTexCoorBuffer, 2);
-    glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
-    // Left enabled, the four-vertex client arrays would be read by the next
-    // view's larger draws on the same attribute slots.
-    m_Program.DisableAttributes();
+    m_Program.SetMatrix(m.mMVPMatrix);
+    m_Strip.Draw(m_Program);
     m.popMatrix();
     checkGlError("CylinderSide::Render");
 }

@@ -41,10 +41,9 @@ private:
     void Update_camposrot();
     void saveCurrentStatus();
 
-    FisheyeProgram m_Program;
+    ViewProgram m_Program;
     GLint mnZoom = 0, mnLeft = 0, mnRight = 0, mnTop = 0, mnBottom = 0;
-    float *mVertexBuffer = nullptr;  // 12 floats
-    float *mTexCoorBuffer = nullptr; // 8 floats
+    ViewMesh m_Strip; // four vertices, a triangle strip
     RotTranMatrix *mpRotTranMatrix = nullptr;
 
     Relaxed<float> mfZoom{1.035f}; // read by saves on the host thread

@@ -9,11 +9,9 @@
 //                     flag and speed, depth switch, the view's own copy of
 //                     the saved state, the two base configuration ids.
 //   DomeMesh          the tessellated hemisphere (134 x 34 cells, 27,336
-//                     vertices), built once per view, optionally with a
-//                     per-vertex hook for views that compute their own
-//                     texture coordinates.
-//   FisheyeProgram    program build + the common attribute/sampler lookups,
-//                     logging every missing location under the view's name.
+//                     vertices), built once per view into a buffer object,
+//                     optionally with a per-vertex hook for views that
+//                     compute their own texture coordinates.
 //   FISHEYE_GLSL_*    shader pieces: the dome vertex shader, the YUV
 //                     conversion, the equidistant lens law and its lookup.
 //   Relaxed<T>        single-word members that gestures store from the host
@@ -28,6 +26,7 @@
 #include <atomic>
 
 #include "GlesRenderEffect.h"
+#include "ViewGl.h"
 
 // ------------------------------------------------------------ constants
 
@@ -143,34 +142,10 @@ struct DomeMesh {
     MRESULT Build(const DomeParams &params, DomeVertexFn fn = DomeStandardVertex, void *user = nullptr);
     void Free();
     static MLong Capacity(const DomeParams &params);
-};
-
-// ---------------------------------------------------------- GL programs
-
-// A program with the attribute and sampler names every fisheye view uses.
-struct FisheyeProgram {
-    GLuint mProgram = 0;
-    GLint maPositionHandle = -1;
-    GLint maTexCoorHandle = -1;
-    GLint muMVPMatrixHandle = -1;
-    GLint MYHandle = -1;
-    GLint mUHandle = -1;
-    GLint mVHandle = -1;
-
-    // Builds the program and looks up aPosition, aTexCoor, uMVPMatrix,
-    // tex_y, tex_u, tex_v. Each missing location is logged as
-    // "[VideoRender] <view>:: get <handle> error. " and counted; the lookups
-    // go on after a failure. Returns the number of failures (a failed build
-    // counts once and leaves every location at -1).
-    int Build(const char *viewName, const char *vertexSource, const char *fragmentSource);
-    // Looks up one more uniform, logging a miss the same way; -1 when absent.
-    GLint Uniform(const char *viewName, const char *name, const char *handleName) const;
-    // The three frame textures on units 0, 1, 2 and the samplers set to them.
-    void BindPlanes(const GLuint *pTextures) const;
-    // Points and enables the two attributes (client-side arrays).
-    void EnableAttributes(const float *positions, int positionSize, const float *texCoords, int texSize) const;
-    void DisableAttributes() const;
-    void Release();
+    // Builds the dome and uploads it into `mesh` (triangles); the arrays
+    // here are freed again. Returns 0, or 3 when it can't be had.
+    static MRESULT Upload(ViewMesh &mesh, const DomeParams &params, DomeVertexFn fn = DomeStandardVertex,
+                          void *user = nullptr);
 };
 
 // -------------------------------------------------------------- camera

@@ -95,22 +95,16 @@ HalfSphere::~HalfSphere()
 MRESULT HalfSphere::Initialize(MDWord, MDWord)
 {
     initVertexData();
-    if (!pBackVertices) {
-        pBackVertices = static_cast<float *>(MMemAlloc(12 * sizeof(float)));
-        pBackTexCoords = static_cast<float *>(MMemAlloc(8 * sizeof(float)));
-        if (pBackVertices && pBackTexCoords) {
-            const float a = 4.0f * kDomeRadius, z = -2.0f * kDomeRadius;
-            const float v[12] = {-a, -a, z, a, -a, z, -a, a, z, a, a, z};
-            const float t[8] = {0, 1, 1, 1, 0, 0, 1, 0};
-            MMemCpy(pBackVertices, v, sizeof(v));
-            MMemCpy(pBackTexCoords, t, sizeof(t));
-        } else {
-            MMemFree(pBackVertices);
-            MMemFree(pBackTexCoords);
-            pBackVertices = pBackTexCoords = nullptr;
-        }
+    if (!m_BackQuad) {
+        const float a = 4.0f * kDomeRadius, z = -2.0f * kDomeRadius;
+        const float v[12] = {-a, -a, z, a, -a, z, -a, a, z, a, a, z};
+        const float t[8] = {0, 1, 1, 1, 0, 0, 1, 0};
+        m_BackQuad.Upload(v, t, 4, GL_TRIANGLE_STRIP);
     }
-    if (!mBackTextures[0]) glGenTextures(3, mBackTextures);
+    for (int i = 0; i < 3; i++) {
+        if (!m_BackTextures[i]) m_BackTextures[i] = GlTexture::Create();
+        mBackTextures[i] = m_BackTextures[i].id();
+    }
     initStars();
 
     MLong lRet = Init_shader();
@@ -129,7 +123,7 @@ MRESULT HalfSphere::Initialize(MDWord, MDWord)
     }
 
     // Without a mesh there is nothing to draw either.
-    if (lRet == 0 && m_Dome.nVertexCount == 0) lRet = 3;
+    if (lRet == 0 && !m_Dome) lRet = 3;
     mInitResourceSuc = lRet == 0 ? 1 : 0;
     if (lRet != 0) MLogInfo("[%s] HalfSphere::Init() mInitResourceSuc = false lRet = %d.\r\n", MLOG_TAG, lRet);
     SetEnableGLDepth(false);
@@ -141,12 +135,10 @@ void HalfSphere::Uninitialize()
     mInitResourceSuc = 0;
     m_Sphere.Release();
     m_Back.Release();
-    if (mProgramPoint) glDeleteProgram(mProgramPoint);
-    mProgramPoint = 0;
-    m_Dome.Free();
-    MMemFree(pBackVertices);
-    MMemFree(pBackTexCoords);
-    pBackVertices = pBackTexCoords = nullptr;
+    m_Points.Release();
+    m_Dome.Release();
+    m_BackQuad.Release();
+    m_Stars.Release();
     MMemFree(pStarBase);
     MMemFree(pStarNow);
     pStarBase = pStarNow = nullptr;
@@ -156,8 +148,10 @@ void HalfSphere::Uninitialize()
     RotTranMatrix::Destroy(mpBackRotTranMatrix);
     RotTranMatrix::Destroy(mpStarRotTranMatrix);
     mpRotTranMatrix = mpBackRotTranMatrix = mpStarRotTranMatrix = nullptr;
-    if (mBackTextures[0]) glDeleteTextures(3, mBackTextures);
-    mBackTextures[0] = mBackTextures[1] = mBackTextures[2] = 0;
+    for (int i = 0; i < 3; i++) {
+        m_BackTextures[i].reset();
+        mBackTextures[i] = 0;
+    }
     MMemFree(pBackPicture);
     pBackPicture = nullptr;
 }
@@ -165,10 +159,10 @@ void HalfSphere::Uninitialize()
 void HalfSphere::initVertexData()
 {
     MLogDebug("[%s] HalfSphere::initVertexData in", MLOG_TAG);
-    if (m_Dome.nVertexCount) return;
+    if (m_Dome) return;
     DomeParams params;
     params.zScale = 0.97f;
-    m_Dome.Build(params);
+    DomeMesh::Upload(m_Dome, params);
 }
 
 MLong HalfSphere::Init_shader()
@@ -182,15 +176,13 @@ MLong HalfSphere::Init_shader()
     if (failed) return -1;
 
     if (m_Back.Build("HalfSphere", FISHEYE_GLSL_DOME_VERTEX, kBackFragment) != 0) {
-        MLogInfo("[%s] HalfSphere:: buildProgram error mbackaPositionHandle:%d. ", MLOG_TAG, m_Back.maPositionHandle);
+        MLogInfo("[%s] HalfSphere:: buildProgram error mbackaPositionHandle:%d. ", MLOG_TAG, m_Back.aPosition);
         return -1;
     }
 
-    mProgramPoint = buildProgram(kStarVertex, kStarFragment);
-    mPointPositionHandle = glGetAttribLocation(mProgramPoint, "aPosition");
-    mPointMVPMatrixHandle = glGetUniformLocation(mProgramPoint, "uMVPMatrix");
-    mPointSizeHandle = glGetUniformLocation(mProgramPoint, "uPointSize");
-    mPointLightHandle = glGetUniformLocation(mProgramPoint, "uPointLight");
+    m_Points.Build("HalfSphere", kStarVertex, kStarFragment, ViewProgram::kPositionOnly);
+    mPointSizeHandle = m_Points.Uniform("HalfSphere", "uPointSize", "mPointSizeHandle");
+    mPointLightHandle = m_Points.Uniform("HalfSphere", "uPointLight", "mPointLightHandle");
     return 0;
 }
 
@@ -242,6 +234,10 @@ void HalfSphere::seedStars()
         b[2] = n[2] = -1.25f * R;
     }
     pStarDraw = pStarBase;
+    if (!m_Stars)
+        m_Stars.Upload(pStarDraw, nullptr, nStarCount, GL_POINTS, GL_DYNAMIC_DRAW);
+    else
+        m_Stars.UpdatePositions(pStarDraw);
 }
 
 void HalfSphere::twinkleStars(int count)
@@ -265,6 +261,7 @@ void HalfSphere::twinkleStars(int count)
         n[2] = b[2];
     }
     pStarDraw = pStarNow;
+    m_Stars.UpdatePositions(pStarDraw);
 }
 
 // ------------------------------------------------------------- drawing
@@ -336,9 +333,9 @@ float HalfSphere::backgroundEyeZ() const
 
 void HalfSphere::drawCloud()
 {
-    if (!pBackVertices) return;
+    if (!m_BackQuad) return;
     RotTranMatrix &m = *mpBackRotTranMatrix;
-    glUseProgram(m_Back.mProgram);
+    m_Back.Use();
     m.setIdentity();
     m.pushMatrix();
     fBackCamZ = backgroundEyeZ();
@@ -348,11 +345,9 @@ void HalfSphere::drawCloud()
     fCloudAngle += 0.65f;
     m.rotate(fCloudAngle, 0.0f, 0.0f, 1.0f);
     m.getFinalMatrix();
-    glUniformMatrix4fv(m_Back.muMVPMatrixHandle, 1, GL_FALSE, m.mMVPMatrix);
+    m_Back.SetMatrix(m.mMVPMatrix);
     m_Back.BindPlanes(mBackTextures);
-    m_Back.EnableAttributes(pBackVertices, 3, pBackTexCoords, 2);
-    glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
-    m_Back.DisableAttributes();
+    m_BackQuad.Draw(m_Back);
     m.popMatrix();
 }
 
@@ -360,7 +355,7 @@ void HalfSphere::drawStars(int count, float size, int slot)
 {
     if (count > nStarCount || !pStarDraw) return;
     RotTranMatrix &m = *mpStarRotTranMatrix;
-    glUseProgram(mProgramPoint);
+    m_Points.Use();
     m.setIdentity();
     m.pushMatrix();
     fStarCamZ = backgroundEyeZ();
@@ -378,15 +373,10 @@ void HalfSphere::drawStars(int count, float size, int slot)
     L += nStarLightUp[slot] ? fStarLightStep : -fStarLightStep;
     fStarLight[slot] = L;
 
-    glUniformMatrix4fv(mPointMVPMatrixHandle, 1, GL_FALSE, m.mMVPMatrix);
+    m_Points.SetMatrix(m.mMVPMatrix);
     glUniform1f(mPointSizeHandle, size);
     glUniform1f(mPointLightHandle, L);
-    if (mPointPositionHandle >= 0) {
-        glVertexAttribPointer(mPointPositionHandle, 3, GL_FLOAT, GL_FALSE, 12, pStarDraw);
-        glEnableVertexAttribArray(mPointPositionHandle);
-        glDrawArrays(GL_POINTS, 0, count);
-        glDisableVertexAttribArray(mPointPositionHandle);
-    }
+    m_Stars.Draw(m_Points, count);
     m.popMatrix();
     if (size == 2.0f && nStarFrame % 30 == 0) twinkleStars(count);
 }
@@ -394,7 +384,7 @@ void HalfSphere::drawStars(int count, float size, int slot)
 void HalfSphere::drawSphere(const GLuint *pTextures)
 {
     RotTranMatrix &m = *mpRotTranMatrix;
-    glUseProgram(m_Sphere.mProgram);
+    m_Sphere.Use();
     m.setIdentity();
     m.pushMatrix();
     Update_camposrot();
@@ -408,14 +398,12 @@ void HalfSphere::drawSphere(const GLuint *pTextures)
     else
         fRatio = (z - fCamZMin) * fRatioMax / (zMax - fCamZMin);
 
-    glUniformMatrix4fv(m_Sphere.muMVPMatrixHandle, 1, GL_FALSE, m.mMVPMatrix);
-    m_Sphere.EnableAttributes(m_Dome.pVertices, 3, m_Dome.pTexCoords, 2);
+    m_Sphere.SetMatrix(m.mMVPMatrix);
     m_Sphere.BindPlanes(pTextures);
     glUniform1f(mFEPlatformHandle, m_dwFEPlatform == 0 ? 0.0f : 1.0f);
     glUniform1f(mRadHandle, fRad);
     glUniform1f(maRatioHandle, fRatio);
-    glDrawArrays(GL_TRIANGLES, 0, m_Dome.nVertexCount);
-    m_Sphere.DisableAttributes();
+    m_Dome.Draw(m_Sphere);
     m.popMatrix();
 }
 

@@ -75,19 +75,20 @@ private:
     RotTranMatrix *mpBackRotTranMatrix = nullptr;
     RotTranMatrix *mpStarRotTranMatrix = nullptr;
 
-    FisheyeProgram m_Sphere;
+    ViewProgram m_Sphere;
     GLint mRadHandle = -1, maRatioHandle = -1, mFEPlatformHandle = -1;
-    FisheyeProgram m_Back;
-    GLuint mProgramPoint = 0;
-    GLint mPointPositionHandle = -1, mPointMVPMatrixHandle = -1, mPointSizeHandle = -1, mPointLightHandle = -1;
+    ViewProgram m_Back;
+    ViewProgram m_Points;
+    GLint mPointSizeHandle = -1, mPointLightHandle = -1;
 
-    DomeMesh m_Dome;
-    float *pBackVertices = nullptr;
-    float *pBackTexCoords = nullptr;
+    ViewMesh m_Dome;
+    ViewMesh m_BackQuad;
+    ViewMesh m_Stars; // the positions drawn, uploaded again when they change
     const float fRad = kFisheyeLensRadius;
     float fRatio = 0.5f;
     const float fRatioMax;
-    GLuint mBackTextures[3] = {0, 0, 0};
+    GlTexture m_BackTextures[3];
+    GLuint mBackTextures[3] = {0, 0, 0}; // their names, as the draw binds them
     uint8_t *pBackPicture = nullptr;
 
     // Stars.
