@@ -8,7 +8,7 @@
 
 namespace {
 
-// Plain YUV program: video-range BT.601 expansion.
+// Plain program: the picture as it is.
 const char kVertexShader[] = "attribute vec4 aPosition;\n"
                              "attribute vec2 aTexCoor;\n"
                              "uniform mat4 uMVPMatrix;\n"
@@ -26,24 +26,13 @@ const char kFragmentShader[] = "precision mediump float;\n"
                                "varying highp vec2 tc;\n"
                                "#else\n"
                                "varying mediump vec2 tc;\n"
-                               "#endif\n"
-                               "uniform sampler2D tex_y;\n"
-                               "uniform sampler2D tex_u;\n"
-                               "uniform sampler2D tex_v;\n"
+                               "#endif\n" GLSL_YUV_TO_RGB
                                "void main() {\n"
-                               "  mediump vec3 yuv;\n"
-                               "  lowp vec3 rgb;\n"
-                               "  yuv.x = 1.1643 * (texture2D(tex_y, tc).r - 0.0625);\n"
-                               "  yuv.y = texture2D(tex_u, tc).r - 0.5;\n"
-                               "  yuv.z = texture2D(tex_v, tc).r - 0.5;\n"
-                               "  rgb.r = yuv.x + 1.5958 * yuv.z;\n"
-                               "  rgb.g = yuv.x - 0.39173 * yuv.y - 0.81290 * yuv.z;\n"
-                               "  rgb.b = yuv.x + 2.017 * yuv.y;\n"
-                               "  gl_FragColor = vec4(rgb, 1.0);\n"
+                               "  gl_FragColor = yuvToRgb(tc);\n"
                                "}\n";
 
-// Lens distortion correction: Brown-Conrady model in texture units, full
-// range colour matrix.
+// Lens distortion correction: Brown-Conrady model in texture units. Its
+// colours come from kYuvLensCorrection.
 const char kDistortVertexShader[] = "attribute vec4 aPosition;\n"
                                     "attribute vec2 aTexCoor;\n"
                                     "uniform mat4 uMVPMatrix;\n"
@@ -59,10 +48,7 @@ const char kDistortFragmentShader[] =
     "#else\n"
     "precision mediump float;\n"
     "#endif\n"
-    "varying vec2 v_texCoord;\n"
-    "uniform sampler2D tex_y;\n"
-    "uniform sampler2D tex_u;\n"
-    "uniform sampler2D tex_v;\n"
+    "varying vec2 v_texCoord;\n" GLSL_YUV_TO_RGB
     "uniform float k1;\n"
     "uniform float k2;\n"
     "uniform float k3;\n"
@@ -88,12 +74,7 @@ const char kDistortFragmentShader[] =
     "    gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
     "    return;\n"
     "  }\n"
-    "  vec2 tc = vec2(x * u_texScaleX, y);\n"
-    "  float yy = texture2D(tex_y, tc).r;\n"
-    "  float u = texture2D(tex_u, tc).r - 0.5;\n"
-    "  float v = texture2D(tex_v, tc).r - 0.5;\n"
-    "  vec3 rgb = vec3(yy) + vec3(0.0, -0.39465, 2.03211) * u + vec3(1.13983, -0.58060, 0.0) * v;\n"
-    "  gl_FragColor = vec4(rgb, 1.0);\n"
+    "  gl_FragColor = yuvToRgb(vec2(x * u_texScaleX, y));\n"
     "}\n";
 
 // The correction's coefficients, in the order of the host's table.
@@ -421,7 +402,7 @@ void CommonEffect::DrawFrame(const GLuint *pTextures, MDWord dwRotation)
     ApplyDistortionChange();
     const bool bDistort = bool(m_Distort);
     const ViewProgram &program = bDistort ? m_Distort : m_Plain;
-    program.Use();
+    program.Use(bDistort ? kYuvLensCorrection : m_YuvConversion);
 
     // Only the left part of each plane texture holds picture when the
     // renderer padded the rows.

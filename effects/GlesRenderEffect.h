@@ -7,6 +7,7 @@
 #include "MRuntime.h"
 #include "ZT5Config.h"
 #include "ZT5Records.h"
+#include "YuvConversion.h"
 
 class VideoLogo;
 
@@ -44,11 +45,16 @@ public:
     virtual MLong GetFishEyeCruiseState() { return -1; }
     virtual void SetEnableGLDepth(unsigned char enable) = 0;
 
+    // How the view turns the planes into colours (render thread; taken at
+    // the next draw). Until set: kYuvBt601Video.
+    void SetYuvConversion(const YuvConversion &c) { m_YuvConversion = c; }
+
 protected:
     TextureInfo m_sTextureInfo = {};
     MDWord m_dwClearColorCache = 0xffffff;
     MDWord m_dwBackColor = 0;
     VideoLogo *m_pVideoLogo = nullptr;
+    YuvConversion m_YuvConversion = kYuvBt601Video;
 };
 
 // A view's matrices, column-major. rotate() turns the opposite way from

@@ -27,6 +27,8 @@ int ViewProgram::Build(const char *viewName, const char *vertexSource, const cha
         {&m_Samplers[0], "tex_y", "MYHandle", false, true},
         {&m_Samplers[1], "tex_u", "mUHandle", false, true},
         {&m_Samplers[2], "tex_v", "mVHandle", false, true},
+        {&m_YuvMatrix, "yuvMatrix", "mYuvMatrixHandle", false, true},
+        {&m_YuvOffset, "yuvOffset", "mYuvOffsetHandle", false, true},
     };
     for (auto &l : lookups) {
         if (l.planesOnly && inputs != kPlanes) continue;
@@ -49,6 +51,13 @@ GLint ViewProgram::Uniform(const char *viewName, const char *name, const char *h
 void ViewProgram::Use() const
 {
     glUseProgram(m_Program.id());
+}
+
+void ViewProgram::Use(const YuvConversion &conversion) const
+{
+    glUseProgram(m_Program.id());
+    glUniformMatrix3fv(m_YuvMatrix, 1, GL_FALSE, conversion.fMatrix);
+    glUniform3fv(m_YuvOffset, 1, conversion.fOffset);
 }
 
 void ViewProgram::SetMatrix(const float *mvp) const

@@ -6,14 +6,16 @@
 
 #include "GlObjects.h"
 #include "GlesRenderEffect.h"
+#include "YuvConversion.h"
 
 // A view's program and its locations. The shaders name their inputs alike
 // throughout: attributes aPosition and aTexCoor, the matrix uMVPMatrix, the
-// plane samplers tex_y, tex_u, tex_v (texture units 0, 1, 2).
+// plane samplers tex_y, tex_u, tex_v (texture units 0, 1, 2) and the colour
+// conversion yuvMatrix, yuvOffset of GLSL_YUV_TO_RGB.
 class ViewProgram {
 public:
     enum Inputs {
-        kPlanes,       // samples the three planes
+        kPlanes,       // samples the three planes through GLSL_YUV_TO_RGB
         kPositionOnly, // draws points or flat colour: no texture coordinate, no planes
     };
 
@@ -31,6 +33,8 @@ public:
 
     // glUseProgram.
     void Use() const;
+    // glUseProgram, and the conversion of the planes into the uniforms.
+    void Use(const YuvConversion &conversion) const;
     void SetMatrix(const float *mvp) const;
     // The three plane textures on units 0, 1, 2, the samplers set to them.
     void BindPlanes(const GLuint *pTextures) const;
@@ -42,6 +46,8 @@ public:
 private:
     GlProgram m_Program;
     GLint m_Samplers[3] = {-1, -1, -1};
+    GLint m_YuvMatrix = -1;
+    GLint m_YuvOffset = -1;
 };
 
 // Vertices in one buffer object: positions (3 floats a vertex), then,

@@ -9,7 +9,7 @@ static const char kCylinderSideFragment[] =
     "uniform float fPt_L;\n"
     "uniform float fPt_R;\n"
     "uniform float fPt_T;\n"
-    "uniform float fPt_B;\n" FISHEYE_GLSL_YUV
+    "uniform float fPt_B;\n" GLSL_YUV_TO_RGB
     "void main() {\n"
     "    float s = 1.0 - vTextureCoord.s;\n"
     "    float t = 0.00179 + vTextureCoord.t * 0.8;\n"
@@ -20,7 +20,7 @@ static const char kCylinderSideFragment[] =
     "    if (p.x < 0.0 || p.x > 1.0 || p.y < 0.0 || p.y > 1.0)\n"
     "        gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
     "    else\n"
-    "        gl_FragColor = fisheyeYuvToRgb(p);\n"
+    "        gl_FragColor = yuvToRgb(p);\n"
     "}\n";
 
 static const char kCylinderSideVertex[] =
@@ -91,7 +91,7 @@ void CylinderSide::Render(const MLong *, MLong w, MLong h, MLong, MLong, const G
     m.pushMatrix();
     m.setLookAt(0.0f, 0.0f, fTz.load() + 2.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f);
 
-    m_Program.Use();
+    m_Program.Use(m_YuvConversion);
     m_Program.BindPlanes(pTextures);
     glUniform1f(mnZoom, mfZoom.load());
     glUniform1f(mnLeft, mfLeft);

@@ -12,8 +12,9 @@
 //                     vertices), built once per view into a buffer object,
 //                     optionally with a per-vertex hook for views that
 //                     compute their own texture coordinates.
-//   FISHEYE_GLSL_*    shader pieces: the dome vertex shader, the YUV
-//                     conversion, the equidistant lens law and its lookup.
+//   FISHEYE_GLSL_*    shader pieces: the dome vertex shader, the
+//                     equidistant lens law and its lookup (the colour
+//                     conversion is GLSL_YUV_TO_RGB, shared with every view).
 //   Relaxed<T>        single-word members that gestures store from the host
 //                     thread while the render thread reads them.
 //   TwoPositionZoom   the wide/close double-tap state machine.
@@ -55,21 +56,6 @@ static const MLong kFisheyeMinWindow = 10;
     "void main() {\n"                                             \
     "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"     \
     "    vTextureCoord = aTexCoor;\n"                             \
-    "}\n"
-
-// The three plane samplers and the BT.601 video-range conversion. Put it
-// after the precision statement of a fragment shader.
-#define FISHEYE_GLSL_YUV                                                 \
-    "uniform sampler2D tex_y;\n"                                         \
-    "uniform sampler2D tex_u;\n"                                         \
-    "uniform sampler2D tex_v;\n"                                         \
-    "vec4 fisheyeYuvToRgb(vec2 p) {\n"                                   \
-    "    float y = 1.1643 * (texture2D(tex_y, p).r - 0.0625);\n"         \
-    "    float u = texture2D(tex_u, p).r - 0.5;\n"                       \
-    "    float v = texture2D(tex_v, p).r - 0.5;\n"                       \
-    "    return vec4(y + 1.5958 * v,\n"                                  \
-    "                y - 0.39173 * u - 0.81290 * v,\n"                   \
-    "                y + 2.017 * u, 1.0);\n"                             \
     "}\n"
 
 // Radial lens law. fisheyeEquidistant: radius (fraction of the lens radius)

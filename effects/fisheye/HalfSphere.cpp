@@ -14,7 +14,7 @@ static const char kSphereFragment[] =
     "varying vec2 vTextureCoord;\n"
     "uniform float frad;\n"
     "uniform float fratio;\n"
-    "uniform float PlatFlag;\n" FISHEYE_GLSL_YUV FISHEYE_GLSL_LENS_LAW
+    "uniform float PlatFlag;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW
     "void main() {\n"
     "    float s = vTextureCoord.s;\n"
     "    float t = vTextureCoord.t;\n"
@@ -32,14 +32,14 @@ static const char kSphereFragment[] =
     "        float frat = fratio * m3 / tm + 1.0 - m3;\n"
     "        fir = frat * fir2 + (1.0 - frat) * fir3;\n"
     "    }\n"
-    "    gl_FragColor = fisheyeYuvToRgb(fisheyeLensLookup(s, fir, -1.0, 1.0));\n"
+    "    gl_FragColor = yuvToRgb(fisheyeLensLookup(s, fir, -1.0, 1.0));\n"
     "}\n";
 
 static const char kBackFragment[] =
     "precision mediump float;\n"
-    "varying vec2 vTextureCoord;\n" FISHEYE_GLSL_YUV
+    "varying vec2 vTextureCoord;\n" GLSL_YUV_TO_RGB
     "void main() {\n"
-    "    gl_FragColor = fisheyeYuvToRgb(vTextureCoord);\n"
+    "    gl_FragColor = yuvToRgb(vTextureCoord);\n"
     "}\n";
 
 static const char kStarVertex[] =
@@ -335,7 +335,9 @@ void HalfSphere::drawCloud()
 {
     if (!m_BackQuad) return;
     RotTranMatrix &m = *mpBackRotTranMatrix;
-    m_Back.Use();
+    // The cloud picture is ours, made in BT.601 video range: it keeps that
+    // conversion whatever the video uses.
+    m_Back.Use(kYuvBt601Video);
     m.setIdentity();
     m.pushMatrix();
     fBackCamZ = backgroundEyeZ();
@@ -384,7 +386,7 @@ void HalfSphere::drawStars(int count, float size, int slot)
 void HalfSphere::drawSphere(const GLuint *pTextures)
 {
     RotTranMatrix &m = *mpRotTranMatrix;
-    m_Sphere.Use();
+    m_Sphere.Use(m_YuvConversion);
     m.setIdentity();
     m.pushMatrix();
     Update_camposrot();
