@@ -4,26 +4,72 @@
 
 #include "CommonEffect.h"
 #include "PlaceholderEffect.h"
-#include "fisheye/CylinderSide.h"
 #include "fisheye/HalfSphere.h"
+
+// The views, each in a file of its own.
+extern const ViewTraits kCylinderSideTraits;
+GlesRenderEffect *MakeCylinderSide(MDWord dwFEPlatform);
+
+namespace {
+
+GlesRenderEffect *MakeCommonEffect(MDWord)
+{
+    return new (std::nothrow) CommonEffect();
+}
+
+GlesRenderEffect *MakeHalfSphere(MDWord dwFEPlatform)
+{
+    return new (std::nothrow) HalfSphere(dwFEPlatform);
+}
+
+GlesRenderEffect *MakePlaceholder(MDWord)
+{
+    return new (std::nothrow) PlaceholderEffect();
+}
+
+// Traits: lens box, depth test, background layers, opening animation, cruise.
+const ViewTraits kPlainTraits = {LensBox::Whole, false, false, false, false};
+const ViewTraits kHalfSphereTraits = {LensBox::Square, false, true, true, true};
+// Views not built yet draw nothing but the background; their traits are
+// what the layers above already rely on (the lens box, the depth test).
+const ViewTraits kSquareTraits = {LensBox::Square, false, false, false, false};
+const ViewTraits kDepthTraits = {LensBox::Square, true, false, false, false};
+const ViewTraits kRectangleTraits = {LensBox::Rectangle, false, false, false, false};
+
+struct ViewEntry {
+    const ViewTraits *traits;
+    GlesRenderEffect *(*make)(MDWord dwFEPlatform);
+};
+
+const ViewEntry kViews[FISHEYE_MODE_MAX + 1] = {
+    {&kPlainTraits, MakeCommonEffect},         // 0 plain view
+    {&kHalfSphereTraits, MakeHalfSphere},      // 1 half sphere
+    {&kCylinderSideTraits, MakeCylinderSide},  // 2 panorama strip
+    {&kSquareTraits, MakePlaceholder},         // 3 four panes
+    {&kSquareTraits, MakePlaceholder},         // 4 map and perspective pane
+    {&kDepthTraits, MakePlaceholder},          // 5 cylinder from outside
+    {&kDepthTraits, MakePlaceholder},          // 6 dome from outside
+    {&kSquareTraits, MakePlaceholder},         // 7 wall: panorama under two side views
+    {&kSquareTraits, MakePlaceholder},         // 8 wall: overview and close pane
+    {&kSquareTraits, MakePlaceholder},         // 9 wall: one pane
+    {&kRectangleTraits, MakePlaceholder},      // 10 wall: one pane, 180-degree lens
+};
+
+} // namespace
 
 GlesRenderEffect *CreateRenderEffect(MDWord nFishEyeMode, MDWord dwFEPlatform)
 {
-    switch (nFishEyeMode) {
-    // Each view replaces its placeholder here as it is built.
-    case 0:
-        return new (std::nothrow) CommonEffect();
-    case 1:
-        return new (std::nothrow) HalfSphere(dwFEPlatform);
-    case 2:
-        return new (std::nothrow) CylinderSide();
-    default:
-        if (nFishEyeMode > FISHEYE_MODE_MAX) return nullptr;
-        return new (std::nothrow) PlaceholderEffect();
-    }
+    if (nFishEyeMode > FISHEYE_MODE_MAX) return nullptr;
+    return kViews[nFishEyeMode].make(dwFEPlatform);
+}
+
+const ViewTraits &GetViewTraits(MLong lFishEyeMode)
+{
+    if (lFishEyeMode < 0 || lFishEyeMode > FISHEYE_MODE_MAX) return kSquareTraits;
+    return *kViews[lFishEyeMode].traits;
 }
 
 bool RenderEffectUsesDepth(MDWord nFishEyeMode)
 {
-    return nFishEyeMode == 5 || nFishEyeMode == 6;
+    return GetViewTraits(MLong(nFishEyeMode)).depthTest;
 }

@@ -1,8 +1,10 @@
-// Makes the view object of a FishEyeMode (0 plain view, 1..10 fisheye).
+// Makes the view object of a FishEyeMode (0 plain view, 1..10 fisheye) and
+// tells what the other layers need to know of each view (ViewTraits.h).
 #ifndef PANOVIEW_EFFECTFACTORY_H
 #define PANOVIEW_EFFECTFACTORY_H
 
 #include "GlesRenderEffect.h"
+#include "ViewTraits.h"
 
 #define FISHEYE_MODE_MAX 10
 

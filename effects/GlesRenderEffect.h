@@ -44,6 +44,12 @@ public:
     virtual float GetScaleRatio() { return 1.0f; }
     virtual MLong GetFishEyeCruiseState() { return -1; }
     virtual void SetEnableGLDepth(unsigned char enable) = 0;
+    // Asked on the render thread right after each Render: true when the
+    // next draw would differ from the one just made, decided from the
+    // view's own state (an animation, journey or zoom move under way,
+    // cruise, spring-back, layers that change every frame). False lets the
+    // display go quiet until a frame, a gesture or a setting comes.
+    virtual bool NeedsAnotherFrame() { return false; }
 
     // How the view turns the planes into colours (render thread; taken at
     // the next draw). Until set: kYuvBt601Video.

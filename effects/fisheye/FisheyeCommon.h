@@ -15,8 +15,6 @@
 //   FISHEYE_GLSL_*    shader pieces: the dome vertex shader, the
 //                     equidistant lens law and its lookup (the colour
 //                     conversion is GLSL_YUV_TO_RGB, shared with every view).
-//   Relaxed<T>        single-word members that gestures store from the host
-//                     thread while the render thread reads them.
 //   TwoPositionZoom   the wide/close double-tap state machine.
 //   FisheyeInertiaStep the decay step of release inertia.
 //
@@ -24,9 +22,8 @@
 #ifndef PANOVIEW_FISHEYECOMMON_H
 #define PANOVIEW_FISHEYECOMMON_H
 
-#include <atomic>
-
 #include "GlesRenderEffect.h"
+#include "Relaxed.h"
 #include "ViewGl.h"
 
 // ------------------------------------------------------------ constants
@@ -70,34 +67,6 @@ static const MLong kFisheyeMinWindow = 10;
     "    return vec2(0.5 + signS * fir * sin(s) / 2.0,\n"                       \
     "                0.5 + signT * fir * cos(s) / 2.0);\n"                      \
     "}\n"
-
-// ------------------------------------------------- race-free single words
-
-// A member that gesture calls store from the host thread while Render reads
-// it on the render thread. Each access is one relaxed atomic load or store of
-// one aligned word: no lock, no ordering, only freedom from torn values and
-// from undefined behaviour. Compound assignments are a load and a store; a
-// gesture landing between them may be lost, which the per-frame clamps of
-// the views tolerate.
-template <typename T>
-class Relaxed {
-public:
-    Relaxed(T v = T()) : m_v(v) {}
-    Relaxed(const Relaxed &) = delete;
-    Relaxed &operator=(const Relaxed &) = delete;
-    operator T() const { return m_v.load(std::memory_order_relaxed); }
-    T load() const { return m_v.load(std::memory_order_relaxed); }
-    Relaxed &operator=(T v)
-    {
-        m_v.store(v, std::memory_order_relaxed);
-        return *this;
-    }
-    Relaxed &operator+=(T v) { return *this = T(load() + v); }
-    Relaxed &operator-=(T v) { return *this = T(load() - v); }
-
-private:
-    std::atomic<T> m_v;
-};
 
 // ------------------------------------------------------------ dome mesh
 
@@ -153,6 +122,12 @@ struct TwoPositionZoom {
     void Step(Relaxed<float> &fTz, float zMin, float zMax, double step);
     // A restored view comes back settled on its maxState.
     void Settle();
+    // A move is pending or running: the next Step changes fTz or the state.
+    bool Moving() const
+    {
+        const MLong state = maxState.load();
+        return (state == 0 || state == 1) && maxMinInit.load() == state;
+    }
 };
 
 // One tick of the release inertia: both velocities decay by 0.9; returns
