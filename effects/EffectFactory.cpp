@@ -2,20 +2,16 @@
 
 #include <new>
 
-#include "CommonEffect.h"
 #include "PlaceholderEffect.h"
 #include "fisheye/HalfSphere.h"
 
 // The views, each in a file of its own.
+extern const ViewTraits kCommonEffectTraits;
+GlesRenderEffect *MakeCommonEffect(MDWord dwFEPlatform);
 extern const ViewTraits kCylinderSideTraits;
 GlesRenderEffect *MakeCylinderSide(MDWord dwFEPlatform);
 
 namespace {
-
-GlesRenderEffect *MakeCommonEffect(MDWord)
-{
-    return new (std::nothrow) CommonEffect();
-}
 
 GlesRenderEffect *MakeHalfSphere(MDWord dwFEPlatform)
 {
@@ -28,7 +24,6 @@ GlesRenderEffect *MakePlaceholder(MDWord)
 }
 
 // Traits: lens box, depth test, background layers, opening animation, cruise.
-const ViewTraits kPlainTraits = {LensBox::Whole, false, false, false, false};
 const ViewTraits kHalfSphereTraits = {LensBox::Square, false, true, true, true};
 // Views not built yet draw nothing but the background; their traits are
 // what the layers above already rely on (the lens box, the depth test).
@@ -42,7 +37,7 @@ struct ViewEntry {
 };
 
 const ViewEntry kViews[FISHEYE_MODE_MAX + 1] = {
-    {&kPlainTraits, MakeCommonEffect},         // 0 plain view
+    {&kCommonEffectTraits, MakeCommonEffect},  // 0 plain view
     {&kHalfSphereTraits, MakeHalfSphere},      // 1 half sphere
     {&kCylinderSideTraits, MakeCylinderSide},  // 2 panorama strip
     {&kSquareTraits, MakePlaceholder},         // 3 four panes
