@@ -3,20 +3,16 @@
 #include <new>
 
 #include "PlaceholderEffect.h"
-#include "fisheye/HalfSphere.h"
 
 // The views, each in a file of its own.
 extern const ViewTraits kCommonEffectTraits;
 GlesRenderEffect *MakeCommonEffect(MDWord dwFEPlatform);
+extern const ViewTraits kHalfSphereTraits;
+GlesRenderEffect *MakeHalfSphere(MDWord dwFEPlatform);
 extern const ViewTraits kCylinderSideTraits;
 GlesRenderEffect *MakeCylinderSide(MDWord dwFEPlatform);
 
 namespace {
-
-GlesRenderEffect *MakeHalfSphere(MDWord dwFEPlatform)
-{
-    return new (std::nothrow) HalfSphere(dwFEPlatform);
-}
 
 GlesRenderEffect *MakePlaceholder(MDWord)
 {
@@ -24,7 +20,6 @@ GlesRenderEffect *MakePlaceholder(MDWord)
 }
 
 // Traits: lens box, depth test, background layers, opening animation, cruise.
-const ViewTraits kHalfSphereTraits = {LensBox::Square, false, true, true, true};
 // Views not built yet draw nothing but the background; their traits are
 // what the layers above already rely on (the lens box, the depth test).
 const ViewTraits kSquareTraits = {LensBox::Square, false, false, false, false};

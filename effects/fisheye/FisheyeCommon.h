@@ -5,9 +5,6 @@
 // texture square, centre (0.5, 0.5), radius 0.5. A view only adds its own
 // geometry variant, camera and constants on top of this toolkit:
 //
-//   FisheyeEffect     base class: window size bookkeeping, matrices, cruise
-//                     flag and speed, depth switch, the view's own copy of
-//                     the saved state, the two base configuration ids.
 //   DomeMesh          the tessellated hemisphere (134 x 34 cells, 27,336
 //                     vertices), built once per view into a buffer object,
 //                     optionally with a per-vertex hook for views that
@@ -38,8 +35,6 @@ static const float kDomeStep = 0.04712385f;  // 0x3D4104F0, 2.7 degrees
 static const float kDomeRadius = 6.0f;
 // Degrees to radians as the cameras convert them.
 static const float kFisheyeDegToRad = 3.14159f / 180.0f;
-// A window of this size or less in either direction draws nothing.
-static const MLong kFisheyeMinWindow = 10;
 
 // ------------------------------------------------------- shader pieces
 
@@ -137,46 +132,5 @@ bool FisheyeInertiaStep(float *pVelX, float *pVelY);
 
 // Keeps an angle in degrees within (-360, 360) by whole turns.
 float FisheyeWrapDegrees(float angle);
-
-// ------------------------------------------------------------ the base
-
-class FisheyeEffect : public GlesRenderEffect {
-public:
-    explicit FisheyeEffect(const char *viewName);
-    ~FisheyeEffect() override;
-
-    void StartAcceleratedVelocity(float, float) override {}
-    void SetFishEyeCruiseState(MLong state, float fVelocity) override;
-    void SetDisBackGroundSts(MDWord, MDWord) override {}
-    void SetInitAnimalSts(MDWord) override {}
-    // The background colour; the logo id has no effect in a fisheye view.
-    MRESULT setConfig(MDWord dwID, void *pValue) override;
-    MLong GetFishEyeCruiseState() override { return mCruiseState.load() == 1 ? 1 : 0; }
-    void SetEnableGLDepth(unsigned char enable) override;
-
-    const char *ViewName() const { return m_szViewName; }
-
-protected:
-    enum SizeResult { kSizeUnusable, kSizeKept, kSizeChanged };
-    // Window size bookkeeping of every Render: a new size of at least
-    // 11 x 11 is taken (m_nInit 1, mWndRatio, the stored size) and reported
-    // as changed; a size with a zero side leaves everything as it was; any
-    // other new size clears m_nInit. kSizeUnusable when nothing may be drawn.
-    SizeResult UpdateWindowSize(MLong w, MLong h);
-
-    // Writes the 264-byte record to pValue after saveCurrentStatus().
-    MRESULT SaveStatusTo(void *pValue);
-
-    const char *m_szViewName;
-    // Written on the render thread, read by gestures on the host thread.
-    Relaxed<MLong> m_nWidth{0};
-    Relaxed<MLong> m_nHeight{0};
-    MLong m_nInit = 0;
-    float mWndRatio = 1.0f;
-    MDWord mInitResourceSuc = 0;
-    Relaxed<unsigned char> mCruiseState{0};
-    Relaxed<float> mCruiseVelocity{1.0f};
-    FECurrentStatusData m_FECurrentStatusData;
-};
 
 #endif
