@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "PlaceholderEffect.h"
+#include "ViewEffect.h"
 
 // The views, each in a file of its own.
 extern const ViewTraits kCommonEffectTraits;
@@ -14,35 +14,42 @@ GlesRenderEffect *MakeCylinderSide(MDWord dwFEPlatform);
 
 namespace {
 
-GlesRenderEffect *MakePlaceholder(MDWord)
-{
-    return new (std::nothrow) PlaceholderEffect();
-}
+// A view not built yet: it clears to the background colour, keeps a saved
+// state record as it comes, and has the traits the layers above already
+// rely on for its mode (the lens box, the depth test).
+class PlaceholderView final : public ViewEffect {
+public:
+    explicit PlaceholderView(const ViewTraits &traits) : ViewEffect("PlaceholderView", traits) {}
+
+private:
+    MRESULT Build() override { return 0; }
+    void Project(MLong, MLong) override {}
+    void StepCamera() override {}
+    void Draw(const Frame &) override {}
+};
 
 // Traits: lens box, depth test, background layers, opening animation, cruise.
-// Views not built yet draw nothing but the background; their traits are
-// what the layers above already rely on (the lens box, the depth test).
 const ViewTraits kSquareTraits = {LensBox::Square, false, false, false, false};
 const ViewTraits kDepthTraits = {LensBox::Square, true, false, false, false};
 const ViewTraits kRectangleTraits = {LensBox::Rectangle, false, false, false, false};
 
 struct ViewEntry {
     const ViewTraits *traits;
-    GlesRenderEffect *(*make)(MDWord dwFEPlatform);
+    GlesRenderEffect *(*make)(MDWord dwFEPlatform); // null: a placeholder
 };
 
 const ViewEntry kViews[FISHEYE_MODE_MAX + 1] = {
     {&kCommonEffectTraits, MakeCommonEffect},  // 0 plain view
     {&kHalfSphereTraits, MakeHalfSphere},      // 1 half sphere
     {&kCylinderSideTraits, MakeCylinderSide},  // 2 panorama strip
-    {&kSquareTraits, MakePlaceholder},         // 3 four panes
-    {&kSquareTraits, MakePlaceholder},         // 4 map and perspective pane
-    {&kDepthTraits, MakePlaceholder},          // 5 cylinder from outside
-    {&kDepthTraits, MakePlaceholder},          // 6 dome from outside
-    {&kSquareTraits, MakePlaceholder},         // 7 wall: panorama under two side views
-    {&kSquareTraits, MakePlaceholder},         // 8 wall: overview and close pane
-    {&kSquareTraits, MakePlaceholder},         // 9 wall: one pane
-    {&kRectangleTraits, MakePlaceholder},      // 10 wall: one pane, 180-degree lens
+    {&kSquareTraits, nullptr},                 // 3 four panes
+    {&kSquareTraits, nullptr},                 // 4 map and perspective pane
+    {&kDepthTraits, nullptr},                  // 5 cylinder from outside
+    {&kDepthTraits, nullptr},                  // 6 dome from outside
+    {&kSquareTraits, nullptr},                 // 7 wall: panorama under two side views
+    {&kSquareTraits, nullptr},                 // 8 wall: overview and close pane
+    {&kSquareTraits, nullptr},                 // 9 wall: one pane
+    {&kRectangleTraits, nullptr},              // 10 wall: one pane, 180-degree lens
 };
 
 } // namespace
@@ -50,16 +57,13 @@ const ViewEntry kViews[FISHEYE_MODE_MAX + 1] = {
 GlesRenderEffect *CreateRenderEffect(MDWord nFishEyeMode, MDWord dwFEPlatform)
 {
     if (nFishEyeMode > FISHEYE_MODE_MAX) return nullptr;
-    return kViews[nFishEyeMode].make(dwFEPlatform);
+    const ViewEntry &e = kViews[nFishEyeMode];
+    if (!e.make) return new (std::nothrow) PlaceholderView(*e.traits);
+    return e.make(dwFEPlatform);
 }
 
 const ViewTraits &GetViewTraits(MLong lFishEyeMode)
 {
     if (lFishEyeMode < 0 || lFishEyeMode > FISHEYE_MODE_MAX) return kSquareTraits;
     return *kViews[lFishEyeMode].traits;
-}
-
-bool RenderEffectUsesDepth(MDWord nFishEyeMode)
-{
-    return GetViewTraits(MLong(nFishEyeMode)).depthTest;
 }

@@ -12,7 +12,4 @@
 // failure or for a mode out of range. Call with the GL context current.
 GlesRenderEffect *CreateRenderEffect(MDWord nFishEyeMode, MDWord dwFEPlatform);
 
-// True for the modes drawn with depth test.
-bool RenderEffectUsesDepth(MDWord nFishEyeMode);
-
 #endif
