@@ -361,7 +361,8 @@ void CommonEffect::ApplyDistortionChange()
     if (!m_Distort) {
         m_Distort.Build(m_szViewName, kDistortVertexShader, kDistortFragmentShader);
         if (!m_Distort) return; // counts as applied: the plain program draws, no crop
-        for (int i = 0; i < 9; i++) m_lDistortLoc[i] = m_Distort.Uniform(m_szViewName, kDistortNames[i], kDistortNames[i]);
+        for (int i = 0; i < 9; i++)
+            m_lDistortLoc[i] = m_Distort.Uniform(m_szViewName, kDistortNames[i], kDistortNames[i]);
         m_lDistortTexScaleLoc = m_Distort.Uniform(m_szViewName, "u_texScaleX", "u_texScaleX");
     }
     m_Distort.Use();

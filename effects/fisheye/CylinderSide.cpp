@@ -53,7 +53,8 @@ const float kMoveFactor = 0.02f;
 const double kVelocityFactor = 0.00012375;
 const float kCruiseStep = 0.0021375f;
 const float kPinchStep = 0.03375f;
-// Two-position zoom: fTz from wide (zMax) to close (zMin), 0.02 a frame.
+// Two-position zoom: fTz from wide (kZoomMax) to close (kZoomMin), 0.02 a
+// frame, 43 frames from end to end.
 const float kZoomMin = -0.85f, kZoomMax = 0.0f;
 const double kZoomStep = 0.02;
 const float kStartMove = 2.035f;
@@ -89,16 +90,20 @@ private:
         const char *where = "CylinderSide::Init_shader";
         muZoom = m_Program.Uniform(where, "fPt_Zm", "mnZoom");
         // The lens square fills the texture: these never change.
-        const GLint box[4] = {m_Program.Uniform(where, "fPt_L", "mnLeft"), m_Program.Uniform(where, "fPt_R", "mnRight"),
-                              m_Program.Uniform(where, "fPt_T", "mnTop"), m_Program.Uniform(where, "fPt_B", "mnBottom")};
-        const float boxValue[4] = {0.0f, 1.0f, 0.0f, 1.0f};
+        const struct {
+            const char *name, *handle;
+            float value;
+        } box[4] = {{"fPt_L", "mnLeft", 0.0f}, {"fPt_R", "mnRight", 1.0f}, {"fPt_T", "mnTop", 0.0f},
+                    {"fPt_B", "mnBottom", 1.0f}};
         m_Program.Use();
-        for (int i = 0; i < 4; i++) glUniform1f(box[i], boxValue[i]);
+        for (const auto &b : box) glUniform1f(m_Program.Uniform(where, b.name, b.handle), b.value);
         return 0; // the strip draws whatever it has
     }
 
     void Project(MLong, MLong) override { m_Camera.setProjectFrustum(-mWndRatio, mWndRatio, -1.0f, 1.0f, kNear, kFar); }
 
+    // The double tap's move (or, settled, the end the pinch has reached
+    // becomes the settled one), the cruise, the clamp.
     void StepCamera() override
     {
         m_Zoom.Step(fTz, kZoomMin, kZoomMax, kZoomStep);
@@ -109,11 +114,12 @@ private:
         mfZoom = -xMove.load();
     }
 
+    // The eye looks at the strip's centre from fTz + 2 in front of it.
     void Draw(const Frame &f) override
     {
-        DrawPass(
-            m_Camera, [&](RotTranMatrix &m) { m.setLookAt(0.0f, 0.0f, fTz.load() + 2.0f, 0, 0, 0, 0, 1, 0); },
-            m_Program, m_Strip, f.pTextures, [&] { glUniform1f(muZoom, mfZoom.load()); });
+        auto camera = [&](RotTranMatrix &m) { m.setLookAt(0.0f, 0.0f, fTz.load() + 2.0f, 0, 0, 0, 0, 1, 0); };
+        auto uniforms = [&] { glUniform1f(muZoom, mfZoom.load()); };
+        DrawPass(m_Camera, camera, m_Program, m_Strip, f.pTextures, uniforms);
     }
 
     bool Moving() const override { return m_Zoom.Moving(); }
