@@ -27,18 +27,6 @@ MRESULT GlesRenderEffect::setConfig(MDWord dwID, void *pValue)
 
 // ----------------------------------------------------------- RotTranMatrix
 
-RotTranMatrix *RotTranMatrix::Create()
-{
-    RotTranMatrix *m = static_cast<RotTranMatrix *>(MMemAlloc(sizeof(RotTranMatrix)));
-    if (m) MMemSet(m, 0, sizeof(RotTranMatrix));
-    return m;
-}
-
-void RotTranMatrix::Destroy(RotTranMatrix *m)
-{
-    MMemFree(m);
-}
-
 void RotTranMatrix::identity(float *m)
 {
     for (int i = 0; i < 16; i++) m[i] = (i % 5 == 0) ? 1.0f : 0.0f;

@@ -64,7 +64,8 @@ protected:
 };
 
 // A view's matrices, column-major. rotate() turns the opposite way from
-// glRotate; every camera sign in the views assumes it.
+// glRotate; every camera sign in the views assumes it. A view holds one per
+// pass or pane, zero-filled (RotTranMatrix m = {};).
 struct RotTranMatrix {
     float mCurrMatrix[16];
     float mProjMatrix[16];
@@ -72,9 +73,6 @@ struct RotTranMatrix {
     float mMVPMatrix[16];
     float mStack[10][16];
     MLong mStackTop;
-
-    static RotTranMatrix *Create(); // zero-filled, via MMemAlloc
-    static void Destroy(RotTranMatrix *m);
 
     void pushMatrix();
     void popMatrix();
