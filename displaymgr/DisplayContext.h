@@ -17,7 +17,7 @@ struct DisplayContext {
     MDWord bShowIt = 1;                   // 0: blits do nothing
     MDWord bContinueBuf = 0;              // handed to init; a change forces a new init pass
     MDWord bUseOpenGles = 0;              // 0: blits do nothing and succeed
-    MDWord bFishEye = 0;                  // m_lFishEyeMode != 0
+    MDWord bFishEye = 0;                  // the view of m_lFishEyeMode takes the lens box, not the frame
     MLong m_lFishEyeMode = 0;
 
     unsigned char *pYUVBuffer = nullptr; // host's buffer for frames handed back; not owned

@@ -195,7 +195,7 @@ static MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect
             FeedRenderObject(pContext);
 
             MLong lWidth = lSrcWidth, lHeight = lSrcHeight;
-            if (pContext->m_lFishEyeMode >= 1) {
+            if (pContext->bFishEye) {
                 lWidth = (MLong)pContext->dwFEWidth;
                 lHeight = (MLong)pContext->dwFEHeight;
                 MLogInfo("[%s]InitOpenglRenderer Opengl fisheye rendererdw, SrcWidth = %d, dwSrcHeight = %d, "

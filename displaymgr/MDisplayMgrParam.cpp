@@ -5,6 +5,7 @@
 
 #include "DisplayContext.h"
 #include "MLog.h"
+#include "ViewTraits.h"
 
 static MDWord ReadWord(const void *p)
 {
@@ -119,7 +120,7 @@ MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
         }
         Forward(c, dwParamID, pParam);
         c->m_lFishEyeMode = (MLong)dwMode;
-        c->bFishEye = dwMode != 0;
+        c->bFishEye = GetViewTraits((MLong)dwMode).lensBox != LensBox::Whole;
         return 0;
     }
     case ZT5_CFG_DISPLAY_YUV_BUFFER:
@@ -250,4 +251,9 @@ MRESULT MDisplayMgrGetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
     default:
         return 3;
     }
+}
+
+MDWord MDisplayMgrLensBoxIsRectangle(MLong lFishEyeMode)
+{
+    return GetViewTraits(lFishEyeMode).lensBox == LensBox::Rectangle ? 1 : 0;
 }

@@ -225,8 +225,8 @@ MRESULT CZT5Panoview::ApplyCoverCrop(MDWord srcCS, ZT5Rect &rtPicture)
     return 0;
 }
 
-// The square (or, in mode 10, the rectangle) that holds the lens circle,
-// from the fisheye parameter in ten-thousandths of the picture. All four
+// The square (or, for a view that takes one, the rectangle) that holds the
+// lens circle, from the fisheye parameter in ten-thousandths of the picture. All four
 // values go out on every frame, in every mode. The box always lies inside
 // the picture rectangle, so the manager's crop never leaves the frame.
 void CZT5Panoview::SendLensBox(const ZT5Rect &rtPicture)
@@ -254,21 +254,22 @@ void CZT5Panoview::SendLensBox(const ZT5Rect &rtPicture)
     int64_t feH = 2 * (ry & ~(int64_t)3);
     if (startX == 0 && cx == 0 && W > H) startX = (W - H) / 2;
 
+    const bool bRectangle = MDisplayMgrLensBoxIsRectangle(m_lFishEyeMode) != 0;
     if (feW == 0 || feH == 0) {
         feH = H;
-        feW = m_lFishEyeMode == 10 ? W : H;
+        feW = bRectangle ? W : H;
     }
-    if (m_lFishEyeMode != 10) feW = feH = std::min(feW, feH);
+    if (!bRectangle) feW = feH = std::min(feW, feH);
 
     // Keep the box inside the picture: a box larger than the picture is cut
     // to it (keeping the size a multiple of 8 where it can), and a box that
     // reaches past the right or bottom edge is moved back in. With no lens
-    // set, mode 10 thus takes the whole picture rather than a box that
+    // set, a rectangle thus takes the whole picture rather than a box that
     // starts at the centring offset and runs past the right edge.
     if (feW > W || feH > H) {
         feW = std::min(feW, W);
         feH = std::min(feH, H);
-        if (m_lFishEyeMode != 10) feW = feH = std::min(feW, feH);
+        if (!bRectangle) feW = feH = std::min(feW, feH);
         if (feW >= 8) feW &= ~(int64_t)7;
         if (feH >= 8) feH &= ~(int64_t)7;
     }

@@ -207,11 +207,13 @@ void CWinOpenGLESRenderer::CreateEffect(MDWord mode)
     if (m_RenderEffect[mode]) return;
     GlesRenderEffect *pEffect = CreateRenderEffect(mode, m_dwFEPlatform.load(std::memory_order_relaxed));
     if (!pEffect) return;
+    // Every view is offered what it may take; one that has no use for a
+    // setting ignores it.
     ZT5DistortionParam *pDistortion = m_pDistortionParam.load(std::memory_order_relaxed);
-    if (mode == 0 && pDistortion) pEffect->setConfig(ZT5_CFG_DISPLAY_DISTORTION_PARAM, pDistortion);
+    if (pDistortion) pEffect->setConfig(ZT5_CFG_DISPLAY_DISTORTION_PARAM, pDistortion);
     pEffect->Initialize(MDWord(m_Width), MDWord(m_Height));
     ZT5UICallbackRecord *pCallback = m_pUICallback.load(std::memory_order_relaxed);
-    if (mode == 0 && pCallback) pEffect->setConfig(ZT5_CFG_DISPLAY_UICALLBACK, pCallback);
+    if (pCallback) pEffect->setConfig(ZT5_CFG_DISPLAY_UICALLBACK, pCallback);
     if (m_bHaveBackColor.load(std::memory_order_relaxed)) {
         MDWord dwColor = m_dwBackColor.load(std::memory_order_relaxed);
         pEffect->setConfig(ZT5_CFG_DISPLAY_BACK_COLOR, &dwColor);
@@ -245,7 +247,7 @@ void CWinOpenGLESRenderer::SetFishEyeMode(MLong nFishEyeMode)
         if (pCallback) pEffect->setConfig(ZT5_CFG_DISPLAY_UICALLBACK, pCallback);
         pEffect->SetFishEyeCruiseState(m_CruiseState.load(std::memory_order_relaxed) != 0 ? 1 : 0,
                                        m_fAutoCuriseVelocity.load(std::memory_order_relaxed));
-        pEffect->SetEnableGLDepth(RenderEffectUsesDepth(mode) ? 1 : 0);
+        pEffect->SetEnableGLDepth(GetViewTraits(MLong(mode)).depthTest ? 1 : 0);
     }
     if (m_pMutex) m_pMutex->Unlock();
     g_EglMutex.Unlock();
@@ -682,13 +684,15 @@ void CWinOpenGLESRenderer::OnTouchMoveVelocity(float nVelX, float nVelY)
 void CWinOpenGLESRenderer::SetDisBackGroundSts(MDWord bCloud, MDWord bStar)
 {
     WithCurrentEffect([&](GlesRenderEffect *e) {
-        if (m_FishEyeMode.load(std::memory_order_relaxed) == 1) e->SetDisBackGroundSts(bCloud, bStar);
+        if (GetViewTraits(MLong(m_FishEyeMode.load(std::memory_order_relaxed))).backgroundLayers)
+            e->SetDisBackGroundSts(bCloud, bStar);
     });
 }
 
 void CWinOpenGLESRenderer::SetInitAnimalSts(MDWord bAnimal)
 {
     WithCurrentEffect([&](GlesRenderEffect *e) {
-        if (m_FishEyeMode.load(std::memory_order_relaxed) == 1) e->SetInitAnimalSts(bAnimal);
+        if (GetViewTraits(MLong(m_FishEyeMode.load(std::memory_order_relaxed))).openingAnimation)
+            e->SetInitAnimalSts(bAnimal);
     });
 }
