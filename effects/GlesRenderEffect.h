@@ -43,6 +43,7 @@ public:
     virtual float GetScaleRatio() { return 1.0f; }
     virtual MLong GetFishEyeCruiseState() { return -1; }
     virtual void SetEnableGLDepth(unsigned char enable) = 0;
+    virtual bool NeedsAnotherFrame() { return false; }
 
 protected:
     TextureInfo m_sTextureInfo = {};

@@ -149,7 +149,7 @@ MRESULT CWinOpenGLESRenderer::InitializeLocked(MGLDisplayContext *pDisplayContex
                         EGL_DEPTH_SIZE,
                         8,
                         EGL_RENDERABLE_TYPE,
-                        0x40,
+                        EGL_OPENGL_ES2_BIT,
                         EGL_SURFACE_TYPE,
                         EGL_WINDOW_BIT | EGL_SWAP_BEHAVIOR_PRESERVED_BIT,
                         EGL_NONE};
@@ -276,7 +276,9 @@ void CWinOpenGLESRenderer::Uninitialize()
             glDeleteTextures(1, &m_Textures[i]);
             m_Textures[i] = 0;
         }
+        m_TextureWidth[i] = m_TextureHeight[i] = 0;
     }
+    m_bPlanesUploaded = false;
     m_dwDisplayWidth = 0;
     m_dwDisplayHeight = 0;
     MMemFree(m_pCaptureBuffer);
@@ -300,9 +302,12 @@ void CWinOpenGLESRenderer::Uninitialize()
 
 // ------------------------------------------------------------------ draw
 
-bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *strides, MDWord bIsNewScaleMode,
-                                  MDWord dwRotation, MLong lWidth, MLong lHeight, CZT5Mutex *pPlanesLock)
+bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *strides, bool bNewFrame,
+                                  MDWord bIsNewScaleMode, MDWord dwRotation, MLong lWidth, MLong lHeight,
+                                  CZT5Mutex *pPlanesLock)
 {
+    m_bWantsAnotherFrame = false;
+    if (lWidth != m_Width || lHeight != m_Height) bNewFrame = true; // a new video size: planes of that size
     m_Width = lWidth;
     m_Height = lHeight;
     RendererLocks locks(m_pMutex);
@@ -324,8 +329,10 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
 
     const bool bFinish = m_bFinishEachPhase.load(std::memory_order_relaxed);
     const uint64_t t0 = NowNs();
-    UploadPlanes(planes, strides);
-    // glTexImage2D has taken its copy of the client memory on return.
+    // The textures keep the last frame: a redraw for motion alone uploads
+    // nothing. Textures made anew (a rebuilt renderer) need the planes again.
+    if (bNewFrame || !m_bPlanesUploaded) m_bPlanesUploaded = UploadPlanes(planes, strides);
+    // glTexSubImage2D has taken its copy of the client memory on return.
     if (pPlanesLock) pPlanesLock->Unlock();
     if (bFinish) glFinish();
     const uint64_t t1 = NowNs();
@@ -335,15 +342,18 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
     if (!pEffect) {
         MLogInfo("[%s] NULL == m_RenderEffect[%d] ", MLOG_TAG, int(mode));
     } else {
+        bool bInertia = false;
         if (m_bVelocityActive.load(std::memory_order_relaxed) == 1) {
             float vx = m_fVelX.load(std::memory_order_relaxed) * 0.9f;
             float vy = m_fVelY.load(std::memory_order_relaxed) * 0.9f;
             m_fVelX.store(vx, std::memory_order_relaxed);
             m_fVelY.store(vy, std::memory_order_relaxed);
-            if (std::fabs(vx) < 0.5f && std::fabs(vy) < 0.5f)
+            if (std::fabs(vx) < 0.5f && std::fabs(vy) < 0.5f) {
                 m_bVelocityActive.store(0, std::memory_order_relaxed);
-            else
+            } else {
                 pEffect->StartAcceleratedVelocity(vx, vy);
+                bInertia = true;
+            }
         }
         ReportCruiseState(pEffect->GetFishEyeCruiseState());
 
@@ -352,6 +362,9 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
             for (int i = 0; i < 4; i++) rect[i] = m_pDisplayContext->rectOpenglScale[i];
         pEffect->Render(rect, m_dwDisplayWidth, m_dwDisplayHeight, m_Width, m_Height, m_Textures, bIsNewScaleMode,
                         dwRotation);
+        // Inertia decays here, one step a draw, and needs the draws to go on
+        // until it has died out; everything else that moves is the view's.
+        m_bWantsAnotherFrame = bInertia || pEffect->NeedsAnotherFrame();
     }
 
     if (bFinish) glFinish();
@@ -410,21 +423,25 @@ void CWinOpenGLESRenderer::ReportCruiseState(MLong state)
     m_lastCuriseState = state;
 }
 
-void CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLong *strides)
+bool CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLong *strides)
 {
     const MLong w = m_Width, h = m_Height;
-    if (w <= 0 || h <= 0) return;
+    if (w <= 0 || h <= 0) return false;
+    // Chroma textures are (w/2) rounded up to 4 columns wide, the luma
+    // texture twice that: the views scale the padding columns out of view.
     const MLong c = ((w >> 1) + 3) & ~3;
     const unsigned char *y = planes ? planes[0] : nullptr;
     const unsigned char *u = planes ? planes[1] : nullptr;
     const unsigned char *v = planes ? planes[2] : nullptr;
+    if (!y || !u || !v) return false;
 
     // The decoded planes go up as they are when their rows already have the
-    // texture's width; otherwise a packed copy pads each row.
+    // texture's width; otherwise a packed copy pads each row (ES2 has no
+    // unpack row length).
     bool bInPlace = (2 * c == w);
     if (bInPlace && strides && (strides[0] != w || strides[1] != (w >> 1) || strides[2] != (w >> 1)))
         bInPlace = false;
-    if (!bInPlace && y && u && v) {
+    if (!bInPlace) {
         const size_t lumaSize = size_t(h) * size_t(2 * c);
         const size_t chromaSize = size_t(h >> 1) * size_t(c);
         const size_t need = size_t(h) * size_t(c) * 3;
@@ -432,14 +449,17 @@ void CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLon
             MMemFree(m_pPadBuffer);
             m_pPadBuffer = static_cast<unsigned char *>(MMemAlloc(need));
             m_dwPadBufferSize = m_pPadBuffer ? MDWord(need) : 0;
-            if (!m_pPadBuffer) return;
+            if (!m_pPadBuffer) return false;
         }
-        MMemSet(m_pPadBuffer, 0, need);
         const MLong sy = strides ? strides[0] : w;
         const MLong su = strides ? strides[1] : (w >> 1);
         const MLong sv = strides ? strides[2] : (w >> 1);
         unsigned char *dy = m_pPadBuffer;
-        for (MLong r = 0; r < h; r++) MMemCpy(dy + size_t(r) * size_t(2 * c), y + size_t(r) * size_t(sy), size_t(w));
+        for (MLong r = 0; r < h; r++) {
+            unsigned char *row = dy + size_t(r) * size_t(2 * c);
+            MMemCpy(row, y + size_t(r) * size_t(sy), size_t(w));
+            MMemSet(row + w, 0, size_t(2 * c - w));
+        }
         unsigned char *du = m_pPadBuffer + lumaSize;
         unsigned char *dv = du + chromaSize;
         const MLong cw = w >> 1;
@@ -455,9 +475,39 @@ void CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLon
         u = du;
         v = dv;
     }
-    bindTexture(m_Textures[0], y, 2 * c, h);
-    bindTexture(m_Textures[1], u, c, h >> 1);
-    bindTexture(m_Textures[2], v, c, h >> 1);
+    const GLsizei widths[3] = {GLsizei(2 * c), GLsizei(c), GLsizei(c)};
+    const GLsizei heights[3] = {GLsizei(h), GLsizei(h >> 1), GLsizei(h >> 1)};
+    const unsigned char *pixels[3] = {y, u, v};
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+    for (int i = 0; i < 3; i++) {
+        glBindTexture(GL_TEXTURE_2D, m_Textures[i]);
+        if (m_TextureWidth[i] != widths[i] || m_TextureHeight[i] != heights[i]) {
+            // Storage is made once per size; every later frame only replaces
+            // the texels.
+            glTexImage2D(GL_TEXTURE_2D, 0, GL_LUMINANCE, widths[i], heights[i], 0, GL_LUMINANCE, GL_UNSIGNED_BYTE,
+                         nullptr);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+            m_TextureWidth[i] = widths[i];
+            m_TextureHeight[i] = heights[i];
+        }
+        if (heights[i] > 0)
+            glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, widths[i], heights[i], GL_LUMINANCE, GL_UNSIGNED_BYTE, pixels[i]);
+    }
+    checkGlError("UploadPlanes");
+    return true;
+}
+
+bool CWinOpenGLESRenderer::SurfaceSizeChanged()
+{
+    RendererLocks locks(m_pMutex);
+    if (m_eglDisplay == EGL_NO_DISPLAY || m_eglSurface == EGL_NO_SURFACE) return false;
+    EGLint w = 0, h = 0;
+    if (!eglQuerySurface(m_eglDisplay, m_eglSurface, EGL_WIDTH, &w)) return false;
+    if (!eglQuerySurface(m_eglDisplay, m_eglSurface, EGL_HEIGHT, &h)) return false;
+    return w != m_dwDisplayWidth || h != m_dwDisplayHeight;
 }
 
 // --------------------------------------------------------------- capture
@@ -543,6 +593,11 @@ MRESULT CWinOpenGLESRenderer::setConfig(MDWord dwID, void *pValue)
                 if (MDWord(m_FECurrentStatusData.mFishEyeMode) == mode) {
                     m_FECurrentStatusData.bRestored = 1;
                     pEffect->setConfig(ZT5_CFG_DISPLAY_FE_CURRENTSTATUS, &m_FECurrentStatusData);
+                } else {
+                    // A state saved in another view is not applied here.
+                    MLogInfo("CWinOpenGLESRenderer set ZT5_CFG_DISPLAY_FE_CURRENTSTATUS m_FishEyeMode=%d, "
+                             "m_FECurrentStatusData.mFishEyeMode:%d",
+                             int(mode), int(m_FECurrentStatusData.mFishEyeMode));
                 }
             }
         }

@@ -48,12 +48,20 @@ public:
 
     // Render thread.
     MRESULT Initialize(MGLDisplayContext *pDisplayContext, MLong lWidth, MLong lHeight, MDWord dwRotation);
-    // One draw. When pPlanesLock is given (held by the caller, guarding the
-    // planes) it is released as soon as the planes are in the textures, so
-    // that the writer of the planes never waits for the view's draw or the
-    // swap; the result says whether it was released.
-    bool Render(unsigned char *const *planes, const MLong *strides, MDWord bIsNewScaleMode, MDWord dwRotation,
-                MLong lWidth, MLong lHeight, CZT5Mutex *pPlanesLock = nullptr);
+    // One draw. The planes are uploaded only when bNewFrame says they hold a
+    // frame not drawn yet (or the textures are new); a redraw for motion
+    // alone reuses the textures. When pPlanesLock is given (held by the
+    // caller, guarding the planes) it is released as soon as the planes are
+    // in the textures, so that the writer of the planes never waits for the
+    // view's draw or the swap; the result says whether it was released.
+    bool Render(unsigned char *const *planes, const MLong *strides, bool bNewFrame, MDWord bIsNewScaleMode,
+                MDWord dwRotation, MLong lWidth, MLong lHeight, CZT5Mutex *pPlanesLock = nullptr);
+    // After a Render: whether the next draw would show something else even
+    // without a new frame (the view still moves, or inertia runs).
+    bool WantsAnotherFrame() const { return m_bWantsAnotherFrame; }
+    // Whether the window's surface has another size than the last draw
+    // used. Cheap; the render thread asks it while idle.
+    bool SurfaceSizeChanged();
     void SetFishEyeMode(MLong nFishEyeMode);
     void Uninitialize();
     // Reads the surface as the last draw left it (RGBA, bottom row first).
@@ -106,7 +114,7 @@ private:
     CWinOpenGLESRenderer &operator=(const CWinOpenGLESRenderer &) = delete;
 
     void CreateEffect(MDWord mode);
-    void UploadPlanes(unsigned char *const *planes, const MLong *strides);
+    bool UploadPlanes(unsigned char *const *planes, const MLong *strides); // false: nothing uploaded
     void ReportCruiseState(MLong state);
     MRESULT ReadSurface(void **ppBuffer, MDWord *pWidth, MDWord *pHeight); // GL part of a capture
     MRESULT InitializeLocked(MGLDisplayContext *pDisplayContext, MLong lWidth, MLong lHeight);
@@ -133,6 +141,10 @@ private:
     MLong m_dwDisplayWidth = 0;
     MLong m_dwDisplayHeight = 0;
     GLuint m_Textures[3] = {0, 0, 0};
+    GLsizei m_TextureWidth[3] = {0, 0, 0}; // storage size of each plane texture
+    GLsizei m_TextureHeight[3] = {0, 0, 0};
+    bool m_bPlanesUploaded = false;        // the textures hold a frame
+    bool m_bWantsAnotherFrame = false;     // render thread only
     std::atomic<MDWord> m_FishEyeMode{0};
     // Slots are read by host threads while the render thread fills them.
     std::atomic<GlesRenderEffect *> m_RenderEffect[GL_RENDER_MODE_COUNT] = {};

@@ -685,7 +685,7 @@ TEST_F(GlRender, LifecycleRoads)
         ASSERT_EQ(0, r.Initialize(&dc, 320, 240, 0));
         unsigned char *planes[3] = {f.Y(), f.U(), f.V()};
         MLong strides[3] = {320, 160, 160};
-        r.Render(planes, strides, 0, 0, 320, 240);
+        r.Render(planes, strides, true, 0, 0, 320, 240);
         r.Uninitialize();
         r.Uninitialize();
         void *buf = nullptr;
@@ -693,7 +693,7 @@ TEST_F(GlRender, LifecycleRoads)
         EXPECT_EQ(ZT5_ERR_DISPLAY_CREATE, r.CaptureCurEffect(&buf, &w, &hh));
         // And it comes up again after that.
         ASSERT_EQ(0, r.Initialize(&dc, 320, 240, 0));
-        r.Render(planes, strides, 0, 0, 320, 240);
+        r.Render(planes, strides, true, 0, 0, 320, 240);
         EXPECT_EQ(ZT5_SNAPSHOT_RGBA, r.CaptureCurEffect(&buf, &w, &hh));
         EXPECT_EQ(320u, w);
         r.Uninitialize();

@@ -207,10 +207,14 @@ bool RenderHarness::WaitDraws(unsigned count)
 bool RenderHarness::PostAndWait(Frame &frame)
 {
     Post(frame);
-    // A draw may have uploaded the old planes just before the post and
-    // finish after it; the draw after that one took the new planes (the
-    // post held the frame mutex the upload takes).
-    return WaitDraws(2);
+    // Until the draw that showed this very frame has finished.
+    for (int i = 0; i < 3000; i++) {
+        ZT5RenderStats stats = {};
+        m_pRender->getConfig(ZT5_CFG_DISPLAY_RENDER_STATS, &stats);
+        if (stats.dwFramesPosted && stats.dwNewestDrawn == stats.dwFramesPosted) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return false;
 }
 
 bool RenderHarness::Snapshot(Picture *pic, uint32_t *pCSType)
