@@ -106,7 +106,7 @@ MRESULT CWinOpenGLESRenderer::Initialize(MGLDisplayContext *pDisplayContext, MLo
     CreateEffect(m_FishEyeMode.load(std::memory_order_relaxed));
 
     RendererLocks locks(m_pMutex);
-    if (eglMakeCurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext)) {
+    if (eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
         for (int i = 0; i < 3; i++) glGenTextures(1, &m_Textures[i]);
     }
     return 0;
@@ -170,26 +170,27 @@ MRESULT CWinOpenGLESRenderer::InitializeLocked(MGLDisplayContext *pDisplayContex
         }
     }
 
-    m_eglSurface = eglCreateWindowSurface(m_eglDisplay, m_eglConfig,
-                                          ToNativeWindow(m_hNativeWindow.load(std::memory_order_relaxed)), nullptr);
-    if (m_eglSurface == EGL_NO_SURFACE) {
+    m_eglSurface.Adopt(m_eglDisplay,
+                       eglCreateWindowSurface(m_eglDisplay, m_eglConfig,
+                                              ToNativeWindow(m_hNativeWindow.load(std::memory_order_relaxed)), nullptr));
+    if (!m_eglSurface) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglCreateWindowSurface error", MLOG_TAG);
         return ZT5_ERR_DISPLAY_CREATE;
     }
     m_bSwapPreserved = false;
-    if (bPreservedConfig && eglSurfaceAttrib(m_eglDisplay, m_eglSurface, EGL_SWAP_BEHAVIOR, EGL_BUFFER_PRESERVED)) {
+    if (bPreservedConfig && eglSurfaceAttrib(m_eglDisplay, m_eglSurface.get(), EGL_SWAP_BEHAVIOR, EGL_BUFFER_PRESERVED)) {
         EGLint behaviour = 0;
-        m_bSwapPreserved = eglQuerySurface(m_eglDisplay, m_eglSurface, EGL_SWAP_BEHAVIOR, &behaviour) &&
+        m_bSwapPreserved = eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_SWAP_BEHAVIOR, &behaviour) &&
                            behaviour == EGL_BUFFER_PRESERVED;
     }
 
     const EGLint contextAttribs[] = {EGL_CONTEXT_CLIENT_VERSION, 2, EGL_NONE};
-    m_eglContext = eglCreateContext(m_eglDisplay, m_eglConfig, EGL_NO_CONTEXT, contextAttribs);
-    if (m_eglContext == EGL_NO_CONTEXT) {
+    m_eglContext.Adopt(m_eglDisplay, eglCreateContext(m_eglDisplay, m_eglConfig, EGL_NO_CONTEXT, contextAttribs));
+    if (!m_eglContext) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglCreateContext error", MLOG_TAG);
         return ZT5_ERR_DISPLAY_CREATE;
     }
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext)) {
+    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglMakeCurrent error", MLOG_TAG);
         return ZT5_ERR_DISPLAY_CREATE;
     }
@@ -200,7 +201,7 @@ void CWinOpenGLESRenderer::CreateEffect(MDWord mode)
 {
     if (mode >= GL_RENDER_MODE_COUNT) return;
     RendererLocks locks(nullptr);
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext)) {
+    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglMakeCurrent error", MLOG_TAG);
         return;
     }
@@ -238,7 +239,7 @@ void CWinOpenGLESRenderer::SetFishEyeMode(MLong nFishEyeMode)
     CreateEffect(mode);
 
     g_EglMutex.Lock();
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext)) {
+    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglMakeCurrent error", MLOG_TAG);
     } else if (GlesRenderEffect *pEffect = m_RenderEffect[mode]) {
         ZT5UICallbackRecord *pCallback = m_pUICallback.load(std::memory_order_relaxed);
@@ -255,7 +256,7 @@ void CWinOpenGLESRenderer::Uninitialize()
 {
     RendererLocks locks(m_pMutex);
     if (m_eglDisplay != EGL_NO_DISPLAY)
-        eglMakeCurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext);
+        eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get());
 
     // Take the views out of the table first, under the lock the gesture
     // entry points hold while they call a view, then destroy them: no host
@@ -288,11 +289,9 @@ void CWinOpenGLESRenderer::Uninitialize()
 
     if (m_eglDisplay != EGL_NO_DISPLAY) {
         eglMakeCurrent(m_eglDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
-        if (m_eglContext != EGL_NO_CONTEXT) eglDestroyContext(m_eglDisplay, m_eglContext);
-        if (m_eglSurface != EGL_NO_SURFACE) eglDestroySurface(m_eglDisplay, m_eglSurface);
     }
-    m_eglContext = EGL_NO_CONTEXT;
-    m_eglSurface = EGL_NO_SURFACE;
+    m_eglContext.Reset();
+    m_eglSurface.Reset();
     m_eglDisplay = EGL_NO_DISPLAY;
     m_eglConfig = nullptr;
     m_bSwapPreserved = false;
@@ -312,10 +311,10 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
     m_Height = lHeight;
     RendererLocks locks(m_pMutex);
 
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext)) return false;
+    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) return false;
     EGLint w = 0, h = 0;
-    if (!eglQuerySurface(m_eglDisplay, m_eglSurface, EGL_WIDTH, &w)) return false;
-    if (!eglQuerySurface(m_eglDisplay, m_eglSurface, EGL_HEIGHT, &h)) return false;
+    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &w)) return false;
+    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_HEIGHT, &h)) return false;
     m_lSurfaceWidth = w;
     m_lSurfaceHeight = h;
     if (w != m_dwDisplayWidth || h != m_dwDisplayHeight) {
@@ -379,7 +378,7 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
     }
 
     const uint64_t t3 = NowNs();
-    if (!eglSwapBuffers(m_eglDisplay, m_eglSurface))
+    if (!eglSwapBuffers(m_eglDisplay, m_eglSurface.get()))
         MLogInfo("[%s] EGLRenderer::DoRender eglSwapBuffers() returned error %d", MLOG_TAG, int(eglGetError()));
     const uint64_t t4 = NowNs();
     m_qwUploadNs.fetch_add(t1 - t0, std::memory_order_relaxed);
@@ -503,10 +502,10 @@ bool CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLon
 bool CWinOpenGLESRenderer::SurfaceSizeChanged()
 {
     RendererLocks locks(m_pMutex);
-    if (m_eglDisplay == EGL_NO_DISPLAY || m_eglSurface == EGL_NO_SURFACE) return false;
+    if (m_eglDisplay == EGL_NO_DISPLAY || !m_eglSurface) return false;
     EGLint w = 0, h = 0;
-    if (!eglQuerySurface(m_eglDisplay, m_eglSurface, EGL_WIDTH, &w)) return false;
-    if (!eglQuerySurface(m_eglDisplay, m_eglSurface, EGL_HEIGHT, &h)) return false;
+    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &w)) return false;
+    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_HEIGHT, &h)) return false;
     return w != m_dwDisplayWidth || h != m_dwDisplayHeight;
 }
 
@@ -542,7 +541,7 @@ MRESULT CWinOpenGLESRenderer::ReadSurface(void **ppBuffer, MDWord *pWidth, MDWor
 MRESULT CWinOpenGLESRenderer::CaptureCurEffect(void **ppBuffer, MDWord *pWidth, MDWord *pHeight)
 {
     RendererLocks locks(m_pMutex);
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext)) {
+    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglMakeCurrent error", MLOG_TAG);
         return ZT5_ERR_DISPLAY_CREATE;
     }

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <thread>
 
+#include "EglObjects.h"
 #include "GlesRenderEffect.h"
 #include "MDisplayMgr.h"
 #include "MRuntime.h"
@@ -128,8 +129,8 @@ private:
     template <typename F> void WithCurrentEffect(F f);
 
     EGLDisplay m_eglDisplay = EGL_NO_DISPLAY;
-    EGLSurface m_eglSurface = EGL_NO_SURFACE;
-    EGLContext m_eglContext = EGL_NO_CONTEXT;
+    EglSurface m_eglSurface;
+    EglContext m_eglContext;
     EGLConfig m_eglConfig = nullptr;
     MGLDisplayContext *m_pDisplayContext = nullptr;
     EGLint m_lSurfaceWidth = 0;
