@@ -399,10 +399,10 @@ uintptr_t CWinOpenGLDisplay::Run()
             }
             continue;
         }
-        // Idle. A window resized while nothing else happens still gets the
-        // picture drawn to its new size: the surface size is looked at on
-        // each time-out, a few times a second, at the cost of two queries.
-        if (MEventWait(m_hRequestEvent, kIdleCheckMs) == 1 && bCanDraw && m_pRenderer->SurfaceSizeChanged())
+        // Idle. A window resized or exposed while nothing else happens still
+        // gets its picture: the window is looked at on each time-out, a few
+        // times a second, at the cost of two queries and a poll.
+        if (MEventWait(m_hRequestEvent, kIdleCheckMs) == 1 && bCanDraw && m_pRenderer->WindowNeedsRedraw())
             m_bRedraw.store(true);
     }
     MLogInfo("[%s] OPENGLD: Exiting thread", MLOG_TAG);

@@ -177,6 +177,7 @@ MRESULT CWinOpenGLESRenderer::InitializeLocked(MGLDisplayContext *pDisplayContex
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglCreateWindowSurface error", MLOG_TAG);
         return ZT5_ERR_DISPLAY_CREATE;
     }
+    m_WindowWatch.Watch(uint32_t(m_hNativeWindow.load(std::memory_order_relaxed)));
     m_bSwapPreserved = false;
     if (bPreservedConfig && eglSurfaceAttrib(m_eglDisplay, m_eglSurface.get(), EGL_SWAP_BEHAVIOR, EGL_BUFFER_PRESERVED)) {
         EGLint behaviour = 0;
@@ -292,6 +293,7 @@ void CWinOpenGLESRenderer::Uninitialize()
     }
     m_eglContext.Reset();
     m_eglSurface.Reset();
+    m_WindowWatch.Stop();
     m_eglDisplay = EGL_NO_DISPLAY;
     m_eglConfig = nullptr;
     m_bSwapPreserved = false;
@@ -499,14 +501,16 @@ bool CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLon
     return true;
 }
 
-bool CWinOpenGLESRenderer::SurfaceSizeChanged()
+bool CWinOpenGLESRenderer::WindowNeedsRedraw()
 {
+    // Both questions are asked every time: the watch's queue is emptied.
+    const bool bExposed = m_WindowWatch.TakeExposed();
     RendererLocks locks(m_pMutex);
     if (m_eglDisplay == EGL_NO_DISPLAY || !m_eglSurface) return false;
     EGLint w = 0, h = 0;
-    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &w)) return false;
-    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_HEIGHT, &h)) return false;
-    return w != m_dwDisplayWidth || h != m_dwDisplayHeight;
+    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &w)) return bExposed;
+    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_HEIGHT, &h)) return bExposed;
+    return bExposed || w != m_dwDisplayWidth || h != m_dwDisplayHeight;
 }
 
 // --------------------------------------------------------------- capture

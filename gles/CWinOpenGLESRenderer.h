@@ -13,6 +13,7 @@
 
 #include "EglObjects.h"
 #include "GlesRenderEffect.h"
+#include "WindowWatch.h"
 #include "MDisplayMgr.h"
 #include "MRuntime.h"
 #include "ZT5Records.h"
@@ -60,9 +61,10 @@ public:
     // After a Render: whether the next draw would show something else even
     // without a new frame (the view still moves, or inertia runs).
     bool WantsAnotherFrame() const { return m_bWantsAnotherFrame; }
-    // Whether the window's surface has another size than the last draw
-    // used. Cheap; the render thread asks it while idle.
-    bool SurfaceSizeChanged();
+    // Whether the window needs the picture drawn again by itself: its
+    // surface has another size than the last draw used, or it was exposed.
+    // Cheap and never blocks; the render thread asks it while idle.
+    bool WindowNeedsRedraw();
     void SetFishEyeMode(MLong nFishEyeMode);
     void Uninitialize();
     // Reads the surface as the last draw left it (RGBA, bottom row first).
@@ -131,6 +133,7 @@ private:
     EGLDisplay m_eglDisplay = EGL_NO_DISPLAY;
     EglSurface m_eglSurface;
     EglContext m_eglContext;
+    WindowWatch m_WindowWatch; // render thread
     EGLConfig m_eglConfig = nullptr;
     MGLDisplayContext *m_pDisplayContext = nullptr;
     EGLint m_lSurfaceWidth = 0;
