@@ -70,9 +70,11 @@ MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
     case M_DISPLAY_PARAM_FRAMEINFO: {
         const MDWord oldRotation = c->FrameInfo.dwRotation;
         MMemCpy(&c->FrameInfo, pParam, sizeof(ZT5FrameInfo));
-        // The renderer takes the frame's rotation at init: a stream that
-        // turns has the settings fed again so the next init carries it.
-        if (c->bInited && c->FrameInfo.dwRotation != oldRotation) c->bInited = 0;
+        // A stream that turns: the running render object takes the new
+        // rotation alone, and the view, its camera and every setting stay
+        // (a renderer made later gets it with init).
+        if (c->bInited && c->pRender && c->FrameInfo.dwRotation != oldRotation)
+            c->pRender->setConfig(ZT5_CFG_DISPLAY_FRAMEINFO, &c->FrameInfo);
         return 0;
     }
 
@@ -244,6 +246,7 @@ MRESULT MDisplayMgrGetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
     case ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS:
     case ZT5_CFG_DISPLAY_SCALE_RATIO:
     case ZT5_CFG_DISPLAY_MAX_SCALE:
+    case ZT5_CFG_DISPLAY_RENDER_STATS:
         // Only the render object knows the live values; without one the
         // caller's variable is left alone.
         if (c->pRender) c->pRender->getConfig(dwParamID, pParam);

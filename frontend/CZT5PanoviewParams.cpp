@@ -433,6 +433,14 @@ int32_t CZT5Panoview::GetDisplayParam(uint32_t dwParamID, void *pValue)
         if (m_hCurDisplay) MDisplayMgrGetParam(m_hCurDisplay, dwParamID, pValue, 4);
         return 0;
     }
+    case ZT5_CFG_DISPLAY_RENDER_STATS: {
+        // Zeros until the current handle has a render object.
+        ZT5RenderStats stats = {};
+        FrontendLock lock(m_DataMutex);
+        if (m_hCurDisplay) MDisplayMgrGetParam(m_hCurDisplay, dwParamID, &stats, sizeof(stats));
+        std::memcpy(pValue, &stats, sizeof(stats));
+        return 0;
+    }
     default:
         return ZT5_ERR_UNSUPPORTED;
     }

@@ -4,6 +4,8 @@
 
 #include "MLog.h"
 
+#include <chrono>
+
 IZT5VideoRenderer *CreateWinOpenGLDisplay()
 {
     return new (std::nothrow) CWinOpenGLDisplay();
@@ -19,6 +21,13 @@ public:
 private:
     MHandle m_h;
 };
+
+uint64_t MonotonicNs()
+{
+    return uint64_t(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                        std::chrono::steady_clock::now().time_since_epoch())
+                        .count());
+}
 
 } // namespace
 
@@ -165,9 +174,20 @@ MRESULT CWinOpenGLDisplay::Update()
 
 MRESULT CWinOpenGLDisplay::Show(MDWord bShow)
 {
-    RequestLock lock(m_hRequestLock);
-    m_bShow.store(bShow);
+    {
+        RequestLock lock(m_hRequestLock);
+        m_bShow.store(bShow);
+    }
+    Wake();
     return 0;
+}
+
+void CWinOpenGLDisplay::Wake()
+{
+    // Flag first, then the signal: the thread resets the event before it
+    // looks at the flag, so it either sees the flag or wakes from the wait.
+    m_bRedraw.store(true);
+    if (m_hRequestEvent) MEventSignal(m_hRequestEvent);
 }
 
 // ------------------------------------------------------------ posting
@@ -188,7 +208,10 @@ MRESULT CWinOpenGLDisplay::render(unsigned char *pBuffer, MLong lWidth, MLong lH
         FrameRequest.planes[1] = pBuffer + size_t(w) * size_t(h);
         FrameRequest.planes[2] = pBuffer + ((size_t(w) * size_t(h) * 5) >> 2);
         m_bPlanesStale = false;
+        m_dwPostSerial++;
+        m_dwFramesPosted.fetch_add(1, std::memory_order_relaxed);
         if (!m_bRequestPending) mRequestOp.store(OP_BLIT);
+        Wake();
         return 0;
     }
     // A new video size: this frame is not drawn, and the thread stops
@@ -211,7 +234,10 @@ MRESULT CWinOpenGLDisplay::render(unsigned char **planes, MLong *strides)
         FrameRequest.strides[i] = strides[i];
     }
     m_bPlanesStale = false;
+    m_dwPostSerial++;
+    m_dwFramesPosted.fetch_add(1, std::memory_order_relaxed);
     if (!m_bRequestPending) mRequestOp.store(OP_BLIT);
+    Wake();
     return 0;
 }
 
@@ -270,7 +296,10 @@ void CWinOpenGLDisplay::FinishRequest(MLong op)
         mRequestOp.store(next);
         m_bRequestPending = false;
     }
-    MEventReset(m_hRequestEvent);
+    // A request other than a snapshot changes what the window shows (a new
+    // view, a new surface or viewport): draw it. A snapshot reads the
+    // picture as it stands and changes nothing.
+    if (op != OP_CAPTUREFRAME) m_bRedraw.store(true);
     MEventSignal(m_hDoneEvent);
 }
 
@@ -315,14 +344,45 @@ uintptr_t CWinOpenGLDisplay::Proc(void *pArg)
 uintptr_t CWinOpenGLDisplay::Run()
 {
     m_dwRenderThreadId.store(MThreadCurrentId());
+    // The thread draws only when something changed what the window shows
+    // (m_bRedraw: a new frame, a request, a parameter, a gesture) or the
+    // view said after its last draw that it still moves. Otherwise it waits
+    // on m_hRequestEvent, which every poster and requester signals after
+    // setting its flag or code; resetting it before looking at them means
+    // no signal is lost between the look and the wait.
     while (!m_bExitThread.load()) {
+        MEventReset(m_hRequestEvent);
         MLong op = mRequestOp.load();
-        if (op == OP_NULL) {
-            MThreadSleep(10);
+        if (op != OP_NULL && op != OP_BLIT) {
+            bool bDefer = false;
+            Serve(op, &bDefer);
+            if (bDefer) {
+                // Draw on; the next turn of the loop finishes the capture.
+                RequestLock lock(m_hRequestLock);
+                mRequestOp.store(OP_BLIT);
+                continue;
+            }
+            FinishRequest(op);
             continue;
         }
-        if (op == OP_BLIT) {
-            if (m_bOpenGLESRendererInited.load()) Internal_Blit();
+        const bool bCanDraw = op == OP_BLIT && m_bOpenGLESRendererInited.load();
+        if (bCanDraw && (m_bRedraw.load() || m_bViewMoving || m_bCaptureDeferred)) {
+            if (m_bViewMoving && !m_bCaptureDeferred) {
+                // Motion is counted in draws: while the view moves, draws
+                // start kPacingNs apart. A new frame meanwhile waits for the
+                // next step (the newest wins) rather than adding a step. On
+                // slow GL the deadline has passed and the draws run back to
+                // back.
+                const uint64_t now = MonotonicNs();
+                const uint64_t due = m_qwLastDrawStartNs + kPacingNs;
+                if (now < due) {
+                    MEventWait(m_hRequestEvent, MDWord((due - now + 999999) / 1000000));
+                    continue;
+                }
+            }
+            m_bRedraw.store(false);
+            m_qwLastDrawStartNs = MonotonicNs();
+            Internal_Blit();
             if (m_bCaptureDeferred) {
                 // The capture armed by the request was read before the swap
                 // of this draw; if no draw happened, read what there is.
@@ -337,22 +397,13 @@ uintptr_t CWinOpenGLDisplay::Run()
                 m_bCaptureDeferred = false;
                 FinishRequest(OP_CAPTUREFRAME);
             }
-            MThreadSleep(10);
             continue;
         }
-        MEventWait(m_hRequestEvent, M_INFINITE);
-        if (m_bExitThread.load()) break;
-        op = mRequestOp.load();
-        bool bDefer = false;
-        Serve(op, &bDefer);
-        if (bDefer) {
-            // Draw on; the next turn of the loop finishes the capture.
-            RequestLock lock(m_hRequestLock);
-            mRequestOp.store(OP_BLIT);
-            MEventReset(m_hRequestEvent);
-            continue;
-        }
-        FinishRequest(op);
+        // Idle. A window resized or exposed while nothing else happens still
+        // gets its picture: the window is looked at on each time-out, a few
+        // times a second, at the cost of two queries and a poll.
+        if (MEventWait(m_hRequestEvent, kIdleCheckMs) == 1 && bCanDraw && m_pRenderer->WindowNeedsRedraw())
+            m_bRedraw.store(true);
     }
     MLogInfo("[%s] OPENGLD: Exiting thread", MLOG_TAG);
     m_dwRenderThreadId.store(0);
@@ -373,7 +424,8 @@ void CWinOpenGLDisplay::Internal_Blit()
     MGLFrameRequest req;
     MLong w, h;
     MDWord rotation;
-    bool bStale;
+    bool bStale, bNewFrame;
+    MDWord dwSerial;
     {
         // The poster may have changed the video size between our look at
         // the request code and our taking the frame mutex; planes of the old
@@ -384,15 +436,22 @@ void CWinOpenGLDisplay::Internal_Blit()
         h = MLong(mFrameInfo.dwHeight);
         rotation = mFrameInfo.dwRotation;
         bStale = m_bPlanesStale;
+        bNewFrame = m_dwPostSerial != m_dwDrawnSerial;
+        if (!bStale) m_dwDrawnSerial = m_dwPostSerial;
+        dwSerial = m_dwDrawnSerial;
     }
     bool bReleased = false;
+    m_bViewMoving = false;
     if (!bStale) {
         // The frame mutex guards the planes only: it is given back as soon
         // as they are uploaded, so a poster never waits for the view's draw
         // or the swap.
-        bReleased =
-            m_pRenderer->Render(req.planes, req.strides, bIsNewScaleMode.load(), rotation, w, h, pFrameMutex);
-        m_dwDrawCount.fetch_add(1, std::memory_order_acq_rel);
+        bReleased = m_pRenderer->Render(req.planes, req.strides, bNewFrame, bIsNewScaleMode.load(), rotation, w, h,
+                                        pFrameMutex);
+        m_bViewMoving = m_pRenderer->WantsAnotherFrame();
+        m_dwDrawCount.fetch_add(1, std::memory_order_relaxed);
+        if (bNewFrame) m_dwFramesDrawn.fetch_add(1, std::memory_order_relaxed);
+        m_dwNewestDrawn.store(dwSerial, std::memory_order_release);
     }
     if (!bReleased) pFrameMutex->Unlock();
 }
@@ -538,6 +597,18 @@ void CWinOpenGLDisplay::StoreCapture(void *pBuffer, MDWord dwWidth, MDWord dwHei
 MRESULT CWinOpenGLDisplay::setConfig(MDWord dwID, void *pValue)
 {
     if (!m_pRenderer) return 0;
+    SetConfigValue(dwID, pValue);
+    // Every setting but the handles and callbacks below may change the
+    // picture or start a motion: draw once more (a still view changes
+    // nothing by being drawn again).
+    if (dwID != ZT5_CFG_DISPLAY_RENDER_MUTEX && dwID != ZT5_CFG_DISPLAY_UICALLBACK &&
+        dwID != ZT5_CFG_DISPLAY_FE_PLATFORM && dwID != ZT5_CFG_PLUGINMGR_HDL)
+        Wake();
+    return 0;
+}
+
+void CWinOpenGLDisplay::SetConfigValue(MDWord dwID, void *pValue)
+{
     switch (dwID) {
     case ZT5_CFG_DISPLAY_FISHEYE_MODE:
         if (!pValue) break;
@@ -675,6 +746,15 @@ MRESULT CWinOpenGLDisplay::setConfig(MDWord dwID, void *pValue)
     case ZT5_CFG_DISPLAY_SCALE_MODE:
         if (pValue) bIsNewScaleMode.store(*static_cast<const MDWord *>(pValue));
         break;
+    case ZT5_CFG_DISPLAY_FRAMEINFO: {
+        // A stream that turns: only the rotation of the picture changes;
+        // the view, its camera and every setting stay as they are.
+        if (!pValue) break;
+        const ZT5FrameInfo *pInfo = static_cast<const ZT5FrameInfo *>(pValue);
+        RequestLock lock(m_hRequestLock);
+        mFrameInfo.dwRotation = pInfo->dwRotation;
+        break;
+    }
     case ZT5_CFG_DISPLAY_BACK_COLOR:
     case ZT5_CFG_DISPLAY_FONT_PATH:
     case ZT5_CFG_DISPLAY_FACE_INFO:
@@ -687,7 +767,6 @@ MRESULT CWinOpenGLDisplay::setConfig(MDWord dwID, void *pValue)
     default:
         break;
     }
-    return 0;
 }
 
 MRESULT CWinOpenGLDisplay::getConfig(MDWord dwID, void *pValue)
@@ -704,6 +783,15 @@ MRESULT CWinOpenGLDisplay::getConfig(MDWord dwID, void *pValue)
     case ZT5_CFG_DISPLAY_RENDERER_ERROR:
         *static_cast<MDWord *>(pValue) = m_dwLastError.load();
         return 0;
+    case ZT5_CFG_DISPLAY_RENDER_STATS: {
+        ZT5RenderStats stats = {};
+        stats.dwDraws = m_dwDrawCount.load(std::memory_order_relaxed);
+        stats.dwFramesPosted = m_dwFramesPosted.load(std::memory_order_relaxed);
+        stats.dwFramesDrawn = m_dwFramesDrawn.load(std::memory_order_relaxed);
+        stats.dwNewestDrawn = m_dwNewestDrawn.load(std::memory_order_acquire);
+        MMemCpy(pValue, &stats, sizeof(stats));
+        return 0;
+    }
     case ZT5_CFG_DISPLAY_SCALE_RATIO:
     case ZT5_CFG_DISPLAY_MAX_SCALE:
         if (m_pRenderer) m_pRenderer->GetConfig(dwID, pValue);

@@ -52,16 +52,10 @@ public:
     MRESULT Update();
     MRESULT Show(MDWord bShow);
 
-    // Number of draws the render thread has finished (swap included). Tests
-    // and the benchmark use it to know that a posted frame reached the
-    // window.
-    MDWord GetDrawCount() const { return m_dwDrawCount.load(std::memory_order_acquire); }
+    // Number of draws the render thread has finished (swap included); the
+    // host reads it with ZT5_CFG_DISPLAY_RENDER_STATS.
+    MDWord GetDrawCount() const { return m_dwDrawCount.load(std::memory_order_relaxed); }
     CWinOpenGLESRenderer *GetRenderer() { return m_pRenderer; }
-    // Test hook, see CWinOpenGLESRenderer::SetAvoidPreservedSwap.
-    void SetAvoidPreservedSwap(bool bAvoid)
-    {
-        if (m_pRenderer) m_pRenderer->SetAvoidPreservedSwap(bAvoid);
-    }
 
 private:
     CWinOpenGLDisplay(const CWinOpenGLDisplay &) = delete;
@@ -70,6 +64,9 @@ private:
     static uintptr_t Proc(void *pArg);
     uintptr_t Run();
     MRESULT Handshake(MLong op);
+    // Something changed what the window shows: draw again.
+    void Wake();
+    void SetConfigValue(MDWord dwID, void *pValue);
     void Serve(MLong op, bool *pbDeferDone);
     void FinishRequest(MLong op);
     bool OnRenderThread() const;
@@ -135,6 +132,23 @@ private:
     std::atomic<unsigned long> m_dwRenderThreadId{0};
     bool m_bCaptureDeferred = false; // render thread only
     std::atomic<MDWord> m_dwDrawCount{0};
+    std::atomic<MDWord> m_dwFramesPosted{0};
+    std::atomic<MDWord> m_dwFramesDrawn{0};
+    std::atomic<MDWord> m_dwNewestDrawn{0}; // post serial the last draw showed
+
+    // Draw on demand. m_bRedraw is set by any thread (Wake, a finished
+    // request) and cleared by the render thread before it draws.
+    std::atomic<bool> m_bRedraw{false};
+    // Under m_hRequestLock: one count per posted frame, and the count the
+    // last draw uploaded; they differ while a frame waits to be drawn.
+    MDWord m_dwPostSerial = 0;
+    MDWord m_dwDrawnSerial = 0;
+    // Render thread only: the view asked for another frame after its last
+    // draw, and when that draw started.
+    bool m_bViewMoving = false;
+    uint64_t m_qwLastDrawStartNs = 0;
+    static constexpr uint64_t kPacingNs = 10000000; // one draw per 10 ms while moving
+    static constexpr MDWord kIdleCheckMs = 200;      // surface size check while idle
 };
 
 #endif

@@ -106,7 +106,7 @@ MRESULT CWinOpenGLESRenderer::Initialize(MGLDisplayContext *pDisplayContext, MLo
     CreateEffect(m_FishEyeMode.load(std::memory_order_relaxed));
 
     RendererLocks locks(m_pMutex);
-    if (eglMakeCurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext)) {
+    if (eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
         for (int i = 0; i < 3; i++) glGenTextures(1, &m_Textures[i]);
     }
     return 0;
@@ -149,13 +149,13 @@ MRESULT CWinOpenGLESRenderer::InitializeLocked(MGLDisplayContext *pDisplayContex
                         EGL_DEPTH_SIZE,
                         8,
                         EGL_RENDERABLE_TYPE,
-                        0x40,
+                        EGL_OPENGL_ES2_BIT,
                         EGL_SURFACE_TYPE,
                         EGL_WINDOW_BIT | EGL_SWAP_BEHAVIOR_PRESERVED_BIT,
                         EGL_NONE};
     EGLint numConfigs = 0;
     EGLBoolean chosen = EGL_FALSE;
-    if (!m_bAvoidPreservedSwap) chosen = eglChooseConfig(m_eglDisplay, attribs, &m_eglConfig, 1, &numConfigs);
+    chosen = eglChooseConfig(m_eglDisplay, attribs, &m_eglConfig, 1, &numConfigs);
     bool bPreservedConfig = chosen && numConfigs >= 1;
     if (!bPreservedConfig) {
         attribs[13] = EGL_WINDOW_BIT;
@@ -170,26 +170,28 @@ MRESULT CWinOpenGLESRenderer::InitializeLocked(MGLDisplayContext *pDisplayContex
         }
     }
 
-    m_eglSurface = eglCreateWindowSurface(m_eglDisplay, m_eglConfig,
-                                          ToNativeWindow(m_hNativeWindow.load(std::memory_order_relaxed)), nullptr);
-    if (m_eglSurface == EGL_NO_SURFACE) {
+    m_eglSurface.Adopt(m_eglDisplay,
+                       eglCreateWindowSurface(m_eglDisplay, m_eglConfig,
+                                              ToNativeWindow(m_hNativeWindow.load(std::memory_order_relaxed)), nullptr));
+    if (!m_eglSurface) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglCreateWindowSurface error", MLOG_TAG);
         return ZT5_ERR_DISPLAY_CREATE;
     }
+    m_WindowWatch.Watch(uint32_t(m_hNativeWindow.load(std::memory_order_relaxed)));
     m_bSwapPreserved = false;
-    if (bPreservedConfig && eglSurfaceAttrib(m_eglDisplay, m_eglSurface, EGL_SWAP_BEHAVIOR, EGL_BUFFER_PRESERVED)) {
+    if (bPreservedConfig && eglSurfaceAttrib(m_eglDisplay, m_eglSurface.get(), EGL_SWAP_BEHAVIOR, EGL_BUFFER_PRESERVED)) {
         EGLint behaviour = 0;
-        m_bSwapPreserved = eglQuerySurface(m_eglDisplay, m_eglSurface, EGL_SWAP_BEHAVIOR, &behaviour) &&
+        m_bSwapPreserved = eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_SWAP_BEHAVIOR, &behaviour) &&
                            behaviour == EGL_BUFFER_PRESERVED;
     }
 
     const EGLint contextAttribs[] = {EGL_CONTEXT_CLIENT_VERSION, 2, EGL_NONE};
-    m_eglContext = eglCreateContext(m_eglDisplay, m_eglConfig, EGL_NO_CONTEXT, contextAttribs);
-    if (m_eglContext == EGL_NO_CONTEXT) {
+    m_eglContext.Adopt(m_eglDisplay, eglCreateContext(m_eglDisplay, m_eglConfig, EGL_NO_CONTEXT, contextAttribs));
+    if (!m_eglContext) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglCreateContext error", MLOG_TAG);
         return ZT5_ERR_DISPLAY_CREATE;
     }
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext)) {
+    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglMakeCurrent error", MLOG_TAG);
         return ZT5_ERR_DISPLAY_CREATE;
     }
@@ -200,7 +202,7 @@ void CWinOpenGLESRenderer::CreateEffect(MDWord mode)
 {
     if (mode >= GL_RENDER_MODE_COUNT) return;
     RendererLocks locks(nullptr);
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext)) {
+    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglMakeCurrent error", MLOG_TAG);
         return;
     }
@@ -240,7 +242,7 @@ void CWinOpenGLESRenderer::SetFishEyeMode(MLong nFishEyeMode)
     CreateEffect(mode);
 
     g_EglMutex.Lock();
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext)) {
+    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglMakeCurrent error", MLOG_TAG);
     } else if (GlesRenderEffect *pEffect = m_RenderEffect[mode]) {
         ZT5UICallbackRecord *pCallback = m_pUICallback.load(std::memory_order_relaxed);
@@ -257,7 +259,7 @@ void CWinOpenGLESRenderer::Uninitialize()
 {
     RendererLocks locks(m_pMutex);
     if (m_eglDisplay != EGL_NO_DISPLAY)
-        eglMakeCurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext);
+        eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get());
 
     // Take the views out of the table first, under the lock the gesture
     // entry points hold while they call a view, then destroy them: no host
@@ -278,7 +280,9 @@ void CWinOpenGLESRenderer::Uninitialize()
             glDeleteTextures(1, &m_Textures[i]);
             m_Textures[i] = 0;
         }
+        m_TextureWidth[i] = m_TextureHeight[i] = 0;
     }
+    m_bPlanesUploaded = false;
     m_dwDisplayWidth = 0;
     m_dwDisplayHeight = 0;
     MMemFree(m_pCaptureBuffer);
@@ -288,11 +292,10 @@ void CWinOpenGLESRenderer::Uninitialize()
 
     if (m_eglDisplay != EGL_NO_DISPLAY) {
         eglMakeCurrent(m_eglDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
-        if (m_eglContext != EGL_NO_CONTEXT) eglDestroyContext(m_eglDisplay, m_eglContext);
-        if (m_eglSurface != EGL_NO_SURFACE) eglDestroySurface(m_eglDisplay, m_eglSurface);
     }
-    m_eglContext = EGL_NO_CONTEXT;
-    m_eglSurface = EGL_NO_SURFACE;
+    m_eglContext.Reset();
+    m_eglSurface.Reset();
+    m_WindowWatch.Stop();
     m_eglDisplay = EGL_NO_DISPLAY;
     m_eglConfig = nullptr;
     m_bSwapPreserved = false;
@@ -302,17 +305,20 @@ void CWinOpenGLESRenderer::Uninitialize()
 
 // ------------------------------------------------------------------ draw
 
-bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *strides, MDWord bIsNewScaleMode,
-                                  MDWord dwRotation, MLong lWidth, MLong lHeight, CZT5Mutex *pPlanesLock)
+bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *strides, bool bNewFrame,
+                                  MDWord bIsNewScaleMode, MDWord dwRotation, MLong lWidth, MLong lHeight,
+                                  CZT5Mutex *pPlanesLock)
 {
+    m_bWantsAnotherFrame = false;
+    if (lWidth != m_Width || lHeight != m_Height) bNewFrame = true; // a new video size: planes of that size
     m_Width = lWidth;
     m_Height = lHeight;
     RendererLocks locks(m_pMutex);
 
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext)) return false;
+    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) return false;
     EGLint w = 0, h = 0;
-    if (!eglQuerySurface(m_eglDisplay, m_eglSurface, EGL_WIDTH, &w)) return false;
-    if (!eglQuerySurface(m_eglDisplay, m_eglSurface, EGL_HEIGHT, &h)) return false;
+    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &w)) return false;
+    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_HEIGHT, &h)) return false;
     m_lSurfaceWidth = w;
     m_lSurfaceHeight = h;
     if (w != m_dwDisplayWidth || h != m_dwDisplayHeight) {
@@ -326,8 +332,10 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
 
     const bool bFinish = m_bFinishEachPhase.load(std::memory_order_relaxed);
     const uint64_t t0 = NowNs();
-    UploadPlanes(planes, strides);
-    // glTexImage2D has taken its copy of the client memory on return.
+    // The textures keep the last frame: a redraw for motion alone uploads
+    // nothing. Textures made anew (a rebuilt renderer) need the planes again.
+    if (bNewFrame || !m_bPlanesUploaded) m_bPlanesUploaded = UploadPlanes(planes, strides);
+    // glTexSubImage2D has taken its copy of the client memory on return.
     if (pPlanesLock) pPlanesLock->Unlock();
     if (bFinish) glFinish();
     const uint64_t t1 = NowNs();
@@ -337,15 +345,18 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
     if (!pEffect) {
         MLogInfo("[%s] NULL == m_RenderEffect[%d] ", MLOG_TAG, int(mode));
     } else {
+        bool bInertia = false;
         if (m_bVelocityActive.load(std::memory_order_relaxed) == 1) {
             float vx = m_fVelX.load(std::memory_order_relaxed) * 0.9f;
             float vy = m_fVelY.load(std::memory_order_relaxed) * 0.9f;
             m_fVelX.store(vx, std::memory_order_relaxed);
             m_fVelY.store(vy, std::memory_order_relaxed);
-            if (std::fabs(vx) < 0.5f && std::fabs(vy) < 0.5f)
+            if (std::fabs(vx) < 0.5f && std::fabs(vy) < 0.5f) {
                 m_bVelocityActive.store(0, std::memory_order_relaxed);
-            else
+            } else {
                 pEffect->StartAcceleratedVelocity(vx, vy);
+                bInertia = true;
+            }
         }
         ReportCruiseState(pEffect->GetFishEyeCruiseState());
 
@@ -354,6 +365,9 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
             for (int i = 0; i < 4; i++) rect[i] = m_pDisplayContext->rectOpenglScale[i];
         pEffect->Render(rect, m_dwDisplayWidth, m_dwDisplayHeight, m_Width, m_Height, m_Textures, bIsNewScaleMode,
                         dwRotation);
+        // Inertia decays here, one step a draw, and needs the draws to go on
+        // until it has died out; everything else that moves is the view's.
+        m_bWantsAnotherFrame = bInertia || pEffect->NeedsAnotherFrame();
     }
 
     if (bFinish) glFinish();
@@ -368,7 +382,7 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
     }
 
     const uint64_t t3 = NowNs();
-    if (!eglSwapBuffers(m_eglDisplay, m_eglSurface))
+    if (!eglSwapBuffers(m_eglDisplay, m_eglSurface.get()))
         MLogInfo("[%s] EGLRenderer::DoRender eglSwapBuffers() returned error %d", MLOG_TAG, int(eglGetError()));
     const uint64_t t4 = NowNs();
     m_qwUploadNs.fetch_add(t1 - t0, std::memory_order_relaxed);
@@ -412,21 +426,25 @@ void CWinOpenGLESRenderer::ReportCruiseState(MLong state)
     m_lastCuriseState = state;
 }
 
-void CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLong *strides)
+bool CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLong *strides)
 {
     const MLong w = m_Width, h = m_Height;
-    if (w <= 0 || h <= 0) return;
+    if (w <= 0 || h <= 0) return false;
+    // Chroma textures are (w/2) rounded up to 4 columns wide, the luma
+    // texture twice that: the views scale the padding columns out of view.
     const MLong c = ((w >> 1) + 3) & ~3;
     const unsigned char *y = planes ? planes[0] : nullptr;
     const unsigned char *u = planes ? planes[1] : nullptr;
     const unsigned char *v = planes ? planes[2] : nullptr;
+    if (!y || !u || !v) return false;
 
     // The decoded planes go up as they are when their rows already have the
-    // texture's width; otherwise a packed copy pads each row.
+    // texture's width; otherwise a packed copy pads each row (ES2 has no
+    // unpack row length).
     bool bInPlace = (2 * c == w);
     if (bInPlace && strides && (strides[0] != w || strides[1] != (w >> 1) || strides[2] != (w >> 1)))
         bInPlace = false;
-    if (!bInPlace && y && u && v) {
+    if (!bInPlace) {
         const size_t lumaSize = size_t(h) * size_t(2 * c);
         const size_t chromaSize = size_t(h >> 1) * size_t(c);
         const size_t need = size_t(h) * size_t(c) * 3;
@@ -434,14 +452,21 @@ void CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLon
             MMemFree(m_pPadBuffer);
             m_pPadBuffer = static_cast<unsigned char *>(MMemAlloc(need));
             m_dwPadBufferSize = m_pPadBuffer ? MDWord(need) : 0;
-            if (!m_pPadBuffer) return;
+            if (!m_pPadBuffer) return false;
         }
-        MMemSet(m_pPadBuffer, 0, need);
         const MLong sy = strides ? strides[0] : w;
         const MLong su = strides ? strides[1] : (w >> 1);
         const MLong sv = strides ? strides[2] : (w >> 1);
         unsigned char *dy = m_pPadBuffer;
-        for (MLong r = 0; r < h; r++) MMemCpy(dy + size_t(r) * size_t(2 * c), y + size_t(r) * size_t(sy), size_t(w));
+        // An odd width has one luma column more than the texture holds; the
+        // padding repeats the last column, so that filtering at the right
+        // edge of a magnified picture blends nothing darker in.
+        const MLong lw = w < 2 * c ? w : 2 * c;
+        for (MLong r = 0; r < h; r++) {
+            unsigned char *row = dy + size_t(r) * size_t(2 * c);
+            MMemCpy(row, y + size_t(r) * size_t(sy), size_t(lw));
+            if (lw < 2 * c) MMemSet(row + lw, row[lw - 1], size_t(2 * c - lw));
+        }
         unsigned char *du = m_pPadBuffer + lumaSize;
         unsigned char *dv = du + chromaSize;
         const MLong cw = w >> 1;
@@ -450,16 +475,50 @@ void CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLon
             unsigned char *rv = dv + size_t(r) * size_t(c);
             MMemCpy(ru, u + size_t(r) * size_t(su), size_t(cw));
             MMemCpy(rv, v + size_t(r) * size_t(sv), size_t(cw));
-            MMemSet(ru + cw, 128, size_t(c - cw));
-            MMemSet(rv + cw, 128, size_t(c - cw));
+            if (cw > 0 && cw < c) {
+                MMemSet(ru + cw, ru[cw - 1], size_t(c - cw));
+                MMemSet(rv + cw, rv[cw - 1], size_t(c - cw));
+            }
         }
         y = dy;
         u = du;
         v = dv;
     }
-    bindTexture(m_Textures[0], y, 2 * c, h);
-    bindTexture(m_Textures[1], u, c, h >> 1);
-    bindTexture(m_Textures[2], v, c, h >> 1);
+    const GLsizei widths[3] = {GLsizei(2 * c), GLsizei(c), GLsizei(c)};
+    const GLsizei heights[3] = {GLsizei(h), GLsizei(h >> 1), GLsizei(h >> 1)};
+    const unsigned char *pixels[3] = {y, u, v};
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+    for (int i = 0; i < 3; i++) {
+        glBindTexture(GL_TEXTURE_2D, m_Textures[i]);
+        if (m_TextureWidth[i] != widths[i] || m_TextureHeight[i] != heights[i]) {
+            // Storage is made once per size; every later frame only replaces
+            // the texels.
+            glTexImage2D(GL_TEXTURE_2D, 0, GL_LUMINANCE, widths[i], heights[i], 0, GL_LUMINANCE, GL_UNSIGNED_BYTE,
+                         nullptr);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+            m_TextureWidth[i] = widths[i];
+            m_TextureHeight[i] = heights[i];
+        }
+        if (heights[i] > 0)
+            glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, widths[i], heights[i], GL_LUMINANCE, GL_UNSIGNED_BYTE, pixels[i]);
+    }
+    checkGlError("UploadPlanes");
+    return true;
+}
+
+bool CWinOpenGLESRenderer::WindowNeedsRedraw()
+{
+    // Both questions are asked every time: the watch's queue is emptied.
+    const bool bExposed = m_WindowWatch.TakeExposed();
+    RendererLocks locks(m_pMutex);
+    if (m_eglDisplay == EGL_NO_DISPLAY || !m_eglSurface) return false;
+    EGLint w = 0, h = 0;
+    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &w)) return bExposed;
+    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_HEIGHT, &h)) return bExposed;
+    return bExposed || w != m_dwDisplayWidth || h != m_dwDisplayHeight;
 }
 
 // --------------------------------------------------------------- capture
@@ -494,7 +553,7 @@ MRESULT CWinOpenGLESRenderer::ReadSurface(void **ppBuffer, MDWord *pWidth, MDWor
 MRESULT CWinOpenGLESRenderer::CaptureCurEffect(void **ppBuffer, MDWord *pWidth, MDWord *pHeight)
 {
     RendererLocks locks(m_pMutex);
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext)) {
+    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglMakeCurrent error", MLOG_TAG);
         return ZT5_ERR_DISPLAY_CREATE;
     }
@@ -545,6 +604,11 @@ MRESULT CWinOpenGLESRenderer::setConfig(MDWord dwID, void *pValue)
                 if (MDWord(m_FECurrentStatusData.mFishEyeMode) == mode) {
                     m_FECurrentStatusData.bRestored = 1;
                     pEffect->setConfig(ZT5_CFG_DISPLAY_FE_CURRENTSTATUS, &m_FECurrentStatusData);
+                } else {
+                    // A state saved in another view is not applied here.
+                    MLogInfo("CWinOpenGLESRenderer set ZT5_CFG_DISPLAY_FE_CURRENTSTATUS m_FishEyeMode=%d, "
+                             "m_FECurrentStatusData.mFishEyeMode:%d",
+                             int(mode), int(m_FECurrentStatusData.mFishEyeMode));
                 }
             }
         }

@@ -11,7 +11,9 @@
 #include <mutex>
 #include <thread>
 
+#include "EglObjects.h"
 #include "GlesRenderEffect.h"
+#include "WindowWatch.h"
 #include "MDisplayMgr.h"
 #include "MRuntime.h"
 #include "ZT5Records.h"
@@ -48,12 +50,21 @@ public:
 
     // Render thread.
     MRESULT Initialize(MGLDisplayContext *pDisplayContext, MLong lWidth, MLong lHeight, MDWord dwRotation);
-    // One draw. When pPlanesLock is given (held by the caller, guarding the
-    // planes) it is released as soon as the planes are in the textures, so
-    // that the writer of the planes never waits for the view's draw or the
-    // swap; the result says whether it was released.
-    bool Render(unsigned char *const *planes, const MLong *strides, MDWord bIsNewScaleMode, MDWord dwRotation,
-                MLong lWidth, MLong lHeight, CZT5Mutex *pPlanesLock = nullptr);
+    // One draw. The planes are uploaded only when bNewFrame says they hold a
+    // frame not drawn yet (or the textures are new); a redraw for motion
+    // alone reuses the textures. When pPlanesLock is given (held by the
+    // caller, guarding the planes) it is released as soon as the planes are
+    // in the textures, so that the writer of the planes never waits for the
+    // view's draw or the swap; the result says whether it was released.
+    bool Render(unsigned char *const *planes, const MLong *strides, bool bNewFrame, MDWord bIsNewScaleMode,
+                MDWord dwRotation, MLong lWidth, MLong lHeight, CZT5Mutex *pPlanesLock = nullptr);
+    // After a Render: whether the next draw would show something else even
+    // without a new frame (the view still moves, or inertia runs).
+    bool WantsAnotherFrame() const { return m_bWantsAnotherFrame; }
+    // Whether the window needs the picture drawn again by itself: its
+    // surface has another size than the last draw used, or it was exposed.
+    // Cheap and never blocks; the render thread asks it while idle.
+    bool WindowNeedsRedraw();
     void SetFishEyeMode(MLong nFishEyeMode);
     void Uninitialize();
     // Reads the surface as the last draw left it (RGBA, bottom row first).
@@ -70,9 +81,6 @@ public:
     // pointers, as CaptureCurEffect. Disarms.
     bool TakeArmedCapture(void **ppBuffer, MDWord *pWidth, MDWord *pHeight, MRESULT *pResult);
     void DisarmCapture() { m_bCaptureArmed = false; }
-    // Test hook: behave as if the surface could not keep its content, to
-    // exercise the read-before-swap road. Call before Initialize.
-    void SetAvoidPreservedSwap(bool bAvoid) { m_bAvoidPreservedSwap = bAvoid; }
 
     // Any thread.
     MRESULT setConfig(MDWord dwID, void *pValue);
@@ -106,7 +114,7 @@ private:
     CWinOpenGLESRenderer &operator=(const CWinOpenGLESRenderer &) = delete;
 
     void CreateEffect(MDWord mode);
-    void UploadPlanes(unsigned char *const *planes, const MLong *strides);
+    bool UploadPlanes(unsigned char *const *planes, const MLong *strides); // false: nothing uploaded
     void ReportCruiseState(MLong state);
     MRESULT ReadSurface(void **ppBuffer, MDWord *pWidth, MDWord *pHeight); // GL part of a capture
     MRESULT InitializeLocked(MGLDisplayContext *pDisplayContext, MLong lWidth, MLong lHeight);
@@ -120,8 +128,9 @@ private:
     template <typename F> void WithCurrentEffect(F f);
 
     EGLDisplay m_eglDisplay = EGL_NO_DISPLAY;
-    EGLSurface m_eglSurface = EGL_NO_SURFACE;
-    EGLContext m_eglContext = EGL_NO_CONTEXT;
+    EglSurface m_eglSurface;
+    EglContext m_eglContext;
+    WindowWatch m_WindowWatch; // render thread
     EGLConfig m_eglConfig = nullptr;
     MGLDisplayContext *m_pDisplayContext = nullptr;
     EGLint m_lSurfaceWidth = 0;
@@ -133,6 +142,10 @@ private:
     MLong m_dwDisplayWidth = 0;
     MLong m_dwDisplayHeight = 0;
     GLuint m_Textures[3] = {0, 0, 0};
+    GLsizei m_TextureWidth[3] = {0, 0, 0}; // storage size of each plane texture
+    GLsizei m_TextureHeight[3] = {0, 0, 0};
+    bool m_bPlanesUploaded = false;        // the textures hold a frame
+    bool m_bWantsAnotherFrame = false;     // render thread only
     std::atomic<MDWord> m_FishEyeMode{0};
     // Slots are read by host threads while the render thread fills them.
     std::atomic<GlesRenderEffect *> m_RenderEffect[GL_RENDER_MODE_COUNT] = {};
@@ -167,7 +180,6 @@ private:
     // The thread that draws and deletes views; it needs no lock to call one.
     std::atomic<std::thread::id> m_RenderThread{};
     bool m_bSwapPreserved = false;
-    bool m_bAvoidPreservedSwap = false;
     bool m_bCaptureArmed = false;
     bool m_bCaptureTaken = false;
     MRESULT m_lCaptureResult = 0;

@@ -80,6 +80,8 @@
 #define ZT5_CFG_DISPLAY_FACE_OPTION             0x9000053
 #define ZT5_CFG_DISPLAY_BACK_COLOR              0x9000054
 #define ZT5_CFG_DISPLAY_LOGO_DATA               0x9000055
+/* Read only: a ZT5RenderStats record (draw and frame counts). */
+#define ZT5_CFG_DISPLAY_RENDER_STATS            0x9000060
 
 /* Values a codec or player gives to the display. */
 #define ZT5_CFG_CODEC_FRAME_CALLBACK            0x11000033

@@ -156,6 +156,21 @@ typedef struct ZT5Snapshot {
     uint32_t dwCSType; /* ZT5_SNAPSHOT_RGBA on success */
 } ZT5Snapshot;
 
+/* Read with GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS): what the render
+ * thread of the current display handle did since it was made. Frames posted
+ * but never drawn were overtaken by a newer one before the thread got to
+ * them (the newest frame always wins); draws beyond the frames drawn were
+ * made for motion, gestures, settings or window changes. */
+typedef struct ZT5RenderStats {
+    uint32_t dwDraws;        /* draws finished, swap included */
+    uint32_t dwFramesPosted; /* frames handed to the render thread */
+    uint32_t dwFramesDrawn;  /* of those, frames that reached a draw */
+    uint32_t dwNewestDrawn;  /* ordinal (1 = first posted) of the frame the
+                                last draw showed: equal to dwFramesPosted
+                                once the newest frame is in the window */
+} ZT5RenderStats;
+ZT5_STATIC_ASSERT(sizeof(ZT5RenderStats) == 16, "ZT5RenderStats is 16 bytes");
+
 /* Shared memory agent of ZT5_CFG_COMMON_SHAREDMEM_AGENT: two buffers the host
  * fills in turn. */
 typedef struct ZT5SharedMemAgent {

@@ -5,7 +5,7 @@ set -euo pipefail
 
 PKGS=(
   build-essential cmake pkg-config
-  libegl-dev libgles-dev libx11-dev libgl1-mesa-dri libegl-mesa0
+  libegl-dev libgles-dev libx11-dev libxcb1-dev libgl1-mesa-dri libegl-mesa0
   libfreetype-dev fonts-dejavu-core libpng-dev
   libgtest-dev libbenchmark-dev
   xvfb xauth x11-utils binutils

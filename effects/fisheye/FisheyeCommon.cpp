@@ -125,12 +125,6 @@ void TwoPositionZoom::Settle()
     maxMinInit = maxState.load() == 0 ? 1 : 0;
 }
 
-bool FisheyeInertiaStep(float *pVelX, float *pVelY)
-{
-    *pVelX *= 0.9f;
-    *pVelY *= 0.9f;
-    return !(std::fabs(*pVelX) < 0.5f && std::fabs(*pVelY) < 0.5f);
-}
 
 float FisheyeWrapDegrees(float angle)
 {

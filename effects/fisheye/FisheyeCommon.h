@@ -13,7 +13,6 @@
 //                     equidistant lens law and its lookup (the colour
 //                     conversion is GLSL_YUV_TO_RGB, shared with every view).
 //   TwoPositionZoom   the wide/close double-tap state machine.
-//   FisheyeInertiaStep the decay step of release inertia.
 //
 // All motion is counted in rendered frames; nothing here reads a clock.
 #ifndef PANOVIEW_FISHEYECOMMON_H
@@ -125,10 +124,6 @@ struct TwoPositionZoom {
     }
 };
 
-// One tick of the release inertia: both velocities decay by 0.9; returns
-// false (and the inertia ends) when both magnitudes are then below 0.5,
-// true when the view's StartAcceleratedVelocity must be called with them.
-bool FisheyeInertiaStep(float *pVelX, float *pVelY);
 
 // Keeps an angle in degrees within (-360, 360) by whole turns.
 float FisheyeWrapDegrees(float angle);

@@ -1,0 +1,39 @@
+// Tells the render thread that the host's window needs its picture again
+// although nothing the display shows has changed: the window was exposed
+// (uncovered, mapped again) or resized. Without a backing store the X server
+// drops the content of a covered window, and a paused video would stay
+// black until its next frame.
+//
+// The watch has an X connection of its own and asks for exposure and
+// structure events of the host's window on it; X delivers them to every
+// client that asks, so the host's own event handling is not disturbed.
+// Errors (a window the host destroyed) arrive as events on this connection
+// and are dropped: no process-wide X error handler is involved.
+#ifndef PANOVIEW_WINDOWWATCH_H
+#define PANOVIEW_WINDOWWATCH_H
+
+#include <cstdint>
+
+struct xcb_connection_t;
+
+class WindowWatch {
+public:
+    WindowWatch() = default;
+    ~WindowWatch() { Stop(); }
+    WindowWatch(const WindowWatch &) = delete;
+    WindowWatch &operator=(const WindowWatch &) = delete;
+
+    // Starts watching `window` (an X window id), replacing any earlier one.
+    // Does nothing when no X server is reachable.
+    void Watch(uint32_t window);
+    void Stop();
+    // True when the window was exposed, mapped or resized since the last
+    // call. Never blocks.
+    bool TakeExposed();
+
+private:
+    xcb_connection_t *m_pConnection = nullptr;
+    uint32_t m_window = 0;
+};
+
+#endif
