@@ -169,6 +169,8 @@ static void FeedRenderObject(DisplayContext *c)
     r->setConfig(ZT5_CFG_DISPLAY_MAX_SCALE, &c->dwDisplayMaxScale);
     r->setConfig(ZT5_CFG_DISPLAY_DISTORTION_PARAM, c->pDistortionParam);
     r->setConfig(ZT5_CFG_PLUGINMGR_HDL, reinterpret_cast<void *>(c->hNativeWindow));
+    // A new render object converts with the default until told otherwise.
+    if (c->dwYuvMatrix != 0) r->setConfig(ZT5_CFG_DISPLAY_YUV_MATRIX, &c->dwYuvMatrix);
 }
 
 MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect, const ZT5Rect *pRect2)
@@ -230,7 +232,8 @@ MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect, const
 
 static bool IsDrawnColourSpace(MDWord dwCSType)
 {
-    return dwCSType == ZT5_CS_PACKED2 || dwCSType == ZT5_CS_I420 || dwCSType == ZT5_CS_SEMIPLANAR_A;
+    return dwCSType == ZT5_CS_PACKED2 || dwCSType == ZT5_CS_I420 || dwCSType == ZT5_CS_SEMIPLANAR_A ||
+           dwCSType == ZT5_CS_NV12;
 }
 
 MRESULT SoftwareYUVRender(DisplayContext *pContext, unsigned char **planes, MLong *strides, const ZT5Rect *pRect)
