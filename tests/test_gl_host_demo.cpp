@@ -1,6 +1,7 @@
 // The demo host as a user runs it: panoview-play --headless writes PNG
-// snapshots of the built-in fisheye scene. The pictures are checked against
-// the scene's documented geometry, not against earlier output.
+// snapshots of the built-in fisheye scene, or of video files it wrote of
+// that scene first. The pictures are checked against the scene's
+// documented geometry and colours, not against earlier output.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -45,11 +46,12 @@ protected:
     }
 };
 
-// Where direction (theta, phi) of the built-in scene appears in a window of
-// winW x winH that shows the whole 1920x1080 frame in the plain view.
-void ScenePointInWindow(double thetaDeg, double phiDeg, int winW, int winH, int *x, int *y)
+// Where direction (theta, phi) of the scene appears in a window of winW x
+// winH that shows the whole frame (by default the built-in 1920x1080 one) in
+// the plain view.
+void ScenePointInWindow(double thetaDeg, double phiDeg, int winW, int winH, int *x, int *y,
+                        const synthetic::LensFrame &lens = synthetic::LensFrame())
 {
-    synthetic::LensFrame lens;
     Rect pic = LetterboxRect(winW, winH, lens.width, lens.height);
     const double kPi = 3.14159265358979323846;
     double r = lens.radius * thetaDeg / 90.0;
@@ -122,4 +124,108 @@ TEST_F(DemoHost, BadCommandLinesAreRefused)
     RunResult run = RunDemo("--headless --frames 1 --input /nonexistent.yuv --size 64x64");
     EXPECT_NE(run.exitCode, 0) << run.output;
     EXPECT_NE(run.output.find("/nonexistent.yuv"), std::string::npos) << run.output;
+}
+
+// ------------------------------------------------------------ video files
+
+namespace {
+
+// The clips of the video tests, written once by the demo host itself from
+// the built-in scene (no video file lives in the repository).
+struct SceneClips {
+    std::string h264, odd, cut, text;
+    std::string error; // why they couldn't be made
+};
+
+const SceneClips &Clips()
+{
+    static const SceneClips clips = [] {
+        SceneClips c;
+        const std::string dir = OutputDir() + "/clips";
+        std::system(("mkdir -p '" + dir + "'").c_str());
+        c.h264 = dir + "/scene.mp4";
+        c.odd = dir + "/odd.mkv";
+        c.cut = dir + "/cut.mp4";
+        c.text = dir + "/notes.txt";
+        // Three seconds of H.264, BT.601 video range; an odd size in a
+        // lossless codec.
+        for (const std::string &args : {"--write-clip '" + c.h264 + "' --size 640x360 --frames 90",
+                                        "--write-clip '" + c.odd + "' --codec ffv1 --size 321x181 --frames 10"}) {
+            RunResult r = RunDemo(args);
+            if (r.exitCode != 0) c.error += args + ":\n" + r.output;
+        }
+        // The first half of the H.264 clip: its index promises three seconds.
+        std::system(("head -c $(( $(stat -c %s '" + c.h264 + "') / 2 )) '" + c.h264 + "' > '" + c.cut + "'").c_str());
+        std::system(("echo 'Panoview notes: not a video' > '" + c.text + "'").c_str());
+        return c;
+    }();
+    return clips;
+}
+
+} // namespace
+
+// Decoded pictures reach the display as planar 4:2:0 with padded strides
+// (as decoded), as semi-planar NV12, and at an odd size; each shows the
+// scene's sectors in their colours where the lens puts them.
+TEST_F(DemoHost, VideoFilesShowTheSceneInEveryLayout)
+{
+    const SceneClips &clips = Clips();
+    ASSERT_TRUE(clips.error.empty()) << clips.error;
+    struct Case {
+        std::string clip, args;
+        int width, height; // of the clip
+        int tolerance;     // lossy codecs blur the colours a little
+    } cases[] = {
+        {clips.h264, "--format i420", 640, 360, 16},
+        {clips.h264, "--format nv12", 640, 360, 16},
+        {clips.odd, "", 321, 181, 10},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.clip + " " + c.args);
+        const std::string png = OutputDir() + "/video_" + std::to_string(c.width) + "_" +
+                                (c.args.empty() ? std::string("decoded") : c.args.substr(9)) + ".png";
+        std::remove(png.c_str());
+        RunResult run = RunDemo("'" + c.clip + "' " + c.args + " --headless --frames 8 --mode 0 --window 640x360 --snapshot '" +
+                                png + "'");
+        ASSERT_EQ(run.exitCode, 0) << run.output;
+        RgbaImage img;
+        ASSERT_TRUE(ReadPng(png, &img));
+        synthetic::LensFrame lens;
+        lens.width = c.width + (c.width & 1); // the clip writer paints the next even size
+        lens.height = c.height + (c.height & 1);
+        lens.cx = lens.width / 2;
+        lens.cy = lens.height / 2;
+        lens.radius = lens.height / 2;
+        for (int k = 0; k < 8; k++) {
+            int x, y;
+            ScenePointInWindow(42.0, 45.0 * k + 10.0, 640, 360, &x, &y, lens);
+            Rgb want = ExpectedRgb(synthetic::kSectorRgb[k]);
+            Rgb got = img.At(x, y);
+            EXPECT_LE(ColourDistance(got, want), c.tolerance)
+                << "sector " << k << " at " << x << "," << y << " is " << int(got.r) << "," << int(got.g) << ","
+                << int(got.b);
+        }
+    }
+}
+
+// A file that doesn't exist, one that isn't video and a clip cut short each
+// end the demo host with one message naming the file and a non-zero exit
+// code (not a crash).
+TEST_F(DemoHost, BadVideoFilesEndTheHostWithAMessage)
+{
+    const SceneClips &clips = Clips();
+    ASSERT_TRUE(clips.error.empty()) << clips.error;
+    struct Case {
+        std::string file, says;
+    } cases[] = {
+        {OutputDir() + "/clips/missing.mp4", "No such file"},
+        {clips.text, "not a video"},
+        {clips.cut, "cut short"},
+    };
+    for (const Case &c : cases) {
+        RunResult run = RunDemo("'" + c.file + "' --headless --frames 200 --mode 0 --window 320x180");
+        EXPECT_EQ(run.exitCode, 1) << run.output;
+        EXPECT_NE(run.output.find(c.file), std::string::npos) << run.output;
+        EXPECT_NE(run.output.find(c.says), std::string::npos) << run.output;
+    }
 }
