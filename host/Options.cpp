@@ -74,6 +74,7 @@ void PrintUsage(const char *argv0)
         "  --snapshot F.png  write a snapshot after the last frame\n"
         "  --headless        don't wait for the window to close; with --outdir write one PNG per mode\n"
         "  --outdir DIR      where headless snapshots go\n"
+        "  --contact-sheet F.png  every view (or those of --mode) side by side, labelled, then stop\n"
         "  --lib PATH        libPanoview.so to load (default: the one built with this program)\n"
         "  --verbose         print every parameter sent, and FFmpeg's messages\n"
         "  --write-clip OUT  write the built-in scene as a video file (--codec, --size, --frames, --fps,\n"
@@ -155,6 +156,10 @@ bool ParseOptions(int argc, char **argv, PlayerOptions *o, std::string *error)
         } else if (!std::strcmp(a, "--snapshot")) {
             if (!next(&v)) return false;
             o->snapshotPath = v;
+        } else if (!std::strcmp(a, "--contact-sheet")) {
+            if (!next(&v)) return false;
+            o->contactSheet = v;
+            o->headless = true;
         } else if (!std::strcmp(a, "--outdir")) {
             if (!next(&v)) return false;
             o->outDir = v;

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <thread>
 
+#include "ContactSheet.h"
 #include "PngWriter.h"
 #include "VideoSource.h"
 
@@ -308,8 +309,8 @@ bool Usable(const ZT5Snapshot *shot)
 // comes up on its own thread after the first frame and a new view compiles
 // its shaders, so right after the last frame the window may still be empty.
 // Waits (at most a few seconds) for a picture that isn't one flat colour; a
-// view that really is flat is written after the wait.
-bool Player::WriteSnapshot(const std::string &path)
+// view that really is flat is taken after the wait.
+const ZT5Snapshot *Player::TakeSnapshot()
 {
     const ZT5Snapshot *shot = nullptr;
     const auto end = Clock::now() + std::chrono::seconds(4);
@@ -320,6 +321,12 @@ bool Player::WriteSnapshot(const std::string &path)
         if (p) shot = p;
         if (Usable(shot) && !IsUniform(*shot)) break;
     } while (Clock::now() < end);
+    return shot;
+}
+
+bool Player::WriteSnapshot(const std::string &path)
+{
+    const ZT5Snapshot *shot = TakeSnapshot();
     if (!shot) {
         std::fprintf(stderr, "no snapshot: the display has no renderer\n");
         return false;
@@ -346,6 +353,7 @@ bool Player::WriteSnapshot(const std::string &path)
 std::vector<int> Player::RunModes() const
 {
     if (!m_opts.modes.empty()) return m_opts.modes;
+    if (!m_opts.contactSheet.empty()) return {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
     if (m_opts.headless && !m_opts.outDir.empty()) return {0, 1, 2};
     return {1};
 }
@@ -362,11 +370,41 @@ int Player::Run()
         // A fixed number of frames per view, a snapshot of each.
         const std::vector<int> modes = RunModes();
         const long frames = m_opts.frames > 0 ? m_opts.frames : 45;
+        std::vector<SheetTile> tiles;
         for (int mode : modes) {
             SetMode(mode);
             if (!PlayFrames(frames)) break;
             if (!m_opts.outDir.empty()) {
                 ok = WriteSnapshot(m_opts.outDir + "/panoview-mode" + std::to_string(mode) + ".png") && ok;
+            }
+            if (!m_opts.contactSheet.empty()) {
+                const ZT5Snapshot *shot = TakeSnapshot();
+                if (!Usable(shot)) {
+                    std::fprintf(stderr, "no picture of view %d\n", mode);
+                    ok = false;
+                    continue;
+                }
+                // Bottom row first as GL reads it; the sheet wants the top first.
+                SheetTile t;
+                t.mode = mode;
+                t.width = int(shot->dwWidth);
+                t.height = int(shot->dwHeight);
+                t.blank = IsUniform(*shot);
+                t.rgba.resize(size_t(t.width) * t.height * 4);
+                const uint8_t *src = static_cast<const uint8_t *>(shot->pBuffer);
+                const size_t pitch = size_t(t.width) * 4;
+                for (int y = 0; y < t.height; y++)
+                    std::memcpy(&t.rgba[size_t(y) * pitch], src + size_t(t.height - 1 - y) * pitch, pitch);
+                tiles.push_back(std::move(t));
+            }
+        }
+        if (!m_opts.contactSheet.empty() && !m_failed) {
+            std::string error;
+            if (WriteContactSheet(m_opts.contactSheet, tiles, &error)) {
+                std::printf("contact sheet %s (%zu views)\n", m_opts.contactSheet.c_str(), tiles.size());
+            } else {
+                std::fprintf(stderr, "%s\n", error.c_str());
+                ok = false;
             }
         }
     } else {

@@ -37,6 +37,8 @@ private:
     bool WaitUntilDue(double pts);
     void PushPicture(const Picture &picture);
     void ApplySeek();
+    // The window's picture once the display has drawn one; null if none.
+    const ZT5Snapshot *TakeSnapshot();
     bool WriteSnapshot(const std::string &path);
 
     void HandleEvents();
