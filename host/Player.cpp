@@ -212,8 +212,10 @@ bool Player::WaitUntilDue(double pts)
         due = m_clockValid ? m_lastDue + period : now;
     } else {
         // The clock starts again at a new start: the first picture, after
-        // a pause or seek, and when the stream loops (its time goes back).
-        if (!m_clockValid || pts < m_lastPts)
+        // a pause or seek, when the stream loops (its time goes back) and
+        // at a jump forward no picture lasts (a gap in the timestamps must
+        // not become a long wait).
+        if (!m_clockValid || pts < m_lastPts || pts > m_lastPts + 5.0)
             m_clockBase = now - std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(pts));
         due = m_clockBase + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(pts));
         // Far behind (decoding slower than the stream): go on from here
