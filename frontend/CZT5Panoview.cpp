@@ -199,7 +199,8 @@ int32_t CZT5Panoview::Init(const ZT5DisplayParam *pDisplayParam)
     // a new handle starts with the default and needs no word for it.
     if (m_dwYuvMatrix != 0) {
         FeMgrSetParam(m_hDisplayHigh, ZT5_CFG_DISPLAY_YUV_MATRIX, &m_dwYuvMatrix, 4);
-        if (m_hDisplayLow != m_hDisplayHigh) FeMgrSetParam(m_hDisplayLow, ZT5_CFG_DISPLAY_YUV_MATRIX, &m_dwYuvMatrix, 4);
+        if (m_hDisplayLow != m_hDisplayHigh)
+            FeMgrSetParam(m_hDisplayLow, ZT5_CFG_DISPLAY_YUV_MATRIX, &m_dwYuvMatrix, 4);
     }
 
     MLogInfo("[%s]CZT5Panoview::Init out\r\n", MLOG_TAG);

@@ -208,7 +208,8 @@ bool Player::WaitUntilDue(double pts)
     Clock::time_point due;
     if (pts < 0) {
         // No timestamps: a steady rate.
-        const auto period = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1.0 / m_opts.fps));
+        const auto period =
+            std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1.0 / m_opts.fps));
         due = m_clockValid ? m_lastDue + period : now;
     } else {
         // The clock starts again at a new start: the first picture, after

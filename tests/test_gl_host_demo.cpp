@@ -184,8 +184,8 @@ TEST_F(DemoHost, VideoFilesShowTheSceneInEveryLayout)
         const std::string png = OutputDir() + "/video_" + std::to_string(c.width) + "_" +
                                 (c.args.empty() ? std::string("decoded") : c.args.substr(9)) + ".png";
         std::remove(png.c_str());
-        RunResult run = RunDemo("'" + c.clip + "' " + c.args + " --headless --frames 8 --mode 0 --window 640x360 --snapshot '" +
-                                png + "'");
+        RunResult run = RunDemo("'" + c.clip + "' " + c.args +
+                                " --headless --frames 8 --mode 0 --window 640x360 --snapshot '" + png + "'");
         ASSERT_EQ(run.exitCode, 0) << run.output;
         RgbaImage img;
         ASSERT_TRUE(ReadPng(png, &img));
