@@ -145,6 +145,8 @@ bool WriteSceneClip(const ClipOptions &o, std::string *error)
     if (!std::strcmp(codec->name, "libx264") || !std::strcmp(codec->name, "libx265")) {
         av_opt_set(c->priv_data, "preset", "ultrafast", 0);
         av_opt_set(c->priv_data, "crf", "16", 0);
+        // x265 prints on its own unless told not to.
+        if (av_log_get_level() < AV_LOG_INFO) av_opt_set(c->priv_data, "x265-params", "log-level=none", 0);
     } else if (!std::strcmp(codec->name, "libvpx-vp9")) {
         av_opt_set(c->priv_data, "deadline", "realtime", 0);
         av_opt_set(c->priv_data, "cpu-used", "8", 0);
