@@ -54,6 +54,7 @@ struct DisplayContext {
     MDWord dwDisplayMaxScale = 400;
     void *pDistortionParam = nullptr; // not owned
     MWindowHandle hNativeWindow = 0;   // window the EGL surface is made on
+    MDWord dwYuvMatrix = 0;            // ZT5_CFG_DISPLAY_YUV_MATRIX word; 0 is the render object's default
 
     // Strides of the planes of the current blit. A stride shorter than a
     // tightly packed row (or 0) means tightly packed.

@@ -173,6 +173,8 @@ static void FeedRenderObject(DisplayContext *c)
     r->setConfig(ZT5_CFG_DISPLAY_MAX_SCALE, &c->dwDisplayMaxScale);
     r->setConfig(ZT5_CFG_DISPLAY_DISTORTION_PARAM, c->pDistortionParam);
     r->setConfig(ZT5_CFG_PLUGINMGR_HDL, reinterpret_cast<void *>(c->hNativeWindow));
+    // A new render object converts with the default until told otherwise.
+    if (c->dwYuvMatrix != 0) r->setConfig(ZT5_CFG_DISPLAY_YUV_MATRIX, &c->dwYuvMatrix);
 }
 
 // Makes (if needed), feeds and starts the render object. 0 when it is up,
@@ -236,7 +238,8 @@ static MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect
 
 static bool IsDrawnColourSpace(MDWord dwCSType)
 {
-    return dwCSType == ZT5_CS_PACKED2 || dwCSType == ZT5_CS_I420 || dwCSType == ZT5_CS_SEMIPLANAR_A;
+    return dwCSType == ZT5_CS_PACKED2 || dwCSType == ZT5_CS_I420 || dwCSType == ZT5_CS_SEMIPLANAR_A ||
+           dwCSType == ZT5_CS_NV12;
 }
 
 // Copies the frame (host buffer road, or crop into pCropBuffer) and posts it

@@ -25,7 +25,8 @@ struct FrameSource {
 
 bool IsSemiPlanar(MDWord dwCSType)
 {
-    return dwCSType == ZT5_CS_SEMIPLANAR_A || dwCSType == ZT5_CS_SEMIPLANAR_B || dwCSType == ZT5_CS_SEMIPLANAR_C;
+    return dwCSType == ZT5_CS_SEMIPLANAR_A || dwCSType == ZT5_CS_SEMIPLANAR_B || dwCSType == ZT5_CS_SEMIPLANAR_C ||
+           dwCSType == ZT5_CS_NV12;
 }
 
 // Strides shorter than a tightly packed row (or absent) count as tightly

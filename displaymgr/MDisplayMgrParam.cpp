@@ -208,6 +208,10 @@ MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
         c->pDistortionParam = pParam;
         Forward(c, dwParamID, pParam);
         return 0;
+    case ZT5_CFG_DISPLAY_YUV_MATRIX:
+        c->dwYuvMatrix = ReadWord(pParam);
+        Forward(c, dwParamID, &c->dwYuvMatrix);
+        return 0;
 
     case ZT5_CFG_CODEC_ALIGNINFO: {
         ZT5AlignInfo info;

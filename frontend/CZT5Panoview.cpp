@@ -82,6 +82,7 @@ CZT5Panoview::CZT5Panoview() : m_bSwitchPending(0), m_DrawFrameEvent(0)
     m_pFontPath = nullptr;
     m_dwFaceOption = 0;
     m_dwBackColor = 0;
+    m_dwYuvMatrix = 0;
     std::memset(&_videoLogoData, 0, sizeof(_videoLogoData));
     std::memset(&m_AlignInfo, 0, sizeof(m_AlignInfo));
     std::memset(&m_CodecHint, 0, sizeof(m_CodecHint));
@@ -191,6 +192,13 @@ int32_t CZT5Panoview::Init(const ZT5DisplayParam *pDisplayParam)
     MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_FACE_OPTION, &m_dwFaceOption, 4);
     MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_BACK_COLOR, &m_dwBackColor, 4);
     MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_LOGO_DATA, &_videoLogoData, 24);
+    // The colour matrix is a property of the stream, so both handles get it;
+    // a new handle starts with the default and needs no word for it.
+    if (m_dwYuvMatrix != 0) {
+        MDisplayMgrSetParam(m_hDisplayHigh, ZT5_CFG_DISPLAY_YUV_MATRIX, &m_dwYuvMatrix, 4);
+        if (m_hDisplayLow != m_hDisplayHigh)
+            MDisplayMgrSetParam(m_hDisplayLow, ZT5_CFG_DISPLAY_YUV_MATRIX, &m_dwYuvMatrix, 4);
+    }
 
     MLogInfo("[%s]CZT5Panoview::Init out\r\n", MLOG_TAG);
     return 0;

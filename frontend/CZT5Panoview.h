@@ -151,6 +151,7 @@ private:
     void *m_pFontPath;
     MDWord m_dwFaceOption;
     MDWord m_dwBackColor;
+    MDWord m_dwYuvMatrix; // ZT5_CFG_DISPLAY_YUV_MATRIX word
     ZT5VideoLogo _videoLogoData;
     ZT5AlignInfo m_AlignInfo;
     ZT5CodecHint m_CodecHint;

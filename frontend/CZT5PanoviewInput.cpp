@@ -24,6 +24,7 @@ MDWord CSTypeToId(MDWord dwCSType)
     case ZT5_FRAME_CS_PACKED4_A: return ZT5_CS_PACKED4_A;
     case ZT5_FRAME_CS_PACKED4_B: return ZT5_CS_PACKED4_B;
     case ZT5_FRAME_CS_OUTPUT: return ZT5_CS_OUTPUT;
+    case ZT5_FRAME_CS_NV12: return ZT5_CS_NV12;
     default: return 0xFFFFFFFFu;
     }
 }
@@ -31,7 +32,7 @@ MDWord CSTypeToId(MDWord dwCSType)
 bool IsPlanar420(MDWord cs) { return cs == ZT5_CS_I420 || cs == ZT5_CS_I420_B; }
 bool IsSemiPlanar(MDWord cs)
 {
-    return cs == ZT5_CS_SEMIPLANAR_A || cs == ZT5_CS_SEMIPLANAR_B || cs == ZT5_CS_SEMIPLANAR_C;
+    return cs == ZT5_CS_SEMIPLANAR_A || cs == ZT5_CS_SEMIPLANAR_B || cs == ZT5_CS_SEMIPLANAR_C || cs == ZT5_CS_NV12;
 }
 int PackedBytes(MDWord cs)
 {
@@ -96,6 +97,15 @@ void CZT5Panoview::SetInputData(void *pBuffer)
         m_InputYuvBuf.pPlane[1] = p ? p + wh + 1 : nullptr;
         m_InputYuvBuf.lStride = (MLong)w;
         break;
+    case ZT5_FRAME_CS_NV12:
+        // U first: plane 1 is the first byte of the pair rows, plane 2 the
+        // byte behind it. The pair rows are as long as a luma row.
+        m_InputYuvBuf.pPlane[0] = p;
+        m_InputYuvBuf.pPlane[1] = p ? p + wh : nullptr;
+        m_InputYuvBuf.pPlane[2] = p ? p + wh + 1 : nullptr;
+        m_InputYuvBuf.lStride = (MLong)w;
+        m_InputYuvBuf.lUVStride = (MLong)w;
+        break;
     case ZT5_FRAME_CS_PACKED2:
         m_InputYuvBuf.pPlane[0] = p;
         m_InputYuvBuf.pPlane[1] = nullptr;
@@ -119,6 +129,12 @@ MDWord CZT5Panoview::SetupBlitPlanes()
     const MDWord srcCS = CSTypeToId(m_FrameInfo.dwCSType);
     const MDWord w = m_FrameInfo.dwWidth;
     if (IsPlanar420(srcCS)) {
+        for (int i = 0; i < 3; ++i) m_BlitPlanes[i] = m_InputYuvBuf.pPlane[i];
+        m_BlitStrides[0] = m_InputYuvBuf.lStride;
+        m_BlitStrides[1] = m_BlitStrides[2] = m_InputYuvBuf.lUVStride;
+    } else if (srcCS == ZT5_CS_NV12) {
+        // The pair rows keep a pitch of their own (a decoder's chroma
+        // plane may be padded differently from its luma plane).
         for (int i = 0; i < 3; ++i) m_BlitPlanes[i] = m_InputYuvBuf.pPlane[i];
         m_BlitStrides[0] = m_InputYuvBuf.lStride;
         m_BlitStrides[1] = m_BlitStrides[2] = m_InputYuvBuf.lUVStride;
@@ -206,10 +222,11 @@ MRESULT CZT5Panoview::ApplyCoverCrop(MDWord srcCS, ZT5Rect &rtPicture)
             if (m_BlitPlanes[1]) m_BlitPlanes[1] += (t / 2) * s1 + l / 2;
             if (m_BlitPlanes[2]) m_BlitPlanes[2] += (t / 2) * s2 + l / 2;
         } else if (IsSemiPlanar(srcCS)) {
-            // Interleaved pairs at full row pitch: start on a whole pair.
+            // Interleaved pairs at their row pitch: start on a whole pair.
+            const size_t s1 = (size_t)std::max<MLong>(0, m_BlitStrides[1]);
             m_BlitPlanes[0] += t * s0 + l;
-            if (m_BlitPlanes[1]) m_BlitPlanes[1] += (t / 2) * s0 + (l & ~(size_t)1);
-            if (m_BlitPlanes[2]) m_BlitPlanes[2] += (t / 2) * s0 + (l & ~(size_t)1);
+            if (m_BlitPlanes[1]) m_BlitPlanes[1] += (t / 2) * s1 + (l & ~(size_t)1);
+            if (m_BlitPlanes[2]) m_BlitPlanes[2] += (t / 2) * s1 + (l & ~(size_t)1);
         } else if (bpp) {
             m_BlitPlanes[0] += t * s0 + l * (size_t)bpp;
         }

@@ -372,6 +372,17 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
         std::memcpy(&m_CodecHint, pValue, sizeof(m_CodecHint));
         return 0;
     }
+    case ZT5_CFG_DISPLAY_YUV_MATRIX: {
+        MDWord v = ReadU32(pValue);
+        if ((v & ~(MDWord)(0xFF | ZT5_YUV_RANGE_FULL)) != 0 || (v & 0xFF) > ZT5_YUV_MATRIX_BT2020)
+            return ZT5_ERR_INVALID_PARAM;
+        // Both handles: a switch between them doesn't change the stream.
+        FrontendLock lock(m_DataMutex);
+        m_dwYuvMatrix = v;
+        if (m_hDisplayHigh) MDisplayMgrSetParam(m_hDisplayHigh, dwParamID, &v, 4);
+        if (m_hDisplayLow && m_hDisplayLow != m_hDisplayHigh) MDisplayMgrSetParam(m_hDisplayLow, dwParamID, &v, 4);
+        return 0;
+    }
     default:
         return ZT5_ERR_UNSUPPORTED;
     }
@@ -420,6 +431,11 @@ int32_t CZT5Panoview::GetDisplayParam(uint32_t dwParamID, void *pValue)
     case ZT5_CFG_DISPLAY_ZOOM: {
         FrontendLock lock(m_DataMutex);
         WriteU32(pValue, PresentZoom());
+        return 0;
+    }
+    case ZT5_CFG_DISPLAY_YUV_MATRIX: {
+        FrontendLock lock(m_DataMutex);
+        WriteU32(pValue, m_dwYuvMatrix);
         return 0;
     }
     case ZT5_CFG_DISPLAY_USE_OPENGLES:

@@ -755,13 +755,15 @@ void CWinOpenGLDisplay::SetConfigValue(MDWord dwID, void *pValue)
         mFrameInfo.dwRotation = pInfo->dwRotation;
         break;
     }
+    case ZT5_CFG_DISPLAY_YUV_MATRIX:
     case ZT5_CFG_DISPLAY_BACK_COLOR:
     case ZT5_CFG_DISPLAY_FONT_PATH:
     case ZT5_CFG_DISPLAY_FACE_INFO:
     case ZT5_CFG_DISPLAY_FACE_MUTEX:
     case ZT5_CFG_DISPLAY_FACE_OPTION:
-        // Overlay settings go straight to the renderer, which keeps the
-        // background colour for views made later.
+        // Overlay and colour settings go straight to the renderer, which
+        // keeps the background colour and the colour matrix for views made
+        // later.
         m_pRenderer->setConfig(dwID, pValue);
         break;
     default:

@@ -643,6 +643,9 @@ MRESULT CWinOpenGLESRenderer::setConfig(MDWord dwID, void *pValue)
         m_bHaveBackColor.store(true, std::memory_order_relaxed);
         WithCurrentEffect([&](GlesRenderEffect *e) { e->setConfig(dwID, pValue); });
         break;
+    case ZT5_CFG_DISPLAY_YUV_MATRIX:
+        if (pValue) m_dwYuvMatrix.store(*static_cast<const MDWord *>(pValue), std::memory_order_relaxed);
+        break;
     case ZT5_CFG_DISPLAY_FONT_PATH:
     case ZT5_CFG_DISPLAY_FACE_INFO:
     case ZT5_CFG_DISPLAY_FACE_MUTEX:

@@ -169,6 +169,7 @@ private:
     std::atomic<MWindowHandle> m_hNativeWindow{0};
     std::atomic<MDWord> m_dwBackColor{0};
     std::atomic<bool> m_bHaveBackColor{false};
+    std::atomic<MDWord> m_dwYuvMatrix{0}; // ZT5_CFG_DISPLAY_YUV_MATRIX word
 
     std::atomic<uint64_t> m_qwDraws{0};
     std::atomic<uint64_t> m_qwUploadNs{0};

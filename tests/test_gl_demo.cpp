@@ -78,3 +78,107 @@ TEST(DemoHost, HeadlessRunWritesOneSnapshotPerDefaultModeAndRefusesBadArguments)
     }
     EXPECT_NE(out.find("/nonexistent.yuv"), std::string::npos) << out;
 }
+
+// ------------------------------------------------------------ video files
+
+namespace {
+
+// The clips of the video tests, written once by the demo host itself from
+// the built-in scene (no video file lives in the repository).
+struct SceneClips {
+    std::string h264, odd, cut, text;
+    std::string error; // why they couldn't be made
+};
+
+const SceneClips &Clips()
+{
+    static const SceneClips clips = [] {
+        SceneClips c;
+        const std::string dir = OutputDir() + "/clips";
+        std::system(("mkdir -p '" + dir + "'").c_str());
+        c.h264 = dir + "/scene.mp4";
+        c.odd = dir + "/odd.mkv";
+        c.cut = dir + "/cut.mp4";
+        c.text = dir + "/notes.txt";
+        // Three seconds of H.264, BT.601 video range; an odd size in a
+        // lossless codec.
+        for (const std::string &args : {"--write-clip '" + c.h264 + "' --size 640x360 --frames 90",
+                                        "--write-clip '" + c.odd + "' --codec ffv1 --size 321x181 --frames 10"}) {
+            std::string out;
+            if (RunDemo(args, &out) != 0) c.error += args + ":\n" + out;
+        }
+        // The first half of the H.264 clip: its index promises three seconds.
+        std::system(("head -c $(( $(stat -c %s '" + c.h264 + "') / 2 )) '" + c.h264 + "' > '" + c.cut + "'").c_str());
+        std::system(("echo 'Panoview notes: not a video' > '" + c.text + "'").c_str());
+        return c;
+    }();
+    return clips;
+}
+
+} // namespace
+
+// Decoded pictures reach the display as planar 4:2:0 with padded strides
+// (as decoded), as semi-planar NV12, and at an odd size; each shows the
+// scene's sectors in their colours where the lens puts them.
+TEST(DemoHost, VideoFilesShowTheSceneInEveryLayout)
+{
+    const SceneClips &clips = Clips();
+    ASSERT_TRUE(clips.error.empty()) << clips.error;
+    struct Case {
+        std::string clip, args;
+        int width, height; // of the clip
+    } cases[] = {
+        {clips.h264, "--format i420", 640, 360},
+        {clips.h264, "--format nv12", 640, 360},
+        {clips.odd, "", 321, 181},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.clip + " " + c.args);
+        const std::string png = OutputDir() + "/video_" + std::to_string(c.width) + "_" +
+                                (c.args.empty() ? std::string("decoded") : c.args.substr(9)) + ".png";
+        std::remove(png.c_str());
+        std::string out;
+        ASSERT_EQ(RunDemo("'" + c.clip + "' " + c.args + " --headless --frames 8 --mode 0 --window 640x360 --snapshot '" +
+                              png + "'",
+                          &out),
+                  0)
+            << out;
+        Image img;
+        ASSERT_TRUE(ReadPng(png, &img));
+        synthetic::LensFrame lens;
+        lens.width = c.width + (c.width & 1); // the clip writer paints the next even size
+        lens.height = c.height + (c.height & 1);
+        lens.cx = lens.width / 2;
+        lens.cy = lens.height / 2;
+        lens.radius = lens.height / 2;
+        const Rect pic = LetterboxRect(640, 360, lens.width, lens.height);
+        for (int k = 0; k < 8; k++) {
+            const double r = lens.radius * 42.0 / 90, a = (45.0 * k + 10.0) * 3.14159265358979 / 180;
+            const int x = pic.left + int((lens.cx + r * std::cos(a)) * pic.width() / lens.width);
+            const int y = pic.top + int((lens.cy - r * std::sin(a)) * pic.height() / lens.height);
+            EXPECT_LE(ColourDistance(img.At(x, y), Shown(synthetic::kSectorRgb[k])), 6) << "sector " << k;
+        }
+    }
+}
+
+// A file that doesn't exist, one that isn't video and a clip cut short each
+// end the demo host with one message naming the file and a non-zero exit
+// code (not a crash).
+TEST(DemoHost, BadVideoFilesEndTheHostWithAMessage)
+{
+    const SceneClips &clips = Clips();
+    ASSERT_TRUE(clips.error.empty()) << clips.error;
+    struct Case {
+        std::string file, says;
+    } cases[] = {
+        {OutputDir() + "/clips/missing.mp4", "No such file"},
+        {clips.text, "not a video"},
+        {clips.cut, "cut short"},
+    };
+    for (const Case &c : cases) {
+        std::string out;
+        EXPECT_EQ(RunDemo("'" + c.file + "' --headless --frames 200 --mode 0 --window 320x180", &out), 1) << out;
+        EXPECT_NE(out.find(c.file), std::string::npos) << out;
+        EXPECT_NE(out.find(c.says), std::string::npos) << out;
+    }
+}
