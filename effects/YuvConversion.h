@@ -31,6 +31,29 @@ static const YuvConversion kYuvLensCorrection = {
     {0.0f, -0.5f, -0.5f},
 };
 
+// The conversion for a ZT5_CFG_DISPLAY_YUV_MATRIX word: the matrix in the
+// low byte (0 BT.601, 1 BT.709, 2 BT.2020; others read as BT.601) and 0x100
+// for full-range samples. Word 0 gives kYuvBt601Video exactly.
+//
+// From the luma weights Kr, Kb (Kg = 1 - Kr - Kb): R = Y + 2(1 - Kr) V,
+// G = Y - 2 Kb (1 - Kb) / Kg U - 2 Kr (1 - Kr) / Kg V, B = Y + 2(1 - Kb) U,
+// with Y, U, V expanded from video range (luma x 255/219 after taking off
+// 16/255, chroma x 255/224) or taken as they are in full range.
+inline YuvConversion YuvConversionFor(unsigned int word)
+{
+    if (word == 0) return kYuvBt601Video;
+    static const float kWeights[3][2] = {{0.299f, 0.114f}, {0.2126f, 0.0722f}, {0.2627f, 0.0593f}};
+    const unsigned int m = (word & 0xff) < 3 ? (word & 0xff) : 0;
+    const bool bFull = (word & 0x100) != 0;
+    const float kr = kWeights[m][0], kb = kWeights[m][1], kg = 1.0f - kr - kb;
+    const float ly = bFull ? 1.0f : 255.0f / 219.0f;
+    const float cs = bFull ? 1.0f : 255.0f / 224.0f;
+    YuvConversion c = {{ly, ly, ly, 0.0f, -cs * 2.0f * kb * (1.0f - kb) / kg, cs * 2.0f * (1.0f - kb),
+                        cs * 2.0f * (1.0f - kr), -cs * 2.0f * kr * (1.0f - kr) / kg, 0.0f},
+                       {bFull ? 0.0f : -16.0f / 255.0f, -128.0f / 255.0f, -128.0f / 255.0f}};
+    return c;
+}
+
 // The samplers and the conversion; goes after the precision statement of a
 // fragment shader. yuvToRgb(p) is the colour of texture point p.
 #define GLSL_YUV_TO_RGB                                                              \

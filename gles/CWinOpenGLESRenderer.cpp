@@ -6,6 +6,7 @@
 
 #include "EffectFactory.h"
 #include "MLog.h"
+#include "YuvConversion.h"
 
 CZT5Mutex g_EglMutex;
 
@@ -363,6 +364,8 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
         MLong rect[4] = {0, 0, 0, 0};
         if (m_pDisplayContext)
             for (int i = 0; i < 4; i++) rect[i] = m_pDisplayContext->rectOpenglScale[i];
+        // The stream's colour description reaches whichever view draws.
+        pEffect->SetYuvConversion(YuvConversionFor(m_dwYuvMatrix.load(std::memory_order_relaxed)));
         pEffect->Render(rect, m_dwDisplayWidth, m_dwDisplayHeight, m_Width, m_Height, m_Textures, bIsNewScaleMode,
                         dwRotation);
         // Inertia decays here, one step a draw, and needs the draws to go on
