@@ -166,9 +166,13 @@ TEST(DemoHost, VideoFilesShowTheSceneInEveryLayout)
             const int y = pic.top + int((lens.cy - r * std::sin(a)) * pic.height() / lens.height);
             const int d = ColourDistance(img.At(x, y), Shown(synthetic::kSectorRgb[k]));
             worst = std::max(worst, d);
-            if (c.sceneColours) EXPECT_LE(d, 6) << "sector " << k;
+            if (c.sceneColours) {
+                EXPECT_LE(d, 6) << "sector " << k;
+            }
         }
-        if (!c.sceneColours) EXPECT_GT(worst, 8) << "the matrix word changes no colour";
+        if (!c.sceneColours) {
+            EXPECT_GT(worst, 8) << "the matrix word changes no colour";
+        }
     }
 }
 
