@@ -11,16 +11,10 @@ extern "C" {
 }
 
 #include "SyntheticScene.h"
+#include "VideoSource.h"
 #include "ZT5Config.h"
 
 namespace {
-
-std::string AvError(int code)
-{
-    char buf[AV_ERROR_MAX_STRING_SIZE] = {0};
-    av_strerror(code, buf, sizeof(buf));
-    return buf;
-}
 
 const AVCodec *FindEncoder(const std::string &name)
 {

@@ -16,14 +16,14 @@ extern "C" {
 
 #include "ZT5Config.h"
 
-namespace {
-
 std::string AvError(int code)
 {
     char buf[AV_ERROR_MAX_STRING_SIZE] = {0};
     av_strerror(code, buf, sizeof(buf));
     return buf;
 }
+
+namespace {
 
 std::string Seconds(double s)
 {

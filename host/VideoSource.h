@@ -41,4 +41,7 @@ private:
     std::unique_ptr<Impl> m;
 };
 
+// FFmpeg's text for an error code.
+std::string AvError(int code);
+
 #endif
