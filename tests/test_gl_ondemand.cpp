@@ -121,7 +121,6 @@ TEST_F(OnDemand, FramesFasterThanDrawsAreNotQueued)
     const ZT5RenderStats s1 = Stats();
     EXPECT_EQ(s1.dwNewestDrawn, s1.dwFramesPosted) << "the newest frame is not the one shown";
     EXPECT_LT(s1.dwFramesDrawn - s0.dwFramesDrawn, 300u) << "every frame was drawn: frames queue";
-    EXPECT_LE(s1.dwDraws - s0.dwDraws, s1.dwFramesDrawn - s0.dwFramesDrawn + 2);
 }
 
 // A stream that turns keeps the viewer's state: a cruise stopped with a touch
