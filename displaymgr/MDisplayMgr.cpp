@@ -169,6 +169,7 @@ static void FeedRenderObject(DisplayContext *c)
     r->setConfig(ZT5_CFG_DISPLAY_MAX_SCALE, &c->dwDisplayMaxScale);
     r->setConfig(ZT5_CFG_DISPLAY_DISTORTION_PARAM, c->pDistortionParam);
     r->setConfig(ZT5_CFG_PLUGINMGR_HDL, reinterpret_cast<void *>(c->hNativeWindow));
+    c->overlay.Replay([r](MDWord id, void *p) { r->setConfig(id, p); });
 }
 
 MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect, const ZT5Rect *pRect2)

@@ -507,13 +507,9 @@ TEST_F(DisplayMgr, NullParamIsRefusedForEveryIdAndUnknownIdsAreRefused)
     EXPECT_EQ(MDisplayMgrSetParam(nullptr, ZT5_CFG_DISPLAY_STATUS, &v, 4), ZT5_ERR_INVALID_PARAM);
     EXPECT_EQ(MDisplayMgrGetParam(nullptr, ZT5_CFG_DISPLAY_USE_OPENGLES, &v, 4), ZT5_ERR_INVALID_PARAM);
 
-    // Ids the front end sends regardless, and the overlay ids: refused, stored nowhere.
-    const MDWord refused[] = {M_DISPLAY_PARAM_FULLSCREEN,     M_DISPLAY_PARAM_ADJUST,
-                              ZT5_CFG_DISPLAY_OPENGL_SCALE_RECT, ZT5_CFG_DISPLAY_MULTI_DISPLAY,
-                              ZT5_CFG_DISPLAY_FONT_PATH,      ZT5_CFG_DISPLAY_FACE_INFO,
-                              ZT5_CFG_DISPLAY_FACE_MUTEX,     ZT5_CFG_DISPLAY_FACE_OPTION,
-                              ZT5_CFG_DISPLAY_BACK_COLOR,     ZT5_CFG_DISPLAY_LOGO_DATA,
-                              ZT5_CFG_CODEC_HINT};
+    // Ids the front end sends regardless: refused, stored nowhere.
+    const MDWord refused[] = {M_DISPLAY_PARAM_FULLSCREEN, M_DISPLAY_PARAM_ADJUST, ZT5_CFG_DISPLAY_OPENGL_SCALE_RECT,
+                              ZT5_CFG_DISPLAY_MULTI_DISPLAY, ZT5_CFG_CODEC_HINT};
     unsigned char payload[64] = {1};
     for (MDWord id : refused) EXPECT_EQ(MDisplayMgrSetParam(h, id, payload, 4), 3) << std::hex << id;
     EXPECT_EQ(MDisplayMgrGetParam(h, ZT5_CFG_DISPLAY_FISHEYE_MODE, payload, 4), 3);

@@ -306,9 +306,7 @@ TEST_F(Frontend, InitReplaysRememberedParametersInOrder)
         {ZT5_CFG_DISPLAY_SCALE_RATIO, 4, nullptr},
         {ZT5_CFG_DISPLAY_MAX_SCALE, 4, nullptr},
         {ZT5_CFG_DISPLAY_DISTORTION_PARAM, 4, &dist},
-        {ZT5_CFG_DISPLAY_FONT_PATH, 4, font},
-        {ZT5_CFG_DISPLAY_FACE_OPTION, 4, nullptr},
-        {ZT5_CFG_DISPLAY_BACK_COLOR, 4, nullptr},
+        {ZT5_CFG_DISPLAY_FONT_PATH, 4, nullptr},
         {ZT5_CFG_DISPLAY_LOGO_DATA, 24, nullptr},
     };
     ASSERT_EQ(sets.size(), sizeof(want) / sizeof(want[0]));
@@ -330,12 +328,14 @@ TEST_F(Frontend, InitReplaysRememberedParametersInOrder)
     const ZT5TouchPinch *pp = static_cast<const ZT5TouchPinch *>(sets[6].call.pValue);
     EXPECT_EQ(pp->zoomRate, 1.5f);
     EXPECT_EQ(pp->pCenter, pinchCentre);
-    // The logo is a copy of our own: the host's bytes may go away.
-    const ZT5VideoLogo *pl = static_cast<const ZT5VideoLogo *>(sets[29].call.pValue);
+    // Font path and logo are copies of our own: the host's bytes may go away.
+    EXPECT_NE(sets[26].call.pValue, (void *)font);
+    EXPECT_STREQ(static_cast<const char *>(sets[26].call.pValue), font);
+    const ZT5VideoLogo *pl = static_cast<const ZT5VideoLogo *>(sets[27].call.pValue);
     EXPECT_NE(pl->pData, (void *)logoBytes);
     EXPECT_EQ(pl->dwDataSize, sizeof(logoBytes));
     EXPECT_EQ(std::memcmp(pl->pData, logoBytes, sizeof(logoBytes)), 0);
-    EXPECT_EQ(pl->fRight, 0.3f);
+    EXPECT_EQ(pl->fWidth, 0.3f);
 
     // A gesture after Init is passed on, and only to the current handle.
     j.Clear();
