@@ -216,6 +216,7 @@ void CommonEffect::Uninitialize()
     }
     RotTranMatrix::Destroy(mpRotTranMatrix);
     mpRotTranMatrix = nullptr;
+    m_Overlay.Release();
     m_nInit.store(0, std::memory_order_relaxed);
 }
 
@@ -480,8 +481,10 @@ void CommonEffect::DrawFrame(const GLuint *pTextures, MDWord dwRotation)
     glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
     glActiveTexture(GL_TEXTURE0);
 
-    // Logo and face overlays are drawn here with mMVPMatrix once the
-    // overlay code exists.
+    // Logo and faces, with the picture's matrix: they zoom and pan with it.
+    PlainOverlay::Frame overlay = {m->mMVPMatrix, kTexCoord[rot], nVideoWidth, nVideoHeight, m_fPictureRatio,
+                                   bDistort, m_fFrustumX, m_fFrustumY, fWndRatio};
+    m_Overlay.Draw(overlay);
 
     m->popMatrix();
 }
@@ -565,6 +568,7 @@ void CommonEffect::OnDoubleClick(float x, float y)
 
 MRESULT CommonEffect::setConfig(MDWord dwID, void *pValue)
 {
+    if (m_Overlay.SetConfig(dwID, pValue)) return 0;
     switch (dwID) {
     case ZT5_CFG_DISPLAY_FRAMEINFO:
         if (pValue) {

@@ -7,6 +7,7 @@
 #include <atomic>
 
 #include "GlesRenderEffect.h"
+#include "PlainOverlay.h"
 
 class CommonEffect : public GlesRenderEffect {
 public:
@@ -112,6 +113,7 @@ private:
     // projection was made for; another one needs a new letterbox.
     MLong m_lProjPictureWidth = 0;
     MLong m_lProjPictureHeight = 0;
+    PlainOverlay m_Overlay{m_sTextureInfo}; // logo, built-in mark, faces
 };
 
 #endif

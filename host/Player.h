@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "FaceDemo.h"
 #include "FrameSource.h"
 #include "Options.h"
 #include "PanoviewHost.h"
@@ -26,6 +27,7 @@ private:
     bool Setup();
     bool OpenSource();
     void SendStartParameters();
+    void SendLogo();
     void SetMode(int mode);
     // Plays `frames` frames (or until quit when negative). False on quit.
     bool PlayFrames(long frames);
@@ -69,6 +71,8 @@ private:
     FECurrentStatusData m_restoreState = {};
     bool m_haveSavedState = false;
     uint32_t m_cruise = 0;
+    FaceDemo m_faces;
+    ZT5VideoLogo m_logo = {};
 
     // Drag state.
     bool m_dragging = false;
