@@ -58,7 +58,7 @@ TEST(FuzzParams, RandomParametersAndFramesStayInBounds)
     float floats[4] = {1, 2, 3, 4};
     float centre[2] = {0.5f, 0.5f};
     ZT5UICallbackRecord ui = {nullptr, NoopUI, nullptr, {}, {}};
-    uint8_t logoBytes[256];
+    alignas(8) uint8_t logoBytes[256];
     const size_t kAgentSide = 1024;
     std::vector<uint8_t> agentMem(kAgentSide * kAgentSide * 4 * 2);
     ZT5SharedMemAgent agent = {};
@@ -187,6 +187,13 @@ TEST(FuzzParams, RandomParametersAndFramesStayInBounds)
             ZT5VideoLogo logo = {logoBytes, 0, 0, 1, 1, rnd(sizeof(logoBytes) + 1)};
             if (rnd(5) == 0) logo.pData = nullptr;
             memcpy(payload, &logo, sizeof(logo));
+            break;
+        }
+        case ZT5_CFG_DISPLAY_FACE_LIST: {
+            // Random records (names without their NUL among them) behind a real pointer.
+            ZT5FaceList list = {rnd(60), uint32_t(rng()), rnd(8) ? reinterpret_cast<ZT5FaceRect *>(logoBytes) : nullptr};
+            if (list.pFaces) list.dwCount = rnd(5);
+            memcpy(payload, &list, sizeof(list));
             break;
         }
         case ZT5_CFG_CODEC_FRAME_CALLBACK: {
