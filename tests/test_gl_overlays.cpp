@@ -308,6 +308,13 @@ TEST_F(Overlays, BadFaceListsAreRefusedAndChangeNothing)
     EXPECT_EQ(Count(shot, all, IsGreen), drawn);
     EXPECT_EQ(Count(shot, all, IsRed), 0);
 
+    // Another window: the renderer is made anew, and the list is still there.
+    XTestWindow other(640, 360);
+    ASSERT_TRUE(other.ok()) << other.error();
+    ASSERT_EQ(display->SetWindow(other.id(), 640, 360), ZT5_OK);
+    EXPECT_TRUE(display->PushUntil(frame, [&](const RgbaImage &img) { return Count(img, all, IsGreen) == drawn; },
+                                   &shot));
+
     ASSERT_EQ(SetFaces({}), ZT5_OK);
     shot = Settle(frame);
     EXPECT_EQ(Count(shot, all, IsGreen), 0);
