@@ -39,7 +39,11 @@ bool VideoLogo::Create()
     m_uMVPMatrix = glGetUniformLocation(m_Program.id(), "uMVPMatrix");
     m_uTexture = glGetUniformLocation(m_Program.id(), "uTexture");
     m_Texture = GlTexture::Create();
-    return bool(m_Texture);
+    if (m_aPosition < 0 || m_aTexCoor < 0 || !m_Texture) {
+        m_Program.reset();
+        return false;
+    }
+    return true;
 }
 
 bool VideoLogo::Upload(const unsigned char *pixels, MLong width, MLong height, GLenum format, MDWord state)

@@ -278,7 +278,9 @@ TEST_F(Overlays, BadFaceListsAreRefusedAndChangeNothing)
     Open(640, 360);
     if (HasFatalFailure()) return;
     I420Frame frame = MakeSolidFrame(640, 360, kGrey);
-    display->SetU32(ZT5_CFG_DISPLAY_FACE_OPTION, 1);
+    // A font FreeType can't read (a directory): rectangles, no labels.
+    display->Set(ZT5_CFG_DISPLAY_FONT_PATH, const_cast<char *>(OutputDir().c_str()));
+    display->SetU32(ZT5_CFG_DISPLAY_FACE_OPTION, 15);
     ZT5FaceRect unterminated = Face(1, 0, 100, 100, 60);
     std::memset(unterminated.name, 'a', sizeof(unterminated.name));
     std::vector<ZT5FaceRect> tooMany(51, Face(1, 0, 100, 100, 60));
@@ -303,6 +305,7 @@ TEST_F(Overlays, BadFaceListsAreRefusedAndChangeNothing)
     shot = Settle(frame);
     const long drawn = Count(shot, all, IsGreen);
     EXPECT_GT(drawn, 200);
+    EXPECT_EQ(Count(shot, Rect{400, 0, 640, 360}, IsGreen), 0) << "a label without a usable font";
     refuseAll();
     shot = Settle(frame);
     EXPECT_EQ(Count(shot, all, IsGreen), drawn);
