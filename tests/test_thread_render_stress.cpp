@@ -15,6 +15,8 @@
 
 #include "GlTestWindow.h"
 #include "ZT5Config.h"
+#include "ZT5Mutex.h"
+#include "ZT5Records.h"
 
 using namespace gltest;
 
@@ -87,7 +89,7 @@ TEST(ThreadRenderStress, PostsModeSwitchesSnapshotsAndGesturesNeverDeadlock)
 
     std::atomic<int> postedA{0}, postedB{0}, snapshots{0}, badAlpha{0}, badSize{0};
     std::vector<uint8_t> *bufferA = nullptr, *bufferB = nullptr;
-    Watchdog dog(6);
+    Watchdog dog(7);
     std::vector<std::thread> threads;
     threads.emplace_back([&] {
         PosterLoop(&a, 600, &postedA, &bufferA);
@@ -129,6 +131,35 @@ TEST(ThreadRenderStress, PostsModeSwitchesSnapshotsAndGesturesNeverDeadlock)
     };
     threads.emplace_back([&] { snapshotter(&a, 80); });
     threads.emplace_back([&] { snapshotter(&b, 60); });
+    // Overlay settings while the plain view draws them: faces that move,
+    // names the host changes under its mutex, colours, font and logo.
+    CZT5Mutex namesMutex;
+    ZT5FaceInfoEntry names[1] = {};
+    ZT5FaceInfoList nameList = {names, 1};
+    a.Set(ZT5_CFG_DISPLAY_FACE_MUTEX, &namesMutex);
+    a.Set(ZT5_CFG_DISPLAY_FACE_INFO, &nameList);
+    threads.emplace_back([&] {
+        for (int i = 0; i < 400; i++) {
+            ZT5FaceRect faces[2] = {{1, 0, 30, 20 + i % 40, 40, 50, 50, "x"}, {2, 1, 40, 150, 100, 40, 40, ""}};
+            ZT5FaceList list = {uint32_t(i % 3), uint32_t(i), faces};
+            a.Set(ZT5_CFG_DISPLAY_FACE_LIST, &list);
+            a.SetU32(ZT5_CFG_DISPLAY_FACE_OPTION, uint32_t(i % 16));
+            a.SetU32(ZT5_CFG_DISPLAY_BACK_COLOR, uint32_t(i * 0x010203));
+            namesMutex.Lock();
+            names[0].dwImageID = uint32_t(i % 3);
+            std::snprintf(names[0].name, sizeof(names[0].name), "n%d", i);
+            namesMutex.Unlock();
+            if (i % 100 == 0) {
+                char font[] = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
+                a.Set(ZT5_CFG_DISPLAY_FONT_PATH, font);
+                char logoName[] = "/nonexistent/logo.bmp";
+                ZT5VideoLogo logo = {logoName, 0, 0, 0.5f, 0.5f, uint32_t(sizeof(logoName))};
+                a.Set(ZT5_CFG_DISPLAY_LOGO_DATA, &logo);
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        dog.Done();
+    });
     threads.emplace_back([&] {
         for (int i = 0; i < 400; i++) {
             float move[4] = {10.0f + i % 50, 20.0f, 12.0f + i % 50, 25.0f};
