@@ -20,7 +20,7 @@
 #include <memory>
 #include <vector>
 
-#include "FisheyeGl.h"
+#include "BenchGlContext.h"
 #include "EffectFactory.h"
 
 namespace {
@@ -88,7 +88,7 @@ int main(int argc, char **argv)
 {
     double seconds = argc > 1 ? std::atof(argv[1]) : 3.0;
     if (!(seconds > 0.0)) seconds = 3.0;
-    fisheyegl::GlContext context(kW, kH);
+    BenchGlContext context(kW, kH);
     if (!context.ok()) {
         std::fprintf(stderr, "bench_fisheye: no EGL context\n");
         return 1;

@@ -1,5 +1,5 @@
-// The record behind a display handle, and the internal steps of a blit that
-// tests drive one at a time.
+// The record behind a display handle, and the two steps of a blit that live
+// in the frame copy's file. Private to the display manager.
 #ifndef PANOVIEW_DISPLAYCONTEXT_H
 #define PANOVIEW_DISPLAYCONTEXT_H
 
@@ -18,7 +18,7 @@ struct DisplayContext {
     MDWord bShowIt = 1;                   // 0: blits do nothing
     MDWord bContinueBuf = 0;              // handed to init; a change forces a new init pass
     MDWord bUseOpenGles = 0;              // 0: blits do nothing and succeed
-    MDWord bFishEye = 0;                  // m_lFishEyeMode != 0
+    MDWord bFishEye = 0;                  // the view of m_lFishEyeMode takes the lens box, not the frame
     MLong m_lFishEyeMode = 0;
 
     unsigned char *pYUVBuffer = nullptr; // host's buffer for frames handed back; not owned
@@ -56,19 +56,12 @@ struct DisplayContext {
     void *pDistortionParam = nullptr; // not owned
     MWindowHandle hNativeWindow = 0;   // window the EGL surface is made on
     COverlaySettings overlay;          // font, faces, background colour, logo
+    MDWord dwYuvMatrix = 0;            // ZT5_CFG_DISPLAY_YUV_MATRIX word; 0 is the render object's default
 
     // Strides of the planes of the current blit. A stride shorter than a
     // tightly packed row (or 0) means tightly packed.
     MLong lSrcStrides[3] = {0, 0, 0};
 };
-
-// Makes (if needed), feeds and starts the render object. Result 0 when the
-// render object is up, else the error it reported.
-MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect, const ZT5Rect *pRect2);
-
-// Copies the frame (host buffer road, or crop into pCropBuffer) and posts it
-// to the render object.
-MRESULT SoftwareYUVRender(DisplayContext *pContext, unsigned char **planes, MLong *strides, const ZT5Rect *pRect);
 
 // Host buffer road: 0 when the frame went to (or was meant for) the host's
 // buffer and must not be drawn, 4 when that road is not in use.
@@ -77,11 +70,5 @@ MRESULT CallbackFEYUVData(DisplayContext *pContext, unsigned char **planes);
 // Brings the frame (whole, lens square or align crop) into pCropBuffer.
 // 0, 2 for a null context, 3 when no buffer can be had.
 MRESULT CropFishEyeData(DisplayContext *pContext, unsigned char **planes);
-
-// Copies the region (x, y, width, height) of a tightly packed planar 4:2:0
-// frame of srcWidth x srcHeight into dst, tightly packed. A region equal to
-// the whole frame is left to the caller's block copy.
-void FishEyeCropYUVData(unsigned char **planes, MDWord srcWidth, MDWord srcHeight, MDWord x, MDWord y,
-                        MDWord width, MDWord height, unsigned char *dst);
 
 #endif

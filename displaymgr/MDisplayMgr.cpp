@@ -120,6 +120,10 @@ MRESULT MDisplayMgrEraseRectEx(MWindowHandle hWnd, const ZT5Rect *prtErase, MDWo
 
 // ------------------------------------------------------------------ blit
 
+static MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect, const ZT5Rect *pRect2);
+static MRESULT SoftwareYUVRender(DisplayContext *pContext, unsigned char **planes, MLong *strides,
+                                 const ZT5Rect *pRect);
+
 static bool NoPlane(unsigned char **planes)
 {
     return !planes || (!planes[0] && !planes[1] && !planes[2]);
@@ -170,9 +174,13 @@ static void FeedRenderObject(DisplayContext *c)
     r->setConfig(ZT5_CFG_DISPLAY_DISTORTION_PARAM, c->pDistortionParam);
     r->setConfig(ZT5_CFG_PLUGINMGR_HDL, reinterpret_cast<void *>(c->hNativeWindow));
     c->overlay.Replay([r](MDWord id, void *p) { r->setConfig(id, p); });
+    // A new render object converts with the default until told otherwise.
+    if (c->dwYuvMatrix != 0) r->setConfig(ZT5_CFG_DISPLAY_YUV_MATRIX, &c->dwYuvMatrix);
 }
 
-MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect, const ZT5Rect *pRect2)
+// Makes (if needed), feeds and starts the render object. 0 when it is up,
+// else the error it reported.
+static MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect, const ZT5Rect *pRect2)
 {
     if (!pContext) {
         MLogInfo("[%s]InitOpenglRenderer, ZT5_ERR_INVALID_PARAM.\r\n", MLOG_TAG);
@@ -190,7 +198,7 @@ MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect, const
             FeedRenderObject(pContext);
 
             MLong lWidth = lSrcWidth, lHeight = lSrcHeight;
-            if (pContext->m_lFishEyeMode >= 1) {
+            if (pContext->bFishEye) {
                 lWidth = (MLong)pContext->dwFEWidth;
                 lHeight = (MLong)pContext->dwFEHeight;
                 MLogInfo("[%s]InitOpenglRenderer Opengl fisheye rendererdw, SrcWidth = %d, dwSrcHeight = %d, "
@@ -231,10 +239,14 @@ MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect, const
 
 static bool IsDrawnColourSpace(MDWord dwCSType)
 {
-    return dwCSType == ZT5_CS_PACKED2 || dwCSType == ZT5_CS_I420 || dwCSType == ZT5_CS_SEMIPLANAR_A;
+    return dwCSType == ZT5_CS_PACKED2 || dwCSType == ZT5_CS_I420 || dwCSType == ZT5_CS_SEMIPLANAR_A ||
+           dwCSType == ZT5_CS_NV12;
 }
 
-MRESULT SoftwareYUVRender(DisplayContext *pContext, unsigned char **planes, MLong *strides, const ZT5Rect *pRect)
+// Copies the frame (host buffer road, or crop into pCropBuffer) and posts it
+// to the render object.
+static MRESULT SoftwareYUVRender(DisplayContext *pContext, unsigned char **planes, MLong *strides,
+                                 const ZT5Rect *pRect)
 {
     if (!pContext) {
         MLogInfo("[%s]SoftwareYUVRender, ZT5_ERR_INVALID_PARAM.\r\n", MLOG_TAG);

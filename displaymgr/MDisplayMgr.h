@@ -51,7 +51,8 @@ public:
 };
 
 // Makes the render object of a display; the default makes a
-// CWinOpenGLDisplay. Tests install a recording double.
+// CWinOpenGLDisplay. The benchmarks install a render object that draws
+// nothing, to time the frame road alone.
 typedef IZT5VideoRenderer *(*PFN_MDisplayMgrCreateRenderer)();
 void MDisplayMgrSetRendererFactory(PFN_MDisplayMgrCreateRenderer pfn);
 IZT5VideoRenderer *CreateWinOpenGLDisplay(); // defined by the OpenGL engine
@@ -70,6 +71,9 @@ MRESULT MDisplayMgrEraseRect(MWindowHandle hWnd, const ZT5Rect *prtErase, MDWord
 MRESULT MDisplayMgrEraseRectEx(MWindowHandle hWnd, const ZT5Rect *prtErase, MDWord dwColor, MDWord bFullScreen);
 MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MDWord dwSize);
 MRESULT MDisplayMgrGetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MDWord dwSize);
+// 1 when the view of a FishEyeMode takes a rectangle around the lens circle
+// (a circle wider than the picture is high), 0 when a square or the frame.
+MDWord MDisplayMgrLensBoxIsRectangle(MLong lFishEyeMode);
 MRESULT MDisplayMgrBlit(MDisplayHandle h, MDWord dwCSType, unsigned char **planes, MLong *strides,
                         const ZT5Rect *pRect, const ZT5Rect *pRect2, MDWord bSkipRender);
 

@@ -25,7 +25,8 @@ struct FrameSource {
 
 bool IsSemiPlanar(MDWord dwCSType)
 {
-    return dwCSType == ZT5_CS_SEMIPLANAR_A || dwCSType == ZT5_CS_SEMIPLANAR_B || dwCSType == ZT5_CS_SEMIPLANAR_C;
+    return dwCSType == ZT5_CS_SEMIPLANAR_A || dwCSType == ZT5_CS_SEMIPLANAR_B || dwCSType == ZT5_CS_SEMIPLANAR_C ||
+           dwCSType == ZT5_CS_NV12;
 }
 
 // Strides shorter than a tightly packed row (or absent) count as tightly
@@ -115,18 +116,6 @@ bool PlanesPresent(unsigned char *const *planes)
 const MDWord kMaxBufferBytes = 0xFFFFFFFFu;
 
 } // namespace
-
-void FishEyeCropYUVData(unsigned char **planes, MDWord srcWidth, MDWord srcHeight, MDWord x, MDWord y,
-                        MDWord width, MDWord height, unsigned char *dst)
-{
-    if (!dst || !PlanesPresent(planes)) {
-        MLogInfo("[%s]WinDisplay::FishEyeCropYUVData, src address error.\r\n", MLOG_TAG);
-        return;
-    }
-    if (x == 0 && y == 0 && width == srcWidth && height == srcHeight) return; // block copy is the caller's
-    if (!ClampRegion(srcWidth, srcHeight, x, y, width, height)) return;
-    CopyRegion(MakeSource(planes, srcWidth, srcHeight, 1, nullptr), x, y, width, height, dst);
-}
 
 MRESULT CallbackFEYUVData(DisplayContext *pContext, unsigned char **planes)
 {

@@ -5,6 +5,7 @@
 
 #include "DisplayContext.h"
 #include "MLog.h"
+#include "ViewTraits.h"
 
 static MDWord ReadWord(const void *p)
 {
@@ -125,7 +126,7 @@ MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
         }
         Forward(c, dwParamID, pParam);
         c->m_lFishEyeMode = (MLong)dwMode;
-        c->bFishEye = dwMode != 0;
+        c->bFishEye = GetViewTraits((MLong)dwMode).lensBox != LensBox::Whole;
         return 0;
     }
     case ZT5_CFG_DISPLAY_YUV_BUFFER:
@@ -211,6 +212,10 @@ MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
         c->pDistortionParam = pParam;
         Forward(c, dwParamID, pParam);
         return 0;
+    case ZT5_CFG_DISPLAY_YUV_MATRIX:
+        c->dwYuvMatrix = ReadWord(pParam);
+        Forward(c, dwParamID, &c->dwYuvMatrix);
+        return 0;
 
     case ZT5_CFG_CODEC_ALIGNINFO: {
         ZT5AlignInfo info;
@@ -257,4 +262,9 @@ MRESULT MDisplayMgrGetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
     default:
         return 3;
     }
+}
+
+MDWord MDisplayMgrLensBoxIsRectangle(MLong lFishEyeMode)
+{
+    return GetViewTraits(lFishEyeMode).lensBox == LensBox::Rectangle ? 1 : 0;
 }

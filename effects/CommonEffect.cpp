@@ -1,21 +1,27 @@
-#include "CommonEffect.h"
-
+// FishEyeMode 0, the plain view: the frame as a flat rectangle letterboxed
+// in the window, zoomable and pannable, with an optional lens distortion
+// correction in the fragment shader. Its projection follows the picture's
+// size and rotation, its gestures report the picture's edges, and its pan
+// and zoom are read-modify-written by gestures and draws alike without
+// losing either's change.
 #include <cmath>
+#include <new>
 
 #include "MLog.h"
-#include "ZT5Errors.h"
+#include "PlainOverlay.h"
+#include "ViewEffect.h"
 #include "ZT5Mutex.h"
 
 namespace {
 
-// Plain YUV program: video-range BT.601 expansion.
-const char kVertexShader[] = "attribute vec4 vPosition;\n"
-                             "attribute vec2 a_texCoord;\n"
+// Plain program: the picture as it is.
+const char kVertexShader[] = "attribute vec4 aPosition;\n"
+                             "attribute vec2 aTexCoor;\n"
                              "uniform mat4 uMVPMatrix;\n"
                              "varying vec2 tc;\n"
                              "void main() {\n"
-                             "  gl_Position = uMVPMatrix * vec4(vPosition.xyz, 1.0);\n"
-                             "  tc = a_texCoord;\n"
+                             "  gl_Position = uMVPMatrix * vec4(aPosition.xyz, 1.0);\n"
+                             "  tc = aTexCoor;\n"
                              "}\n";
 
 // Texture coordinates get the highest precision the fragment stage offers:
@@ -26,31 +32,20 @@ const char kFragmentShader[] = "precision mediump float;\n"
                                "varying highp vec2 tc;\n"
                                "#else\n"
                                "varying mediump vec2 tc;\n"
-                               "#endif\n"
-                               "uniform sampler2D SamplerY;\n"
-                               "uniform sampler2D SamplerU;\n"
-                               "uniform sampler2D SamplerV;\n"
+                               "#endif\n" GLSL_YUV_TO_RGB
                                "void main() {\n"
-                               "  mediump vec3 yuv;\n"
-                               "  lowp vec3 rgb;\n"
-                               "  yuv.x = 1.1643 * (texture2D(SamplerY, tc).r - 0.0625);\n"
-                               "  yuv.y = texture2D(SamplerU, tc).r - 0.5;\n"
-                               "  yuv.z = texture2D(SamplerV, tc).r - 0.5;\n"
-                               "  rgb.r = yuv.x + 1.5958 * yuv.z;\n"
-                               "  rgb.g = yuv.x - 0.39173 * yuv.y - 0.81290 * yuv.z;\n"
-                               "  rgb.b = yuv.x + 2.017 * yuv.y;\n"
-                               "  gl_FragColor = vec4(rgb, 1.0);\n"
+                               "  gl_FragColor = yuvToRgb(tc);\n"
                                "}\n";
 
-// Lens distortion correction: Brown-Conrady model in texture units, full
-// range colour matrix.
-const char kDistortVertexShader[] = "attribute vec4 a_position;\n"
-                                    "attribute vec2 a_texCoord;\n"
-                                    "uniform mat4 u_mapMatrix;\n"
+// Lens distortion correction: Brown-Conrady model in texture units. Its
+// colours come from kYuvLensCorrection.
+const char kDistortVertexShader[] = "attribute vec4 aPosition;\n"
+                                    "attribute vec2 aTexCoor;\n"
+                                    "uniform mat4 uMVPMatrix;\n"
                                     "varying vec2 v_texCoord;\n"
                                     "void main() {\n"
-                                    "  gl_Position = u_mapMatrix * a_position;\n"
-                                    "  v_texCoord = a_texCoord;\n"
+                                    "  gl_Position = uMVPMatrix * aPosition;\n"
+                                    "  v_texCoord = aTexCoor;\n"
                                     "}\n";
 
 const char kDistortFragmentShader[] =
@@ -59,10 +54,7 @@ const char kDistortFragmentShader[] =
     "#else\n"
     "precision mediump float;\n"
     "#endif\n"
-    "varying vec2 v_texCoord;\n"
-    "uniform sampler2D y_texture;\n"
-    "uniform sampler2D u_texture;\n"
-    "uniform sampler2D v_texture;\n"
+    "varying vec2 v_texCoord;\n" GLSL_YUV_TO_RGB
     "uniform float k1;\n"
     "uniform float k2;\n"
     "uniform float k3;\n"
@@ -88,18 +80,14 @@ const char kDistortFragmentShader[] =
     "    gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
     "    return;\n"
     "  }\n"
-    "  vec2 tc = vec2(x * u_texScaleX, y);\n"
-    "  float yy = texture2D(y_texture, tc).r;\n"
-    "  float u = texture2D(u_texture, tc).r - 0.5;\n"
-    "  float v = texture2D(v_texture, tc).r - 0.5;\n"
-    "  vec3 rgb = vec3(yy) + vec3(0.0, -0.39465, 2.03211) * u + vec3(1.13983, -0.58060, 0.0) * v;\n"
-    "  gl_FragColor = vec4(rgb, 1.0);\n"
+    "  gl_FragColor = yuvToRgb(vec2(x * u_texScaleX, y));\n"
     "}\n";
 
-const char *const kDistortNames[15] = {"k1", "k2", "k3", "p1", "p2", "fx", "fy", "ox", "oy", "a_position",
-                                       "a_texCoord", "u_mapMatrix", "y_texture", "u_texture", "v_texture"};
-enum { LOC_A_POSITION = 9, LOC_A_TEXCOORD = 10, LOC_U_MAPMATRIX = 11, LOC_Y_TEX = 12 };
+// The correction's coefficients, in the order of the host's table.
+const char *const kDistortNames[9] = {"k1", "k2", "k3", "p1", "p2", "fx", "fy", "ox", "oy"};
 
+// The picture's rectangle in model units: -1..1 both ways; the projection
+// makes it keep the picture's proportions.
 const float kVertices[12] = {-1.0f, -1.0f, 0.0f, 1.0f, -1.0f, 0.0f, -1.0f, 1.0f, 0.0f, 1.0f, 1.0f, 0.0f};
 
 // Picture coordinates of the four strip corners (bottom left, bottom right,
@@ -166,78 +154,139 @@ float ClampPan(float v, float limit)
     return v;
 }
 
+// Zoom change per step of the double tap's animation, and per pinch.
+const float kZoomStep = 0.06f;
+const double kPinchStep = 0.055;
+
+// a += delta without losing a concurrent writer's change; returns the
+// value stored. The result is kept finite and within a sane bound.
+float AddF(Relaxed<float> &a, double delta)
+{
+    float seen = a.load();
+    float next;
+    do {
+        next = Sane(double(seen) + delta, seen);
+    } while (!a.CompareExchange(seen, next));
+    return next;
+}
+
+// Replaces `seen` by `v` only if nobody stored another value since it was
+// read: a gesture landing meanwhile wins and is limited next draw.
+void ReplaceF(Relaxed<float> &a, float seen, float v)
+{
+    if (seen == v) return;
+    a.CompareExchange(seen, v);
+}
+
 // Edge codes reported when a drag pushes the pan against its limit.
 enum : MDWord { EDGE_NONE = 0, EDGE_TOP = 1, EDGE_LEFT = 2, EDGE_BOTTOM = 4, EDGE_RIGHT = 8 };
 
 } // namespace
 
-CommonEffect::CommonEffect()
-{
-    for (int i = 0; i < 12; i++) mVertices[i] = kVertices[i];
-    ResetTexCoords();
-}
+extern const ViewTraits kCommonEffectTraits = {LensBox::Whole, false, false, false, false};
 
-CommonEffect::~CommonEffect()
+class CommonEffect final : public ViewEffect {
+public:
+    CommonEffect() : ViewEffect("CommonEffect", kCommonEffectTraits)
+    {
+        ResetTexCoords();
+        FECurrentStatusData &d = m_FECurrentStatusData;
+        SaveFields({SavedField::Checked(mTransX, d.mTransX, 0.0f), SavedField::Checked(mTransY, d.mTransY, 0.0f),
+                    SavedField::Checked(mAnimalStepX, d.mAnimalStepX, 0.0f),
+                    SavedField::Checked(mAnimalStepY, d.mAnimalStepY, 0.0f),
+                    SavedField::Checked(mScaleRatio, d.mScaleRatio, 1.0f)});
+    }
+
+    // Gestures run on the host's thread while the render thread draws:
+    // they only store into the Relaxed camera members and make no GL call.
+    void OnTouchPinch(float fZoomRate, float fDX, float fDY) override;
+    MRESULT setConfig(MDWord dwID, void *pValue) override;
+    float GetScaleRatio() override;
+
+private:
+    MRESULT Build() override;
+    bool Ready(Frame &f) override;
+    void Project(MLong, MLong) override {} // Ready makes the letterbox
+    void StepCamera() override;
+    void Draw(const Frame &f) override;
+    bool Moving() const override { return startAnimal.load() == 1; }
+    void Drag(float x0, float y0, float x1, float y1) override;
+    void DoubleTap(float x, float y) override;
+
+    void MakeProjection(MLong nDisplayWidth, MLong nDisplayHeight, MLong nVideoWidth, MLong nPictureHeight,
+                        MDWord dwRotation);
+    void ApplyDistortionChange();
+    void ReportEdge(MDWord dwCode);
+    void ResetTexCoords();
+
+    ViewProgram m_Plain;   // the picture as it is
+    ViewProgram m_Distort; // with the lens correction, while a table is set
+    GLint m_lDistortLoc[9] = {}; // k1 k2 k3 p1 p2 fx fy ox oy
+    GLint m_lDistortTexScaleLoc = -1;
+    ViewMesh m_Quad;       // four vertices; texture coordinates follow rotation and crop
+    float m_fQuadTexCoord[8] = {};
+    RotTranMatrix m_Camera = {};
+    const float mProjectNear = 1.0f;
+    const float mProjectFar = 30.0f;
+
+    // Pan, zoom and the zoom animation: written by gestures and settings on
+    // the host's thread, read and stepped by the draw. Additions go through
+    // AddF so that two writers don't lose each other's step; each value
+    // stands alone and the draw's limits bring it back in range.
+    Relaxed<float> mTransY{0.0f};      // pan in y, model units
+    Relaxed<float> mTransX{0.0f};      // pan in x
+    Relaxed<float> mScaleRatio{1.0f};  // zoom factor
+    Relaxed<MDWord> startAnimal{0};    // a zoom animation runs
+    Relaxed<float> mMinScale{1.0f};    // lower zoom limit
+    Relaxed<float> mMaxScale{4.0f};    // upper zoom limit
+    Relaxed<MLong> mAnimalComSts{0};   // animation direction: 0 not begun, 1 in, -1 out
+    Relaxed<float> mMaxTransX{2.0f};   // pan limits, set at each draw
+    Relaxed<float> mMaxTransY{2.0f};
+    Relaxed<float> mAnimalStepX{0.0f}; // pan change per animation step
+    Relaxed<float> mAnimalStepY{0.0f};
+    // The camera as this frame's step and limits left it.
+    float m_fDrawTransX = 0.0f, m_fDrawTransY = 0.0f, m_fDrawScale = 1.0f;
+
+    std::atomic<ZT5UICallbackRecord *> m_pUICallback{nullptr};
+    std::atomic<ZT5DistortionParam *> m_pDistortionParam{nullptr};
+    float mTexCoord[4][8];
+    const double *mCurDistortTable = nullptr;
+    float m_fFrustumX = 1.0f;
+    float m_fFrustumY = 1.0f;
+    float m_fPictureRatio = 1.0f;
+    // Picture size (after rotation and the correction's height rule) the
+    // projection was made for; another one needs a new letterbox.
+    MLong m_lProjPictureWidth = 0;
+    MLong m_lProjPictureHeight = 0;
+    PlainOverlay m_Overlay{m_sTextureInfo}; // logo, built-in mark, faces
+};
+
+GlesRenderEffect *MakeCommonEffect(MDWord)
 {
-    // The video logo object belongs to the overlay code; none is made yet.
-    Uninitialize();
+    return new (std::nothrow) CommonEffect();
 }
 
 void CommonEffect::ResetTexCoords()
 {
-    for (int r = 0; r < 4; r++) {
-        for (int i = 0; i < 8; i++) {
-            mTexCoord[r][i] = kTexCoord[r][i];
-            mLogoTexCoord[r][i] = kTexCoord[r][i];
-        }
-    }
+    for (int r = 0; r < 4; r++)
+        for (int i = 0; i < 8; i++) mTexCoord[r][i] = kTexCoord[r][i];
 }
 
-MRESULT CommonEffect::Initialize(MDWord dwWidth, MDWord dwHeight)
+MRESULT CommonEffect::Build()
 {
-    m_width = MLong(dwWidth);
-    m_height = MLong(dwHeight);
-    mProgram = buildProgram(kVertexShader, kFragmentShader);
-    if (mProgram) muMVPMatrixHandle = glGetUniformLocation(mProgram, "uMVPMatrix");
-    SetEnableGLDepth(0);
+    m_Plain.Build(m_szViewName, kVertexShader, kFragmentShader);
+    const float *t = mTexCoord[0];
+    m_Quad.Upload(kVertices, t, 4, GL_TRIANGLE_STRIP, GL_DYNAMIC_DRAW);
+    for (int i = 0; i < 8; i++) m_fQuadTexCoord[i] = t[i];
     return 0;
-}
-
-void CommonEffect::Uninitialize()
-{
-    if (mProgram) {
-        glDeleteProgram(mProgram);
-        mProgram = 0;
-    }
-    mDefaultLogo = nullptr; // the built-in mark is not made by this view yet
-    if (mDistortProgram) {
-        glDeleteProgram(mDistortProgram);
-        mDistortProgram = 0;
-    }
-    RotTranMatrix::Destroy(mpRotTranMatrix);
-    mpRotTranMatrix = nullptr;
-    m_Overlay.Release();
-    m_nInit.store(0, std::memory_order_relaxed);
-}
-
-void CommonEffect::SetEnableGLDepth(unsigned char enable)
-{
-    if (enable)
-        glEnable(GL_DEPTH_TEST);
-    else
-        glDisable(GL_DEPTH_TEST);
 }
 
 // ------------------------------------------------------------------ draw
 
-void CommonEffect::Render(const MLong *prtRender, MLong nDisplayWidth, MLong nDisplayHeight, MLong lVideoWidth,
-                          MLong lVideoHeight, const GLuint *pTextures, MDWord bIsNewScaleMode, MDWord dwRotation)
+bool CommonEffect::Ready(Frame &f)
 {
-    (void)prtRender;
-    (void)bIsNewScaleMode;
-    nVideoWidth = lVideoWidth;
-    nVideoHeight = lVideoHeight;
-
+    const MLong nVideoWidth = f.videoWidth, nVideoHeight = f.videoHeight;
+    const MDWord dwRotation = f.dwRotation;
     // The corrected picture counts at 83% of its height in the aspect.
     ZT5DistortionParam *pParam = m_pDistortionParam.load(std::memory_order_relaxed);
     const bool bChangePending = pParam && pParam->pTable != mCurDistortTable;
@@ -245,35 +294,32 @@ void CommonEffect::Render(const MLong *prtRender, MLong nDisplayWidth, MLong nDi
     if (bChangePending) // a null table switches the correction off
         h = (pParam->dwCount == 13 && pParam->pTable) ? MLong(double(nVideoHeight) * 0.83) : nVideoHeight;
     else
-        h = mDistortProgram ? MLong(double(nVideoHeight) * 0.83) : nVideoHeight;
+        h = m_Distort ? MLong(double(nVideoHeight) * 0.83) : nVideoHeight;
 
     const bool bRotated = (dwRotation == 90 || dwRotation == 270);
     const MLong picW = bRotated ? h : nVideoWidth;
     const MLong picH = bRotated ? nVideoWidth : h;
-    const bool bWindowChanged = nDisplayWidth != m_dwDisplayWidth.load(std::memory_order_relaxed) ||
-                                nDisplayHeight != m_dwDisplayHeight.load(std::memory_order_relaxed);
+    const bool bWindowChanged = f.width != m_nWidth.load() || f.height != m_nHeight.load();
     const bool bPictureChanged = picW != m_lProjPictureWidth || picH != m_lProjPictureHeight;
-    if ((bWindowChanged || !m_nInit.load(std::memory_order_relaxed) || bChangePending || bPictureChanged) &&
-        nDisplayWidth != 0 && nDisplayHeight != 0)
-        MakeProjection(nDisplayWidth, nDisplayHeight, h, dwRotation);
+    if ((bWindowChanged || !m_nInit.load() || bChangePending || bPictureChanged) && f.width != 0 && f.height != 0)
+        MakeProjection(f.width, f.height, nVideoWidth, h, dwRotation);
 
-    if (!m_nInit.load(std::memory_order_relaxed)) {
-        MLogDebug("[%s] WallTwoView::Render m_nInit == false. ", MLOG_TAG);
-        return;
+    if (!m_nInit.load()) {
+        MLogDebug("[%s] %s::Render m_nInit == false. ", MLOG_TAG, m_szViewName);
+        return false;
     }
-    clearBackground();
-    glViewport(0, 0, m_dwDisplayWidth.load(std::memory_order_relaxed),
-               m_dwDisplayHeight.load(std::memory_order_relaxed));
-    DrawFrame(pTextures, dwRotation);
+    // The window the projection was made for: a size with a zero side
+    // keeps it.
+    f.viewportWidth = m_nWidth.load();
+    f.viewportHeight = m_nHeight.load();
+    return true;
 }
 
-void CommonEffect::MakeProjection(MLong nDisplayWidth, MLong nDisplayHeight, MLong nPictureHeight,
-                                  MDWord dwRotation)
+void CommonEffect::MakeProjection(MLong nDisplayWidth, MLong nDisplayHeight, MLong nVideoWidth,
+                                  MLong nPictureHeight, MDWord dwRotation)
 {
-    if (!mpRotTranMatrix) mpRotTranMatrix = RotTranMatrix::Create();
-    m_nInit.store(0, std::memory_order_relaxed);
-    if (!mpRotTranMatrix) return;
-    if (nDisplayWidth <= 10 || nDisplayHeight <= 10) {
+    m_nInit = 0;
+    if (nDisplayWidth <= kViewMinWindow || nDisplayHeight <= kViewMinWindow) {
         MLogDebug("[%s] CommonEffect::Render window too small %dx%d", MLOG_TAG, int(nDisplayWidth),
                   int(nDisplayHeight));
         return;
@@ -283,21 +329,20 @@ void CommonEffect::MakeProjection(MLong nDisplayWidth, MLong nDisplayHeight, MLo
     const MLong picH = bRotated ? nVideoWidth : nPictureHeight;
     if (picW <= 0 || picH <= 0) return; // no video size yet: nothing to fit
 
-    fWndRatio = float(nDisplayWidth) / float(nDisplayHeight);
+    mWndRatio = float(nDisplayWidth) / float(nDisplayHeight);
     m_fPictureRatio = float(picW) / float(picH);
     m_fFrustumX = 1.0f;
     m_fFrustumY = 1.0f;
-    if (fWndRatio <= m_fPictureRatio)
-        m_fFrustumY = m_fPictureRatio / fWndRatio; // bars above and below
+    if (mWndRatio <= m_fPictureRatio)
+        m_fFrustumY = m_fPictureRatio / mWndRatio; // bars above and below
     else
-        m_fFrustumX = fWndRatio / m_fPictureRatio; // bars left and right
-    mpRotTranMatrix->setProjectFrustum(-m_fFrustumX, m_fFrustumX, -m_fFrustumY, m_fFrustumY, mProjectNear,
-                                       mProjectFar);
-    m_dwDisplayWidth.store(nDisplayWidth, std::memory_order_relaxed);
-    m_dwDisplayHeight.store(nDisplayHeight, std::memory_order_relaxed);
+        m_fFrustumX = mWndRatio / m_fPictureRatio; // bars left and right
+    m_Camera.setProjectFrustum(-m_fFrustumX, m_fFrustumX, -m_fFrustumY, m_fFrustumY, mProjectNear, mProjectFar);
+    m_nWidth = nDisplayWidth;
+    m_nHeight = nDisplayHeight;
     m_lProjPictureWidth = picW;
     m_lProjPictureHeight = picH;
-    m_nInit.store(1, std::memory_order_relaxed);
+    m_nInit = 1;
 }
 
 void CommonEffect::ApplyDistortionChange()
@@ -312,22 +357,17 @@ void CommonEffect::ApplyDistortionChange()
 
     const double *t = mCurDistortTable;
     if (!t) {
-        if (mDistortProgram) glDeleteProgram(mDistortProgram);
-        mDistortProgram = 0;
-        mDefaultLogo = nullptr;
+        m_Distort.Release();
         return;
     }
-    if (!mDistortProgram) {
-        mDistortProgram = buildProgram(kDistortVertexShader, kDistortFragmentShader);
-        if (!mDistortProgram) return; // counts as applied: the plain program draws, no crop
-        for (int i = 0; i < 15; i++) {
-            m_lDistortLoc[i] = (i == LOC_A_POSITION || i == LOC_A_TEXCOORD)
-                                   ? glGetAttribLocation(mDistortProgram, kDistortNames[i])
-                                   : glGetUniformLocation(mDistortProgram, kDistortNames[i]);
-        }
-        m_lDistortTexScaleLoc = glGetUniformLocation(mDistortProgram, "u_texScaleX");
+    if (!m_Distort) {
+        m_Distort.Build(m_szViewName, kDistortVertexShader, kDistortFragmentShader);
+        if (!m_Distort) return; // counts as applied: the plain program draws, no crop
+        for (int i = 0; i < 9; i++)
+            m_lDistortLoc[i] = m_Distort.Uniform(m_szViewName, kDistortNames[i], kDistortNames[i]);
+        m_lDistortTexScaleLoc = m_Distort.Uniform(m_szViewName, "u_texScaleX", "u_texScaleX");
     }
-    glUseProgram(mDistortProgram);
+    m_Distort.Use();
     for (int i = 0; i < 9; i++) glUniform1f(m_lDistortLoc[i], float(t[i]));
 
     // Crop of the corrected picture: a left, d top, b bottom, c right.
@@ -343,150 +383,107 @@ void CommonEffect::ApplyDistortionChange()
     };
     for (int r = 0; r < 4; r++)
         for (int i = 0; i < 8; i++) mTexCoord[r][i] = crop[r][i];
-    // The built-in mark of a corrected picture is made here by the overlay
-    // code once it exists (mDefaultLogo).
+    // While a correction runs and no logo is loaded the overlay draws the
+    // built-in mark.
 }
 
-float CommonEffect::AddF(std::atomic<float> &a, double delta)
+// The zoom animation of the double tap, one step a draw, ahead of the
+// limits; then the limits. The values left are the ones drawn: a gesture
+// that lands after this is limited at the next draw.
+void CommonEffect::StepCamera()
 {
-    float seen = a.load(std::memory_order_relaxed);
-    float next;
-    do {
-        next = Sane(double(seen) + delta, seen);
-    } while (!a.compare_exchange_weak(seen, next, std::memory_order_relaxed));
-    return next;
-}
-
-void CommonEffect::ReplaceF(std::atomic<float> &a, float seen, float v)
-{
-    if (seen == v) return;
-    a.compare_exchange_strong(seen, v, std::memory_order_relaxed);
-}
-
-// The zoom animation of the double tap, one step a draw, ahead of the limits.
-void CommonEffect::Update_camposrot()
-{
-    if (startAnimal.load(std::memory_order_relaxed) != 1) return;
-    const float minScale = LoadF(mMinScale), maxScale = LoadF(mMaxScale);
-    MLong d = mAnimalComSts.load(std::memory_order_relaxed);
-    if (d == 0) {
-        const float scale = LoadF(mScaleRatio);
-        if (scale > minScale && scale <= maxScale) {
-            // Zoom out, taking the pan back to the centre with the same
-            // number of steps. The steps come from the pan as the limits
-            // will leave it: a drag since the last draw may have pushed it
-            // beyond, and a larger step would swing the picture past the
-            // centre.
-            d = -1;
-            const float limit = PanLimit(scale);
-            const double range = double(scale) - double(minScale);
-            StoreF(mAnimalStepX, Sane(ClampPan(LoadF(mTransX), limit) * double(mZoomStep) / range, 0.0f));
-            StoreF(mAnimalStepY, Sane(ClampPan(LoadF(mTransY), limit) * double(mZoomStep) / range, 0.0f));
-        } else if (scale <= minScale) {
-            d = 1; // zooming in doesn't pan
-            StoreF(mAnimalStepX, 0.0f);
-            StoreF(mAnimalStepY, 0.0f);
-        } else {
-            return; // above the limit: wait for the limits to bring it down
+    const float minScale = mMinScale.load(), maxScale = mMaxScale.load();
+    if (startAnimal.load() == 1) {
+        MLong d = mAnimalComSts.load();
+        bool bStep = true;
+        if (d == 0) {
+            const float scale = mScaleRatio.load();
+            if (scale > minScale && scale <= maxScale) {
+                // Zoom out, taking the pan back to the centre with the same
+                // number of steps. The steps come from the pan as the limits
+                // will leave it: a drag since the last draw may have pushed
+                // it beyond, and a larger step would swing the picture past
+                // the centre.
+                d = -1;
+                const float limit = PanLimit(scale);
+                const double range = double(scale) - double(minScale);
+                mAnimalStepX = Sane(ClampPan(mTransX.load(), limit) * double(kZoomStep) / range, 0.0f);
+                mAnimalStepY = Sane(ClampPan(mTransY.load(), limit) * double(kZoomStep) / range, 0.0f);
+            } else if (scale <= minScale) {
+                d = 1; // zooming in doesn't pan
+                mAnimalStepX = 0.0f;
+                mAnimalStepY = 0.0f;
+            } else {
+                bStep = false; // above the limit: wait for the limits to bring it down
+            }
+            if (bStep) mAnimalComSts = d;
         }
-        mAnimalComSts.store(d, std::memory_order_relaxed);
+        if (bStep) {
+            AddF(mTransX, double(mAnimalStepX.load()) * double(d));
+            const float scale = AddF(mScaleRatio, double(kZoomStep) * double(d));
+            AddF(mTransY, double(mAnimalStepY.load()) * double(d));
+            if ((d < 0 && scale <= minScale) || (d > 0 && scale >= maxScale)) {
+                mScaleRatio = d < 0 ? minScale : maxScale;
+                mAnimalComSts = 0;
+                startAnimal = 0;
+            }
+        }
     }
 
-    AddF(mTransX, double(LoadF(mAnimalStepX)) * double(d));
-    const float scale = AddF(mScaleRatio, double(mZoomStep) * double(d));
-    AddF(mTransY, double(LoadF(mAnimalStepY)) * double(d));
-
-    if ((d < 0 && scale <= minScale) || (d > 0 && scale >= maxScale)) {
-        StoreF(mScaleRatio, d < 0 ? minScale : maxScale);
-        mAnimalComSts.store(0, std::memory_order_relaxed);
-        startAnimal.store(0, std::memory_order_relaxed);
-    }
-}
-
-// Brings zoom and pan into range, once a draw. The values it returns are the
-// ones drawn: a gesture that lands after this is limited at the next draw.
-CommonEffect::Camera CommonEffect::ApplyLimits()
-{
-    const float minScale = LoadF(mMinScale), maxScale = LoadF(mMaxScale);
-    const float scale0 = LoadF(mScaleRatio);
+    const float scale0 = mScaleRatio.load();
     float scale = scale0;
     if (!(scale >= minScale)) scale = minScale; // NaN too
     if (scale > maxScale) scale = maxScale;
     ReplaceF(mScaleRatio, scale0, scale);
 
     const float limit = PanLimit(scale);
-    StoreF(mMaxTransX, limit);
-    StoreF(mMaxTransY, limit);
-    const float tx0 = LoadF(mTransX), ty0 = LoadF(mTransY);
+    mMaxTransX = limit;
+    mMaxTransY = limit;
+    const float tx0 = mTransX.load(), ty0 = mTransY.load();
     const float tx = ClampPan(tx0, limit), ty = ClampPan(ty0, limit);
     ReplaceF(mTransX, tx0, tx);
     ReplaceF(mTransY, ty0, ty);
-    return Camera{tx, ty, scale};
+    m_fDrawTransX = tx;
+    m_fDrawTransY = ty;
+    m_fDrawScale = scale;
 }
 
-void CommonEffect::DrawFrame(const GLuint *pTextures, MDWord dwRotation)
+void CommonEffect::Draw(const Frame &f)
 {
     ApplyDistortionChange();
-    const bool bDistort = mDistortProgram != 0;
-    const GLuint program = bDistort ? mDistortProgram : mProgram;
-    glUseProgram(program);
-
-    const GLint posLoc = bDistort ? m_lDistortLoc[LOC_A_POSITION] : glGetAttribLocation(mProgram, "vPosition");
-    if (posLoc >= 0) {
-        glVertexAttribPointer(GLuint(posLoc), 3, GL_FLOAT, GL_FALSE, 0, mVertices);
-        glEnableVertexAttribArray(GLuint(posLoc));
-    }
+    const bool bDistort = bool(m_Distort);
+    const ViewProgram &program = bDistort ? m_Distort : m_Plain;
 
     // Only the left part of each plane texture holds picture when the
     // renderer padded the rows.
-    const float uScale = PlaneTextureUScale(nVideoWidth);
-    const int rot = RotationIndex(dwRotation);
+    const float uScale = PlaneTextureUScale(f.videoWidth);
+    const int rot = RotationIndex(f.dwRotation);
     float texCoord[8];
     for (int i = 0; i < 8; i++) texCoord[i] = (bDistort || (i & 1)) ? mTexCoord[rot][i] : mTexCoord[rot][i] * uScale;
-    const GLint tcLoc = bDistort ? m_lDistortLoc[LOC_A_TEXCOORD] : glGetAttribLocation(mProgram, "a_texCoord");
-    if (tcLoc >= 0) {
-        glVertexAttribPointer(GLuint(tcLoc), 2, GL_FLOAT, GL_FALSE, 0, texCoord);
-        glEnableVertexAttribArray(GLuint(tcLoc));
-    }
-    if (bDistort && m_lDistortTexScaleLoc >= 0) glUniform1f(m_lDistortTexScaleLoc, uScale);
-
-    // Camera: the animation step, the limits, then the pan moves the eye
-    // and the zoom scales the model.
-    Update_camposrot();
-    const Camera cam = ApplyLimits();
-    RotTranMatrix *m = mpRotTranMatrix;
-    RotTranMatrix::identity(m->mCurrMatrix);
-    m->pushMatrix();
-    m->setLookAt(0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f);
-    RotTranMatrix::translate(m->mVMatrix, cam.fTransX, cam.fTransY, 0.0f);
-    m->scale(cam.fScale, cam.fScale, 1.0f);
-
-    GLint samplers[3];
-    if (bDistort) {
-        for (int i = 0; i < 3; i++) samplers[i] = m_lDistortLoc[LOC_Y_TEX + i];
-    } else {
-        samplers[0] = glGetUniformLocation(mProgram, "SamplerY");
-        samplers[1] = glGetUniformLocation(mProgram, "SamplerU");
-        samplers[2] = glGetUniformLocation(mProgram, "SamplerV");
+    // The buffer is written only when the coordinates change (a new
+    // rotation, picture width or correction).
+    if (MMemCmp(texCoord, m_fQuadTexCoord, sizeof(texCoord)) != 0) {
+        m_Quad.UpdateTexCoords(texCoord);
+        MMemCpy(m_fQuadTexCoord, texCoord, sizeof(texCoord));
     }
 
-    m->getFinalMatrix();
-    glUniformMatrix4fv(bDistort ? m_lDistortLoc[LOC_U_MAPMATRIX] : muMVPMatrixHandle, 1, GL_FALSE, m->mMVPMatrix);
-
-    for (int i = 0; i < 3; i++) {
-        glActiveTexture(GL_TEXTURE0 + GLenum(i));
-        glBindTexture(GL_TEXTURE_2D, pTextures ? pTextures[i] : 0);
-        glUniform1i(samplers[i], i);
-    }
-    glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
-    glActiveTexture(GL_TEXTURE0);
-
-    // Logo and faces, with the picture's matrix: they zoom and pan with it.
-    PlainOverlay::Frame overlay = {m->mMVPMatrix, kTexCoord[rot], nVideoWidth, nVideoHeight, m_fPictureRatio,
-                                   bDistort, m_fFrustumX, m_fFrustumY, fWndRatio};
+    // The pan moves the eye and the zoom scales the model.
+    auto camera = [&](RotTranMatrix &m) {
+        m.setLookAt(0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f);
+        RotTranMatrix::translate(m.mVMatrix, m_fDrawTransX, m_fDrawTransY, 0.0f);
+        m.scale(m_fDrawScale, m_fDrawScale, 1.0f);
+    };
+    auto uniforms = [&] {
+        if (bDistort && m_lDistortTexScaleLoc >= 0) glUniform1f(m_lDistortTexScaleLoc, uScale);
+    };
+    // The correction program keeps the numbers it has always drawn with.
+    DrawPass(m_Camera, camera, program, bDistort ? kYuvLensCorrection : m_YuvConversion, m_Quad, f.pTextures,
+             uniforms);
+    // Logo and faces, with the picture's matrix (DrawPass leaves it in the
+    // camera): they zoom and pan with the picture.
+    const PlainOverlay::Frame overlay = {m_Camera.mMVPMatrix, kTexCoord[rot], f.videoWidth, f.videoHeight,
+                                         m_fPictureRatio, bDistort, m_fFrustumX, m_fFrustumY, mWndRatio};
     m_Overlay.Draw(overlay);
-
-    m->popMatrix();
 }
 
 // -------------------------------------------------------------- gestures
@@ -494,23 +491,23 @@ void CommonEffect::DrawFrame(const GLuint *pTextures, MDWord dwRotation)
 // A drag pans; the picture follows the finger, by more model units a pixel
 // the larger the zoom. The pan is limited at the next draw, not here, so
 // that a drag against the limit is seen and reported as an edge.
-void CommonEffect::OnTouchMove(float x0, float y0, float x1, float y1)
+void CommonEffect::Drag(float x0, float y0, float x1, float y1)
 {
-    if (!m_nInit.load(std::memory_order_relaxed)) return;
+    if (!m_nInit.load()) return;
     const double dx = double(x1) - double(x0);
     const double dy = double(y1) - double(y0);
-    const double w = double(m_dwDisplayWidth.load(std::memory_order_relaxed));
-    const double h = double(m_dwDisplayHeight.load(std::memory_order_relaxed));
+    const double w = double(m_nWidth.load());
+    const double h = double(m_nHeight.load());
     // The current point must lie in the window (NaN fails here too).
     if (!(x1 > 0.0f && y1 > 0.0f && double(x1) <= w && double(y1) <= h)) return;
     if (!std::isfinite(dx) || !std::isfinite(dy)) return; // a NaN or infinite start point
 
-    const double unit = 0.001 * double(LoadF(mScaleRatio));
+    const double unit = 0.001 * double(mScaleRatio.load());
     const float ty = AddF(mTransY, -dy * unit);
     const float tx = AddF(mTransX, dx * unit);
-    if (std::fabs(dx) + std::fabs(dy) > 0.4) startAnimal.store(0, std::memory_order_relaxed);
+    if (std::fabs(dx) + std::fabs(dy) > 0.4) startAnimal = 0;
 
-    const float maxX = LoadF(mMaxTransX), maxY = LoadF(mMaxTransY);
+    const float maxX = mMaxTransX.load(), maxY = mMaxTransY.load();
     if (tx > -maxX && tx < maxX && ty > -maxY && ty < maxY) return;
 
     const double ax = std::fabs(dx), ay = std::fabs(dy);
@@ -544,24 +541,22 @@ void CommonEffect::ReportEdge(MDWord dwCode)
 
 // A pinch zooms in fixed steps: a rate above 1.0 in, any other out. The
 // centre movement isn't used. It stops a running zoom animation.
-void CommonEffect::OnTouchPinch(float fZoomRate, float fDX, float fDY)
+void CommonEffect::OnTouchPinch(float fZoomRate, float, float)
 {
-    (void)fDX;
-    (void)fDY;
-    if (!m_nInit.load(std::memory_order_relaxed)) return;
-    startAnimal.store(0, std::memory_order_relaxed);
-    AddF(mScaleRatio, fZoomRate > 1.0f ? 0.055 : -0.055);
+    if (!m_nInit.load()) return;
+    startAnimal = 0;
+    AddF(mScaleRatio, fZoomRate > 1.0f ? kPinchStep : -kPinchStep);
 }
 
 // A double tap in the window starts (or resumes) the zoom animation; where
 // it lands doesn't matter, the zoom centre stays where the pan is.
-void CommonEffect::OnDoubleClick(float x, float y)
+void CommonEffect::DoubleTap(float x, float y)
 {
-    if (!m_nInit.load(std::memory_order_relaxed)) return;
-    const double w = double(m_dwDisplayWidth.load(std::memory_order_relaxed));
-    const double h = double(m_dwDisplayHeight.load(std::memory_order_relaxed));
+    if (!m_nInit.load()) return;
+    const double w = double(m_nWidth.load());
+    const double h = double(m_nHeight.load());
     if (!(x >= 0.0f && y >= 0.0f && double(x) <= w && double(y) <= h)) return;
-    startAnimal.store(1, std::memory_order_relaxed);
+    startAnimal = 1;
 }
 
 // -------------------------------------------------------------- settings
@@ -570,13 +565,6 @@ MRESULT CommonEffect::setConfig(MDWord dwID, void *pValue)
 {
     if (m_Overlay.SetConfig(dwID, pValue)) return 0;
     switch (dwID) {
-    case ZT5_CFG_DISPLAY_FRAMEINFO:
-        if (pValue) {
-            const ZT5FrameInfo *pInfo = static_cast<const ZT5FrameInfo *>(pValue);
-            m_width = MLong(pInfo->dwWidth);
-            m_height = MLong(pInfo->dwHeight);
-        }
-        return 0;
     case ZT5_CFG_DISPLAY_DISTORTION_PARAM:
         if (pValue) m_pDistortionParam.store(static_cast<ZT5DistortionParam *>(pValue), std::memory_order_relaxed);
         return 0;
@@ -589,78 +577,28 @@ MRESULT CommonEffect::setConfig(MDWord dwID, void *pValue)
         if (!pValue) return 0;
         float v = *static_cast<const float *>(pValue);
         if (!std::isfinite(v)) return 0;
-        const float maxScale = LoadF(mMaxScale);
+        const float maxScale = mMaxScale.load();
         if (v > maxScale) v = maxScale;
         if (v < 1.0f) v = 1.0f;
-        StoreF(mScaleRatio, v);
+        mScaleRatio = v;
         return 0;
     }
     case ZT5_CFG_DISPLAY_MAX_SCALE: {
         if (!pValue) return 0;
         const float v = *static_cast<const float *>(pValue);
-        if (v > 0.0f && std::isfinite(v)) StoreF(mMaxScale, v < kValueBound ? v : kValueBound);
+        if (v > 0.0f && std::isfinite(v)) mMaxScale = v < kValueBound ? v : kValueBound;
         return 0;
     }
-    case ZT5_CFG_DISPLAY_FE_CURRENTSTATUS:
-        if (!pValue) return 0;
-        MMemCpy(&m_FECurrentStatusData, pValue, sizeof(m_FECurrentStatusData));
-        restoreCurrentStatus();
-        return 0;
     default:
-        return GlesRenderEffect::setConfig(dwID, pValue);
+        return ViewEffect::setConfig(dwID, pValue);
     }
-}
-
-// What this view keeps in the saved-state record: each live member, its
-// field of the record, and the value a restore puts in place of a NaN or
-// infinite field. Save and restore both run over this table, so a field
-// added to the view's saved state is one line here.
-const CommonEffect::SavedField *CommonEffect::SavedFields(size_t *pCount)
-{
-    static const SavedField kFields[] = {
-        {&CommonEffect::mTransX, &FECurrentStatusData::mTransX, 0.0f},
-        {&CommonEffect::mTransY, &FECurrentStatusData::mTransY, 0.0f},
-        {&CommonEffect::mAnimalStepX, &FECurrentStatusData::mAnimalStepX, 0.0f},
-        {&CommonEffect::mAnimalStepY, &FECurrentStatusData::mAnimalStepY, 0.0f},
-        {&CommonEffect::mScaleRatio, &FECurrentStatusData::mScaleRatio, 1.0f},
-    };
-    *pCount = sizeof(kFields) / sizeof(kFields[0]);
-    return kFields;
-}
-
-void CommonEffect::saveCurrentStatus()
-{
-    size_t n = 0;
-    const SavedField *f = SavedFields(&n);
-    for (size_t i = 0; i < n; i++) m_FECurrentStatusData.*(f[i].field) = LoadF(this->*(f[i].member));
-}
-
-// The record's values are taken as they come, with one guard: a field that
-// isn't a finite number (or is beyond any sane size) is replaced, since the
-// draw's limits can bring a large value back but not a NaN. The limits of
-// the next draw then apply as to any other value.
-void CommonEffect::restoreCurrentStatus()
-{
-    size_t n = 0;
-    const SavedField *f = SavedFields(&n);
-    for (size_t i = 0; i < n; i++)
-        StoreF(this->*(f[i].member), Sane(double(m_FECurrentStatusData.*(f[i].field)), f[i].fallback));
-}
-
-MRESULT CommonEffect::GetConfig(MDWord dwID, void *pValue)
-{
-    if (dwID != ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS) return 0;
-    if (!pValue) return ZT5_ERR_INVALID_PARAM;
-    saveCurrentStatus();
-    MMemCpy(pValue, &m_FECurrentStatusData, sizeof(m_FECurrentStatusData));
-    return 0;
 }
 
 float CommonEffect::GetScaleRatio()
 {
-    const float scale = LoadF(mScaleRatio);
+    const float scale = mScaleRatio.load();
     float v = scale;
-    const float maxScale = LoadF(mMaxScale);
+    const float maxScale = mMaxScale.load();
     if (v > maxScale) v = maxScale;
     if (!(v >= 1.0f)) v = 1.0f;
     MLogDebug("[%s] CommonEffect::GetScaleRatio() mScaleRatio:%f  return value :%f\r\n", MLOG_TAG, double(scale),

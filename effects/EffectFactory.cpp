@@ -2,28 +2,68 @@
 
 #include <new>
 
-#include "CommonEffect.h"
-#include "PlaceholderEffect.h"
-#include "fisheye/CylinderSide.h"
-#include "fisheye/HalfSphere.h"
+#include "ViewEffect.h"
+
+// The views, each in a file of its own.
+extern const ViewTraits kCommonEffectTraits;
+GlesRenderEffect *MakeCommonEffect(MDWord dwFEPlatform);
+extern const ViewTraits kHalfSphereTraits;
+GlesRenderEffect *MakeHalfSphere(MDWord dwFEPlatform);
+extern const ViewTraits kCylinderSideTraits;
+GlesRenderEffect *MakeCylinderSide(MDWord dwFEPlatform);
+
+namespace {
+
+// A view not built yet: it clears to the background colour, keeps a saved
+// state record as it comes, and has the traits the layers above already
+// rely on for its mode (the lens box, the depth test).
+class PlaceholderView final : public ViewEffect {
+public:
+    explicit PlaceholderView(const ViewTraits &traits) : ViewEffect("PlaceholderView", traits) {}
+
+private:
+    MRESULT Build() override { return 0; }
+    void Project(MLong, MLong) override {}
+    void StepCamera() override {}
+    void Draw(const Frame &) override {}
+};
+
+// Traits: lens box, depth test, background layers, opening animation, cruise.
+const ViewTraits kSquareTraits = {LensBox::Square, false, false, false, false};
+const ViewTraits kDepthTraits = {LensBox::Square, true, false, false, false};
+const ViewTraits kRectangleTraits = {LensBox::Rectangle, false, false, false, false};
+
+struct ViewEntry {
+    const ViewTraits *traits;
+    GlesRenderEffect *(*make)(MDWord dwFEPlatform); // null: a placeholder
+};
+
+const ViewEntry kViews[FISHEYE_MODE_MAX + 1] = {
+    {&kCommonEffectTraits, MakeCommonEffect},  // 0 plain view
+    {&kHalfSphereTraits, MakeHalfSphere},      // 1 half sphere
+    {&kCylinderSideTraits, MakeCylinderSide},  // 2 panorama strip
+    {&kSquareTraits, nullptr},                 // 3 four panes
+    {&kSquareTraits, nullptr},                 // 4 map and perspective pane
+    {&kDepthTraits, nullptr},                  // 5 cylinder from outside
+    {&kDepthTraits, nullptr},                  // 6 dome from outside
+    {&kSquareTraits, nullptr},                 // 7 wall: panorama under two side views
+    {&kSquareTraits, nullptr},                 // 8 wall: overview and close pane
+    {&kSquareTraits, nullptr},                 // 9 wall: one pane
+    {&kRectangleTraits, nullptr},              // 10 wall: one pane, 180-degree lens
+};
+
+} // namespace
 
 GlesRenderEffect *CreateRenderEffect(MDWord nFishEyeMode, MDWord dwFEPlatform)
 {
-    switch (nFishEyeMode) {
-    // Each view replaces its placeholder here as it is built.
-    case 0:
-        return new (std::nothrow) CommonEffect();
-    case 1:
-        return new (std::nothrow) HalfSphere(dwFEPlatform);
-    case 2:
-        return new (std::nothrow) CylinderSide();
-    default:
-        if (nFishEyeMode > FISHEYE_MODE_MAX) return nullptr;
-        return new (std::nothrow) PlaceholderEffect();
-    }
+    if (nFishEyeMode > FISHEYE_MODE_MAX) return nullptr;
+    const ViewEntry &e = kViews[nFishEyeMode];
+    if (!e.make) return new (std::nothrow) PlaceholderView(*e.traits);
+    return e.make(dwFEPlatform);
 }
 
-bool RenderEffectUsesDepth(MDWord nFishEyeMode)
+const ViewTraits &GetViewTraits(MLong lFishEyeMode)
 {
-    return nFishEyeMode == 5 || nFishEyeMode == 6;
+    if (lFishEyeMode < 0 || lFishEyeMode > FISHEYE_MODE_MAX) return kSquareTraits;
+    return *kViews[lFishEyeMode].traits;
 }

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "GlObjects.h"
 #include "MLog.h"
 
 // ------------------------------------------------------- GlesRenderEffect
@@ -26,18 +27,6 @@ MRESULT GlesRenderEffect::setConfig(MDWord dwID, void *pValue)
 }
 
 // ----------------------------------------------------------- RotTranMatrix
-
-RotTranMatrix *RotTranMatrix::Create()
-{
-    RotTranMatrix *m = static_cast<RotTranMatrix *>(MMemAlloc(sizeof(RotTranMatrix)));
-    if (m) MMemSet(m, 0, sizeof(RotTranMatrix));
-    return m;
-}
-
-void RotTranMatrix::Destroy(RotTranMatrix *m)
-{
-    MMemFree(m);
-}
 
 void RotTranMatrix::identity(float *m)
 {
@@ -200,13 +189,14 @@ GLuint buildShader(const char *source, GLenum type)
 
 GLuint buildProgram(const char *vertexSource, const char *fragmentSource)
 {
-    GLuint vs = buildShader(vertexSource, GL_VERTEX_SHADER);
-    GLuint fs = buildShader(fragmentSource, GL_FRAGMENT_SHADER);
+    // The shaders go when this returns, linked into the program or not.
+    const GlShader vs = GlShader::Adopt(buildShader(vertexSource, GL_VERTEX_SHADER));
+    const GlShader fs = GlShader::Adopt(buildShader(fragmentSource, GL_FRAGMENT_SHADER));
     GLuint program = glCreateProgram();
     if (program) {
-        glAttachShader(program, vs);
+        glAttachShader(program, vs.id());
         checkGlError("glAttachShader, vertexShader");
-        glAttachShader(program, fs);
+        glAttachShader(program, fs.id());
         checkGlError("glAttachShader fragmentShader");
         glLinkProgram(program);
         GLint linked = GL_FALSE;
@@ -227,8 +217,6 @@ GLuint buildProgram(const char *vertexSource, const char *fragmentSource)
             program = 0;
         }
     }
-    if (vs) glDeleteShader(vs);
-    if (fs) glDeleteShader(fs);
     return program;
 }
 

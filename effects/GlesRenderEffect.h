@@ -9,6 +9,7 @@
 #include "MRuntime.h"
 #include "ZT5Config.h"
 #include "ZT5Records.h"
+#include "YuvConversion.h"
 
 class VideoLogo;
 
@@ -45,16 +46,27 @@ public:
     virtual float GetScaleRatio() { return 1.0f; }
     virtual MLong GetFishEyeCruiseState() { return -1; }
     virtual void SetEnableGLDepth(unsigned char enable) = 0;
+    // Asked on the render thread right after each Render: true when the
+    // next draw would differ from the one just made, decided from the
+    // view's own state (an animation, journey or zoom move under way,
+    // cruise, spring-back, layers that change every frame). False lets the
+    // display go quiet until a frame, a gesture or a setting comes.
     virtual bool NeedsAnotherFrame() { return false; }
+
+    // How the view turns the planes into colours (render thread; taken at
+    // the next draw). Until set: kYuvBt601Video.
+    void SetYuvConversion(const YuvConversion &c) { m_YuvConversion = c; }
 
 protected:
     TextureInfo m_sTextureInfo = {};
     std::atomic<MDWord> m_dwBackColor{0}; // 0xRRGGBB; set by the host's thread
     VideoLogo *m_pVideoLogo = nullptr;
+    YuvConversion m_YuvConversion = kYuvBt601Video;
 };
 
 // A view's matrices, column-major. rotate() turns the opposite way from
-// glRotate; every camera sign in the views assumes it.
+// glRotate; every camera sign in the views assumes it. A view holds one per
+// pass or pane, zero-filled (RotTranMatrix m = {};).
 struct RotTranMatrix {
     float mCurrMatrix[16];
     float mProjMatrix[16];
@@ -62,9 +74,6 @@ struct RotTranMatrix {
     float mMVPMatrix[16];
     float mStack[10][16];
     MLong mStackTop;
-
-    static RotTranMatrix *Create(); // zero-filled, via MMemAlloc
-    static void Destroy(RotTranMatrix *m);
 
     void pushMatrix();
     void popMatrix();

@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "FrontendLock.h"
-#include "FrontendMgrCalls.h"
 #include "MLog.h"
 
 namespace {
@@ -33,8 +32,6 @@ CZT5Panoview::CZT5Panoview() : m_bSwitchPending(0), m_DrawFrameEvent(0)
     m_pFrameCallbackData = nullptr;
 
     std::memset(&m_MgrFrameInfo, 0, sizeof(m_MgrFrameInfo));
-    std::memset(&m_rtPicture, 0, sizeof(m_rtPicture));
-    m_lCropL = m_lCropT = 0;
     m_dwFEStartX = m_dwFEStartY = m_dwFEWidth = m_dwFEHeight = 0;
 
     m_hDisplayHigh = m_hDisplayLow = m_hCurDisplay = nullptr;
@@ -82,6 +79,7 @@ CZT5Panoview::CZT5Panoview() : m_bSwitchPending(0), m_DrawFrameEvent(0)
     m_dwFEPlatform = 0;
     m_pEaglLayer = nullptr;
     m_pDistortionParam = nullptr;
+    m_dwYuvMatrix = 0;
     std::memset(&m_AlignInfo, 0, sizeof(m_AlignInfo));
     std::memset(&m_CodecHint, 0, sizeof(m_CodecHint));
     std::memset(&m_FishEyeParam, 0, sizeof(m_FishEyeParam));
@@ -109,10 +107,10 @@ void CZT5Panoview::ClearGeometry()
 void CZT5Panoview::DeleteDisplayHandles()
 {
     if (m_hDisplayHigh != m_hDisplayLow) {
-        if (m_hDisplayLow) FeMgrDelete(m_hDisplayLow);
-        if (m_hDisplayHigh) FeMgrDelete(m_hDisplayHigh);
+        if (m_hDisplayLow) MDisplayMgrDelete(m_hDisplayLow);
+        if (m_hDisplayHigh) MDisplayMgrDelete(m_hDisplayHigh);
     } else if (m_hDisplayHigh) {
-        FeMgrDelete(m_hDisplayHigh);
+        MDisplayMgrDelete(m_hDisplayHigh);
     }
     m_hDisplayHigh = m_hDisplayLow = nullptr;
 }
@@ -120,8 +118,8 @@ void CZT5Panoview::DeleteDisplayHandles()
 MRESULT CZT5Panoview::CreateDisplayHandle()
 {
     DeleteDisplayHandles();
-    m_hDisplayHigh = FeMgrCreateGDI();
-    m_hDisplayLow = FeMgrCreateGDI();
+    m_hDisplayHigh = MDisplayMgrCreateGDI();
+    m_hDisplayLow = MDisplayMgrCreateGDI();
     if (!m_hDisplayLow) return ZT5_ERR_DISPLAY_CREATE;
     if (!m_hDisplayHigh) m_hDisplayHigh = m_hDisplayLow;
     return 0;
@@ -156,35 +154,42 @@ int32_t CZT5Panoview::Init(const ZT5DisplayParam *pDisplayParam)
     // Replay of the remembered parameters, in a fixed order, to the current
     // handle only. The manager's answers don't matter here.
     MDisplayHandle h = m_hCurDisplay;
-    FeMgrSetParam(h, ZT5_CFG_PLUGINMGR_HDL, &m_hFirstWnd, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_USE_OPENGLES, &m_bUseOpenGles, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_OPENGL_FULLVIEW, &m_bOpenGLFullView, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_UICALLBACK, m_pUICallback, 60);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_FISHEYE_MODE, &m_lFishEyeMode, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY, m_pTouchVelocity, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_UITOUCH_VELOCITY, &m_displayPinch, 8);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_UITOUCH_DOUBLETAP, m_pDoubleTap, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, &m_dwCuriseMode, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY, &m_curiseVelocity, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_FE_CURRENTSTATUS, m_pFEStatusDataDict, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_FE_BASE_ANIMATION, &m_bEnableAnimation, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_FE_BG_STAR, &m_bNeedFEBgStar, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_FE_BG_CLOUD, &m_bNeedFEBgCloud, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_YUV_BUFFER_MODE, &m_dwYUVBufferMode, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_PLUGINMGR_HDL, &m_hFirstWnd, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_USE_OPENGLES, &m_bUseOpenGles, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_OPENGL_FULLVIEW, &m_bOpenGLFullView, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_UICALLBACK, m_pUICallback, 60);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_FISHEYE_MODE, &m_lFishEyeMode, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY, m_pTouchVelocity, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_UITOUCH_VELOCITY, &m_displayPinch, 8);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_UITOUCH_DOUBLETAP, m_pDoubleTap, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, &m_dwCuriseMode, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY, &m_curiseVelocity, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_FE_CURRENTSTATUS, m_pFEStatusDataDict, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_FE_BASE_ANIMATION, &m_bEnableAnimation, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_FE_BG_STAR, &m_bNeedFEBgStar, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_FE_BG_CLOUD, &m_bNeedFEBgCloud, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_YUV_BUFFER_MODE, &m_dwYUVBufferMode, 4);
     if (m_pYuvBuffer && m_dwYUVBufferLen > 0) {
-        FeMgrSetParam(h, ZT5_CFG_DISPLAY_YUV_BUFFER, m_pYuvBuffer, 4);
-        FeMgrSetParam(h, ZT5_CFG_DISPLAY_YUV_BUFFER_LEN, &m_dwYUVBufferLen, 4);
-        FeMgrSetParam(h, ZT5_CFG_DISPLAY_YUV_BUFFER_MUTEX, m_hYUVBufferMutex, 4);
-        FeMgrSetParam(h, ZT5_CFG_DISPLAY_YUV_BUFFER_MODE, &m_dwYUVBufferMode, 4);
+        MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_YUV_BUFFER, m_pYuvBuffer, 4);
+        MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_YUV_BUFFER_LEN, &m_dwYUVBufferLen, 4);
+        MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_YUV_BUFFER_MUTEX, m_hYUVBufferMutex, 4);
+        MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_YUV_BUFFER_MODE, &m_dwYUVBufferMode, 4);
     }
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_ROTATION_ANGLE, &m_dwRotation, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_MULTI_DISPLAY, &m_bIsMultiDisplay, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_FE_PLATFORM, &m_dwFEPlatform, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_EAGL_LAYER, m_pEaglLayer, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_SCALE_RATIO, &m_dwScaleRatio, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_MAX_SCALE, &m_dwDisplayMaxScale, 4);
-    FeMgrSetParam(h, ZT5_CFG_DISPLAY_DISTORTION_PARAM, m_pDistortionParam, 4);
-    m_Overlay.Replay([h](MDWord id, void *p) { FeMgrSetParam(h, id, p, OverlayPayloadSize(id)); });
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_ROTATION_ANGLE, &m_dwRotation, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_MULTI_DISPLAY, &m_bIsMultiDisplay, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_FE_PLATFORM, &m_dwFEPlatform, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_EAGL_LAYER, m_pEaglLayer, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_SCALE_RATIO, &m_dwScaleRatio, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_MAX_SCALE, &m_dwDisplayMaxScale, 4);
+    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_DISTORTION_PARAM, m_pDistortionParam, 4);
+    m_Overlay.Replay([h](MDWord id, void *p) { MDisplayMgrSetParam(h, id, p, OverlayPayloadSize(id)); });
+    // The colour matrix is a property of the stream, so both handles get it;
+    // a new handle starts with the default and needs no word for it.
+    if (m_dwYuvMatrix != 0) {
+        MDisplayMgrSetParam(m_hDisplayHigh, ZT5_CFG_DISPLAY_YUV_MATRIX, &m_dwYuvMatrix, 4);
+        if (m_hDisplayLow != m_hDisplayHigh)
+            MDisplayMgrSetParam(m_hDisplayLow, ZT5_CFG_DISPLAY_YUV_MATRIX, &m_dwYuvMatrix, 4);
+    }
 
     MLogInfo("[%s]CZT5Panoview::Init out\r\n", MLOG_TAG);
     return 0;
@@ -192,15 +197,15 @@ int32_t CZT5Panoview::Init(const ZT5DisplayParam *pDisplayParam)
 
 int32_t CZT5Panoview::Uninit()
 {
-    if (m_hCurDisplay) FeMgrUninit(m_hCurDisplay);
+    if (m_hCurDisplay) MDisplayMgrUninit(m_hCurDisplay);
 
     if (m_hDisplayHigh && m_hDisplayHigh != m_hDisplayLow) {
-        FeMgrDelete(m_hDisplayHigh);
+        MDisplayMgrDelete(m_hDisplayHigh);
         m_hDisplayHigh = nullptr;
     }
     if (m_hDisplayLow) {
         if (m_hDisplayHigh == m_hDisplayLow) m_hDisplayHigh = nullptr;
-        FeMgrDelete(m_hDisplayLow);
+        MDisplayMgrDelete(m_hDisplayLow);
         m_hDisplayLow = nullptr;
     }
 
@@ -287,7 +292,7 @@ int32_t CZT5Panoview::DrawFrame(void *pBuffer, const ZT5FrameInfo *pFrameInfo, u
         const MDWord switchPending = m_bSwitchPending.load(std::memory_order_relaxed);
         if (m_bParamChanged || switchPending) {
             MDWord bContinueBuf = m_pSharedMemAgent ? 0 : 1;
-            FeMgrSetParam(m_hCurDisplay, M_DISPLAY_PARAM_CONTINUEBUF, &bContinueBuf, 4);
+            MDisplayMgrSetParam(m_hCurDisplay, M_DISPLAY_PARAM_CONTINUEBUF, &bContinueBuf, 4);
 
             res = CalcDisplayGeometry(&m_FrameInfo);
             if (res == 0 && m_bParamChanged) res = CalcDisplayGeometry(&m_FrameInfo);
@@ -296,7 +301,7 @@ int32_t CZT5Panoview::DrawFrame(void *pBuffer, const ZT5FrameInfo *pFrameInfo, u
             if (!m_bWindowChanged && m_rtShowRegion.left < 3) m_rtShowRegion.left = 0;
             m_rtDstShow = m_rtShowRegion;
 
-            FeMgrGetParam(m_hCurDisplay, M_DISPLAY_PARAM_CAPS, &m_DisplayCaps, 32);
+            MDisplayMgrGetParam(m_hCurDisplay, M_DISPLAY_PARAM_CAPS, &m_DisplayCaps, 32);
             switch (m_DisplayCaps.dwPixelFormat) {
             case 1: m_dwOutputCS = 0x100; break;
             case 5: m_dwOutputCS = 0x400; break;
@@ -321,7 +326,7 @@ int32_t CZT5Panoview::DrawFrame(void *pBuffer, const ZT5FrameInfo *pFrameInfo, u
         if (m_bShow) res = DrawDeviceDisplayBufferUsingZTBlit(bSkipRender);
 
         // A handle that was closed becomes visible once its first frame went.
-        if ((wasPending || signalDone) && m_hCurDisplay == m_hDisplayHigh) FeMgrSetShow(m_hDisplayHigh, 1);
+        if ((wasPending || signalDone) && m_hCurDisplay == m_hDisplayHigh) MDisplayMgrSetShow(m_hDisplayHigh, 1);
     } while (0);
 
     m_DataMutex.Unlock();
@@ -352,13 +357,13 @@ void CZT5Panoview::EraseBG()
 {
     if (!m_bShow) return;
     ZT5Rect rt = m_DisplayParam.rtScreen;
-    FeMgrEraseRect(m_DisplayParam.hWnd, &rt, m_DisplayParam.dwEraseColor);
+    MDisplayMgrEraseRect(m_DisplayParam.hWnd, &rt, m_DisplayParam.dwEraseColor);
 }
 
 void CZT5Panoview::SendMgrFrameInfo(const ZT5FrameInfo &info)
 {
     ZT5FrameInfo copy = info;
-    FeMgrSetParam(m_hCurDisplay, M_DISPLAY_PARAM_FRAMEINFO, &copy, 32);
+    MDisplayMgrSetParam(m_hCurDisplay, M_DISPLAY_PARAM_FRAMEINFO, &copy, 32);
     m_MgrFrameInfo = copy;
 }
 
@@ -366,14 +371,13 @@ MRESULT CZT5Panoview::DrawDeviceDisplayBufferUsingZTBlit(MDWord bSkipRender)
 {
     if (m_CodecHint.dwHint0 && m_CodecHint.dwHint1) {
         ZT5CodecHint hint = m_CodecHint;
-        FeMgrSetParam(m_hCurDisplay, ZT5_CFG_CODEC_HINT, &hint, 8);
+        MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_CODEC_HINT, &hint, 8);
     }
 
     const MDWord srcCS = SetupBlitPlanes();
 
     // The picture rectangle: the part of the frame that goes down.
     ZT5Rect rtPicture = {0, 0, (MLong)m_FrameInfo.dwWidth, (MLong)m_FrameInfo.dwHeight};
-    m_lCropL = m_lCropT = 0;
     if (m_dwFitMode == 5) {
         MRESULT r = ApplyCoverCrop(srcCS, rtPicture);
         if (r != 0) return r;
@@ -386,7 +390,6 @@ MRESULT CZT5Panoview::DrawDeviceDisplayBufferUsingZTBlit(MDWord bSkipRender)
         // Leaving fit mode 5: the manager gets the whole frame again.
         if (std::memcmp(&m_MgrFrameInfo, &m_FrameInfo, sizeof(m_FrameInfo)) != 0) SendMgrFrameInfo(m_FrameInfo);
     }
-    m_rtPicture = rtPicture;
 
     SendLensBox(rtPicture);
 
@@ -395,8 +398,8 @@ MRESULT CZT5Panoview::DrawDeviceDisplayBufferUsingZTBlit(MDWord bSkipRender)
         m_Benchmark.Start(kBenchBlit);
         m_Benchmark.Start(kBenchFrame);
     }
-    MRESULT res = FeMgrBlit(m_hCurDisplay, srcCS, m_BlitPlanes, m_BlitStrides, &rtPicture,
-                            m_bClipToViewport ? &rtPicture : nullptr, bSkipRender);
+    MRESULT res = MDisplayMgrBlit(m_hCurDisplay, srcCS, m_BlitPlanes, m_BlitStrides, &rtPicture,
+                                  m_bClipToViewport ? &rtPicture : nullptr, bSkipRender);
     if (bench) {
         m_Benchmark.Stop(kBenchFrame, 1);
         m_Benchmark.Stop(kBenchBlit, 1);
@@ -434,13 +437,13 @@ int32_t CZT5Panoview::ShowDisplayOverlay(uint32_t bShow)
         if (bShow) {
             {
                 FrontendLock dataLock(m_DataMutex);
-                FeMgrSetShow(low, 0);
+                MDisplayMgrSetShow(low, 0);
             }
             DrawFrame(nullptr, &m_LastFrame.frameInfo, 0);
         } else {
             DrawFrame(nullptr, &m_LastFrame.frameInfo, 0);
             FrontendLock dataLock(m_DataMutex);
-            FeMgrSetShow(high, 0);
+            MDisplayMgrSetShow(high, 0);
         }
     }
     return 0;
@@ -469,37 +472,11 @@ MRESULT CZT5Panoview::SwtichDisplayHandle(MDWord bHigh)
             m_DrawFrameEvent.Wait(200);
             m_DrawFrameEvent.Reset();
             m_DataMutex.Lock();
-            FeMgrSetShow(m_hDisplayHigh, 0);
+            MDisplayMgrSetShow(m_hDisplayHigh, 0);
         }
     }
 
     m_DataMutex.Unlock();
     m_SwitchMutex.Unlock();
     return 0;
-}
-
-CZT5Panoview::GeometrySnapshot CZT5Panoview::GetGeometryForTest() const
-{
-    GeometrySnapshot g;
-    std::memset(&g, 0, sizeof(g));
-    g.rtShow = m_rtShow;
-    g.rtShowRegion = m_rtShowRegion;
-    g.rtDstShow = m_rtDstShow;
-    g.lResampleW = m_lResampleW;
-    g.lResampleH = m_lResampleH;
-    g.lTotalRotation = m_lTotalRotation;
-    g.dwZoom = m_dwZoom;
-    g.dwZoomNum = m_dwZoomNum;
-    g.dwZoomDen = m_dwZoomDen;
-    g.dwOutputCS = m_dwOutputCS;
-    g.viewport = m_Viewport;
-    g.dwFEStartX = m_dwFEStartX;
-    g.dwFEStartY = m_dwFEStartY;
-    g.dwFEWidth = m_dwFEWidth;
-    g.dwFEHeight = m_dwFEHeight;
-    g.rtPicture = m_rtPicture;
-    g.lCropL = m_lCropL;
-    g.lCropT = m_lCropT;
-    g.mgrFrameInfo = m_MgrFrameInfo;
-    return g;
 }

@@ -40,25 +40,6 @@ public:
     int32_t SetDisplayParam(uint32_t dwParamID, void *pValue) override;
     int32_t GetDisplayParam(uint32_t dwParamID, void *pValue) override;
 
-    // Read-only views for white-box tests. Take no lock: call them only
-    // while no other thread uses the object.
-    struct GeometrySnapshot {
-        ZT5Rect rtShow, rtShowRegion, rtDstShow;
-        MLong lResampleW, lResampleH, lTotalRotation;
-        MDWord dwZoom, dwZoomNum, dwZoomDen;
-        MDWord dwOutputCS;
-        ZT5Viewport viewport;
-        MDWord dwFEStartX, dwFEStartY, dwFEWidth, dwFEHeight;
-        ZT5Rect rtPicture;       // picture rectangle of the last blit
-        MLong lCropL, lCropT;    // crop origin in the frame of the last blit (fit mode 5)
-        ZT5FrameInfo mgrFrameInfo; // frame description the manager was last given
-    };
-    GeometrySnapshot GetGeometryForTest() const;
-    MDisplayHandle HighHandleForTest() const { return m_hDisplayHigh; }
-    MDisplayHandle LowHandleForTest() const { return m_hDisplayLow; }
-    MDisplayHandle CurrentHandleForTest() const { return m_hCurDisplay; }
-    MDWord ParamChangedForTest() const { return m_bParamChanged; }
-
 private:
     CZT5Panoview(const CZT5Panoview &) = delete;
     CZT5Panoview &operator=(const CZT5Panoview &) = delete;
@@ -119,8 +100,6 @@ private:
     // What the manager was last told about the frame (in fit mode 5 the
     // crop's size).
     ZT5FrameInfo m_MgrFrameInfo;
-    ZT5Rect m_rtPicture;
-    MLong m_lCropL, m_lCropT;
     MDWord m_dwFEStartX, m_dwFEStartY, m_dwFEWidth, m_dwFEHeight;
 
     // Handles and state.
@@ -174,6 +153,7 @@ private:
     // Font path, face names, option and list, background colour, logo:
     // copies of what the host may free, replayed at Init.
     COverlaySettings m_Overlay;
+    MDWord m_dwYuvMatrix; // ZT5_CFG_DISPLAY_YUV_MATRIX word
     ZT5AlignInfo m_AlignInfo;
     ZT5CodecHint m_CodecHint;
     ZT5FishEyeParam m_FishEyeParam;

@@ -11,7 +11,6 @@
 #include <cstring>
 
 #include "CZT5Panoview.h"
-#include "FrontendMgrCalls.h"
 #include "MLog.h"
 
 namespace {
@@ -390,14 +389,14 @@ MRESULT CZT5Panoview::QueryDisplayAlign(MDisplayHandle h, MDWord *pAlignX, MDWor
     if (!h) return 1;
     MDisplayCaps caps;
     std::memset(&caps, 0, sizeof(caps));
-    if (FeMgrGetParam(h, M_DISPLAY_PARAM_CAPS, &caps, 32) != 0) return 1;
+    if (MDisplayMgrGetParam(h, M_DISPLAY_PARAM_CAPS, &caps, 32) != 0) return 1;
 
     // An empty viewport is only an announcement to the manager.
     ZT5Viewport vp;
     std::memset(&vp, 0, sizeof(vp));
     vp.dwOrientationMode = m_dwOrientationMode;
-    if (FeMgrSetParam(h, M_DISPLAY_PARAM_VIEWPORT, &vp, 56) != 0) return 1;
-    if (FeMgrGetParam(h, M_DISPLAY_PARAM_VIEWPORT, &vp, 56) != 0) return 1;
+    if (MDisplayMgrSetParam(h, M_DISPLAY_PARAM_VIEWPORT, &vp, 56) != 0) return 1;
+    if (MDisplayMgrGetParam(h, M_DISPLAY_PARAM_VIEWPORT, &vp, 56) != 0) return 1;
 
     if (vp.dwRotation == vp.dwReserved[1]) { // word 9 of the record
         *pAlignX = caps.dwAlignX;
@@ -435,8 +434,8 @@ MRESULT CZT5Panoview::UpdateDisplayParam()
     m_Viewport.dwResizeAlg = m_dwResizeAlg;
 
     MDWord bFullScreen = m_bFullScreen;
-    FeMgrSetParam(m_hCurDisplay, M_DISPLAY_PARAM_FULLSCREEN, &bFullScreen, 4);
-    if (FeMgrSetParam(m_hCurDisplay, M_DISPLAY_PARAM_VIEWPORT, &m_Viewport, 56) != 0) return 1;
+    MDisplayMgrSetParam(m_hCurDisplay, M_DISPLAY_PARAM_FULLSCREEN, &bFullScreen, 4);
+    if (MDisplayMgrSetParam(m_hCurDisplay, M_DISPLAY_PARAM_VIEWPORT, &m_Viewport, 56) != 0) return 1;
 
     MDWord *pNeedsInit = nullptr;
     if (m_hCurDisplay == m_hDisplayLow)
@@ -444,12 +443,12 @@ MRESULT CZT5Panoview::UpdateDisplayParam()
     else if (m_hCurDisplay == m_hDisplayHigh)
         pNeedsInit = &m_bHighNeedsInit;
     if (pNeedsInit && *pNeedsInit) {
-        FeMgrInit(m_hCurDisplay);
+        MDisplayMgrInit(m_hCurDisplay);
         *pNeedsInit = 0;
     } else {
-        FeMgrUpdate(m_hCurDisplay);
+        MDisplayMgrUpdate(m_hCurDisplay);
     }
 
-    if (FeMgrGetParam(m_hCurDisplay, M_DISPLAY_PARAM_VIEWPORT, &m_Viewport, 56) != 0) return 1;
+    if (MDisplayMgrGetParam(m_hCurDisplay, M_DISPLAY_PARAM_VIEWPORT, &m_Viewport, 56) != 0) return 1;
     return 0;
 }

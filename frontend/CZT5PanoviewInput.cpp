@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "CZT5Panoview.h"
-#include "FrontendMgrCalls.h"
 #include "MLog.h"
 
 namespace {
@@ -25,6 +24,7 @@ MDWord CSTypeToId(MDWord dwCSType)
     case ZT5_FRAME_CS_PACKED4_A: return ZT5_CS_PACKED4_A;
     case ZT5_FRAME_CS_PACKED4_B: return ZT5_CS_PACKED4_B;
     case ZT5_FRAME_CS_OUTPUT: return ZT5_CS_OUTPUT;
+    case ZT5_FRAME_CS_NV12: return ZT5_CS_NV12;
     default: return 0xFFFFFFFFu;
     }
 }
@@ -32,7 +32,7 @@ MDWord CSTypeToId(MDWord dwCSType)
 bool IsPlanar420(MDWord cs) { return cs == ZT5_CS_I420 || cs == ZT5_CS_I420_B; }
 bool IsSemiPlanar(MDWord cs)
 {
-    return cs == ZT5_CS_SEMIPLANAR_A || cs == ZT5_CS_SEMIPLANAR_B || cs == ZT5_CS_SEMIPLANAR_C;
+    return cs == ZT5_CS_SEMIPLANAR_A || cs == ZT5_CS_SEMIPLANAR_B || cs == ZT5_CS_SEMIPLANAR_C || cs == ZT5_CS_NV12;
 }
 int PackedBytes(MDWord cs)
 {
@@ -97,6 +97,15 @@ void CZT5Panoview::SetInputData(void *pBuffer)
         m_InputYuvBuf.pPlane[1] = p ? p + wh + 1 : nullptr;
         m_InputYuvBuf.lStride = (MLong)w;
         break;
+    case ZT5_FRAME_CS_NV12:
+        // U first: plane 1 is the first byte of the pair rows, plane 2 the
+        // byte behind it. The pair rows are as long as a luma row.
+        m_InputYuvBuf.pPlane[0] = p;
+        m_InputYuvBuf.pPlane[1] = p ? p + wh : nullptr;
+        m_InputYuvBuf.pPlane[2] = p ? p + wh + 1 : nullptr;
+        m_InputYuvBuf.lStride = (MLong)w;
+        m_InputYuvBuf.lUVStride = (MLong)w;
+        break;
     case ZT5_FRAME_CS_PACKED2:
         m_InputYuvBuf.pPlane[0] = p;
         m_InputYuvBuf.pPlane[1] = nullptr;
@@ -120,6 +129,12 @@ MDWord CZT5Panoview::SetupBlitPlanes()
     const MDWord srcCS = CSTypeToId(m_FrameInfo.dwCSType);
     const MDWord w = m_FrameInfo.dwWidth;
     if (IsPlanar420(srcCS)) {
+        for (int i = 0; i < 3; ++i) m_BlitPlanes[i] = m_InputYuvBuf.pPlane[i];
+        m_BlitStrides[0] = m_InputYuvBuf.lStride;
+        m_BlitStrides[1] = m_BlitStrides[2] = m_InputYuvBuf.lUVStride;
+    } else if (srcCS == ZT5_CS_NV12) {
+        // The pair rows keep a pitch of their own (a decoder's chroma
+        // plane may be padded differently from its luma plane).
         for (int i = 0; i < 3; ++i) m_BlitPlanes[i] = m_InputYuvBuf.pPlane[i];
         m_BlitStrides[0] = m_InputYuvBuf.lStride;
         m_BlitStrides[1] = m_BlitStrides[2] = m_InputYuvBuf.lUVStride;
@@ -190,8 +205,6 @@ MRESULT CZT5Panoview::ApplyCoverCrop(MDWord srcCS, ZT5Rect &rtPicture)
     rtPicture.left = rtPicture.top = 0;
     rtPicture.right = cw;
     rtPicture.bottom = ch;
-    m_lCropL = cropL;
-    m_lCropT = cropT;
 
     if (cw <= 0 || ch <= 0) {
         // Nothing of the frame is left to show: no plane goes down.
@@ -209,10 +222,11 @@ MRESULT CZT5Panoview::ApplyCoverCrop(MDWord srcCS, ZT5Rect &rtPicture)
             if (m_BlitPlanes[1]) m_BlitPlanes[1] += (t / 2) * s1 + l / 2;
             if (m_BlitPlanes[2]) m_BlitPlanes[2] += (t / 2) * s2 + l / 2;
         } else if (IsSemiPlanar(srcCS)) {
-            // Interleaved pairs at full row pitch: start on a whole pair.
+            // Interleaved pairs at their row pitch: start on a whole pair.
+            const size_t s1 = (size_t)std::max<MLong>(0, m_BlitStrides[1]);
             m_BlitPlanes[0] += t * s0 + l;
-            if (m_BlitPlanes[1]) m_BlitPlanes[1] += (t / 2) * s0 + (l & ~(size_t)1);
-            if (m_BlitPlanes[2]) m_BlitPlanes[2] += (t / 2) * s0 + (l & ~(size_t)1);
+            if (m_BlitPlanes[1]) m_BlitPlanes[1] += (t / 2) * s1 + (l & ~(size_t)1);
+            if (m_BlitPlanes[2]) m_BlitPlanes[2] += (t / 2) * s1 + (l & ~(size_t)1);
         } else if (bpp) {
             m_BlitPlanes[0] += t * s0 + l * (size_t)bpp;
         }
@@ -228,8 +242,8 @@ MRESULT CZT5Panoview::ApplyCoverCrop(MDWord srcCS, ZT5Rect &rtPicture)
     return 0;
 }
 
-// The square (or, in mode 10, the rectangle) that holds the lens circle,
-// from the fisheye parameter in ten-thousandths of the picture. All four
+// The square (or, for a view that takes one, the rectangle) that holds the
+// lens circle, from the fisheye parameter in ten-thousandths of the picture. All four
 // values go out on every frame, in every mode. The box always lies inside
 // the picture rectangle, so the manager's crop never leaves the frame.
 void CZT5Panoview::SendLensBox(const ZT5Rect &rtPicture)
@@ -257,21 +271,22 @@ void CZT5Panoview::SendLensBox(const ZT5Rect &rtPicture)
     int64_t feH = 2 * (ry & ~(int64_t)3);
     if (startX == 0 && cx == 0 && W > H) startX = (W - H) / 2;
 
+    const bool bRectangle = MDisplayMgrLensBoxIsRectangle(m_lFishEyeMode) != 0;
     if (feW == 0 || feH == 0) {
         feH = H;
-        feW = m_lFishEyeMode == 10 ? W : H;
+        feW = bRectangle ? W : H;
     }
-    if (m_lFishEyeMode != 10) feW = feH = std::min(feW, feH);
+    if (!bRectangle) feW = feH = std::min(feW, feH);
 
     // Keep the box inside the picture: a box larger than the picture is cut
     // to it (keeping the size a multiple of 8 where it can), and a box that
     // reaches past the right or bottom edge is moved back in. With no lens
-    // set, mode 10 thus takes the whole picture rather than a box that
+    // set, a rectangle thus takes the whole picture rather than a box that
     // starts at the centring offset and runs past the right edge.
     if (feW > W || feH > H) {
         feW = std::min(feW, W);
         feH = std::min(feH, H);
-        if (m_lFishEyeMode != 10) feW = feH = std::min(feW, feH);
+        if (!bRectangle) feW = feH = std::min(feW, feH);
         if (feW >= 8) feW &= ~(int64_t)7;
         if (feH >= 8) feH &= ~(int64_t)7;
     }
@@ -284,8 +299,8 @@ void CZT5Panoview::SendLensBox(const ZT5Rect &rtPicture)
     m_dwFEHeight = (MDWord)feH;
 
     MDWord v[4] = {m_dwFEStartX, m_dwFEStartY, m_dwFEWidth, m_dwFEHeight};
-    FeMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_X_POS, &v[0], 4);
-    FeMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_Y_POS, &v[1], 4);
-    FeMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_WIDTH, &v[2], 4);
-    FeMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_HEIGHT, &v[3], 4);
+    MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_X_POS, &v[0], 4);
+    MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_Y_POS, &v[1], 4);
+    MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_WIDTH, &v[2], 4);
+    MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_HEIGHT, &v[3], 4);
 }

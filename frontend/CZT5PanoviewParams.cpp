@@ -10,7 +10,6 @@
 
 #include "CZT5Panoview.h"
 #include "FrontendLock.h"
-#include "FrontendMgrCalls.h"
 #include "MLog.h"
 
 namespace {
@@ -32,7 +31,7 @@ const MDWord kBenchFrame = 6;
 void CZT5Panoview::Forward(MDWord id, void *pValue, MDWord size)
 {
     FrontendLock lock(m_DataMutex);
-    if (m_hCurDisplay) FeMgrSetParam(m_hCurDisplay, id, pValue, size);
+    if (m_hCurDisplay) MDisplayMgrSetParam(m_hCurDisplay, id, pValue, size);
 }
 
 MDWord CZT5Panoview::PresentZoom() const
@@ -89,7 +88,7 @@ MRESULT CZT5Panoview::SetOverlay(MDWord id, const void *pValue)
         return ZT5_ERR_INVALID_PARAM;
     FrontendLock lock(m_DataMutex);
     m_Overlay.Store(id, pValue, [this](MDWord dwID, void *p) {
-        if (m_hCurDisplay) FeMgrSetParam(m_hCurDisplay, dwID, p, OverlayPayloadSize(dwID));
+        if (m_hCurDisplay) MDisplayMgrSetParam(m_hCurDisplay, dwID, p, OverlayPayloadSize(dwID));
     });
     return 0;
 }
@@ -162,7 +161,7 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
         FrontendLock lock(m_DataMutex);
         if (v == m_bShow) return 0;
         m_bShow = v ? 1 : 0;
-        if (m_hCurDisplay) FeMgrSetParam(m_hCurDisplay, dwParamID, pValue, 4);
+        if (m_hCurDisplay) MDisplayMgrSetParam(m_hCurDisplay, dwParamID, pValue, 4);
         return 0;
     }
     case ZT5_CFG_DISPLAY_SOURCE_RECT: {
@@ -218,8 +217,8 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
     case ZT5_CFG_DISPLAY_UPDATE: {
         FrontendLock switchLock(m_SwitchMutex);
         FrontendLock dataLock(m_DataMutex);
-        if (m_hDisplayLow) FeMgrUpdate(m_hDisplayLow);
-        if (m_hDisplayHigh) FeMgrUpdate(m_hDisplayHigh);
+        if (m_hDisplayLow) MDisplayMgrUpdate(m_hDisplayLow);
+        if (m_hDisplayHigh) MDisplayMgrUpdate(m_hDisplayHigh);
         return 0;
     }
     case ZT5_CFG_DISPLAY_REFRESH: {
@@ -231,9 +230,9 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
         std::memcpy(rec, pValue, sizeof(rec));
         FrontendLock lock(m_DataMutex);
         if (rec[2] == m_AdjustValues[0] && rec[3] == m_AdjustValues[1] && rec[4] == m_AdjustValues[2]) return 0;
-        if (m_hDisplayHigh) FeMgrSetParam(m_hDisplayHigh, M_DISPLAY_PARAM_ADJUST, rec, 20);
+        if (m_hDisplayHigh) MDisplayMgrSetParam(m_hDisplayHigh, M_DISPLAY_PARAM_ADJUST, rec, 20);
         if (m_hDisplayLow && m_hDisplayLow != m_hDisplayHigh)
-            FeMgrSetParam(m_hDisplayLow, M_DISPLAY_PARAM_ADJUST, rec, 20);
+            MDisplayMgrSetParam(m_hDisplayLow, M_DISPLAY_PARAM_ADJUST, rec, 20);
         m_AdjustValues[0] = rec[2];
         m_AdjustValues[1] = rec[3];
         m_AdjustValues[2] = rec[4];
@@ -374,6 +373,17 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
         std::memcpy(&m_CodecHint, pValue, sizeof(m_CodecHint));
         return 0;
     }
+    case ZT5_CFG_DISPLAY_YUV_MATRIX: {
+        MDWord v = ReadU32(pValue);
+        if ((v & ~(MDWord)(0xFF | ZT5_YUV_RANGE_FULL)) != 0 || (v & 0xFF) > ZT5_YUV_MATRIX_BT2020)
+            return ZT5_ERR_INVALID_PARAM;
+        // Both handles: a switch between them doesn't change the stream.
+        FrontendLock lock(m_DataMutex);
+        m_dwYuvMatrix = v;
+        if (m_hDisplayHigh) MDisplayMgrSetParam(m_hDisplayHigh, dwParamID, &v, 4);
+        if (m_hDisplayLow && m_hDisplayLow != m_hDisplayHigh) MDisplayMgrSetParam(m_hDisplayLow, dwParamID, &v, 4);
+        return 0;
+    }
     default:
         return ZT5_ERR_UNSUPPORTED;
     }
@@ -424,6 +434,11 @@ int32_t CZT5Panoview::GetDisplayParam(uint32_t dwParamID, void *pValue)
         WriteU32(pValue, PresentZoom());
         return 0;
     }
+    case ZT5_CFG_DISPLAY_YUV_MATRIX: {
+        FrontendLock lock(m_DataMutex);
+        WriteU32(pValue, m_dwYuvMatrix);
+        return 0;
+    }
     case ZT5_CFG_DISPLAY_USE_OPENGLES:
     case ZT5_CFG_DISPLAY_GL_SNAPSHOT:
     case ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS:
@@ -432,14 +447,14 @@ int32_t CZT5Panoview::GetDisplayParam(uint32_t dwParamID, void *pValue)
         // Read through the current handle; without one the caller's word
         // stays as it was.
         FrontendLock lock(m_DataMutex);
-        if (m_hCurDisplay) FeMgrGetParam(m_hCurDisplay, dwParamID, pValue, 4);
+        if (m_hCurDisplay) MDisplayMgrGetParam(m_hCurDisplay, dwParamID, pValue, 4);
         return 0;
     }
     case ZT5_CFG_DISPLAY_RENDER_STATS: {
         // Zeros until the current handle has a render object.
         ZT5RenderStats stats = {};
         FrontendLock lock(m_DataMutex);
-        if (m_hCurDisplay) FeMgrGetParam(m_hCurDisplay, dwParamID, &stats, sizeof(stats));
+        if (m_hCurDisplay) MDisplayMgrGetParam(m_hCurDisplay, dwParamID, &stats, sizeof(stats));
         std::memcpy(pValue, &stats, sizeof(stats));
         return 0;
     }

@@ -758,6 +758,10 @@ void CWinOpenGLDisplay::SetConfigValue(MDWord dwID, void *pValue)
         mFrameInfo.dwRotation = pInfo->dwRotation;
         break;
     }
+    case ZT5_CFG_DISPLAY_YUV_MATRIX:
+        // The renderer keeps the colour matrix for views made later.
+        m_pRenderer->setConfig(dwID, pValue);
+        break;
     default:
         // Overlay settings: kept for the next Internal_Init, and passed on.
         m_Overlay.Store(dwID, pValue, [this](MDWord id, void *p) { m_pRenderer->setConfig(id, p); });

@@ -57,11 +57,6 @@ public:
     // host reads it with ZT5_CFG_DISPLAY_RENDER_STATS.
     MDWord GetDrawCount() const { return m_dwDrawCount.load(std::memory_order_relaxed); }
     CWinOpenGLESRenderer *GetRenderer() { return m_pRenderer; }
-    // Test hook, see CWinOpenGLESRenderer::SetAvoidPreservedSwap.
-    void SetAvoidPreservedSwap(bool bAvoid)
-    {
-        if (m_pRenderer) m_pRenderer->SetAvoidPreservedSwap(bAvoid);
-    }
 
 private:
     CWinOpenGLDisplay(const CWinOpenGLDisplay &) = delete;

@@ -6,6 +6,7 @@
 
 #include "EffectFactory.h"
 #include "MLog.h"
+#include "YuvConversion.h"
 
 CZT5Mutex g_EglMutex;
 
@@ -161,7 +162,7 @@ MRESULT CWinOpenGLESRenderer::InitializeLocked(MGLDisplayContext *pDisplayContex
                         EGL_NONE};
     EGLint numConfigs = 0;
     EGLBoolean chosen = EGL_FALSE;
-    if (!m_bAvoidPreservedSwap) chosen = eglChooseConfig(m_eglDisplay, attribs, &m_eglConfig, 1, &numConfigs);
+    chosen = eglChooseConfig(m_eglDisplay, attribs, &m_eglConfig, 1, &numConfigs);
     bool bPreservedConfig = chosen && numConfigs >= 1;
     if (!bPreservedConfig) {
         attribs[13] = EGL_WINDOW_BIT;
@@ -215,11 +216,13 @@ void CWinOpenGLESRenderer::CreateEffect(MDWord mode)
     if (m_RenderEffect[mode]) return;
     GlesRenderEffect *pEffect = CreateRenderEffect(mode, m_dwFEPlatform.load(std::memory_order_relaxed));
     if (!pEffect) return;
+    // Every view is offered what it may take; one that has no use for a
+    // setting ignores it.
     ZT5DistortionParam *pDistortion = m_pDistortionParam.load(std::memory_order_relaxed);
-    if (mode == 0 && pDistortion) pEffect->setConfig(ZT5_CFG_DISPLAY_DISTORTION_PARAM, pDistortion);
+    if (pDistortion) pEffect->setConfig(ZT5_CFG_DISPLAY_DISTORTION_PARAM, pDistortion);
     pEffect->Initialize(MDWord(m_Width), MDWord(m_Height));
     ZT5UICallbackRecord *pCallback = m_pUICallback.load(std::memory_order_relaxed);
-    if (mode == 0 && pCallback) pEffect->setConfig(ZT5_CFG_DISPLAY_UICALLBACK, pCallback);
+    if (pCallback) pEffect->setConfig(ZT5_CFG_DISPLAY_UICALLBACK, pCallback);
     if (m_bHaveBackColor.load(std::memory_order_relaxed)) {
         MDWord dwColor = m_dwBackColor.load(std::memory_order_relaxed);
         pEffect->setConfig(ZT5_CFG_DISPLAY_BACK_COLOR, &dwColor);
@@ -253,7 +256,7 @@ void CWinOpenGLESRenderer::SetFishEyeMode(MLong nFishEyeMode)
         if (pCallback) pEffect->setConfig(ZT5_CFG_DISPLAY_UICALLBACK, pCallback);
         pEffect->SetFishEyeCruiseState(m_CruiseState.load(std::memory_order_relaxed) != 0 ? 1 : 0,
                                        m_fAutoCuriseVelocity.load(std::memory_order_relaxed));
-        pEffect->SetEnableGLDepth(RenderEffectUsesDepth(mode) ? 1 : 0);
+        pEffect->SetEnableGLDepth(GetViewTraits(MLong(mode)).depthTest ? 1 : 0);
     }
     if (m_pMutex) m_pMutex->Unlock();
     g_EglMutex.Unlock();
@@ -367,6 +370,8 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
         MLong rect[4] = {0, 0, 0, 0};
         if (m_pDisplayContext)
             for (int i = 0; i < 4; i++) rect[i] = m_pDisplayContext->rectOpenglScale[i];
+        // The stream's colour description reaches whichever view draws.
+        pEffect->SetYuvConversion(YuvConversionFor(m_dwYuvMatrix.load(std::memory_order_relaxed)));
         pEffect->Render(rect, m_dwDisplayWidth, m_dwDisplayHeight, m_Width, m_Height, m_Textures, bIsNewScaleMode,
                         dwRotation);
         // Inertia decays here, one step a draw, and needs the draws to go on
@@ -462,10 +467,14 @@ bool CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLon
         const MLong su = strides ? strides[1] : (w >> 1);
         const MLong sv = strides ? strides[2] : (w >> 1);
         unsigned char *dy = m_pPadBuffer;
+        // An odd width has one luma column more than the texture holds; the
+        // padding repeats the last column, so that filtering at the right
+        // edge of a magnified picture blends nothing darker in.
+        const MLong lw = w < 2 * c ? w : 2 * c;
         for (MLong r = 0; r < h; r++) {
             unsigned char *row = dy + size_t(r) * size_t(2 * c);
-            MMemCpy(row, y + size_t(r) * size_t(sy), size_t(w));
-            MMemSet(row + w, 0, size_t(2 * c - w));
+            MMemCpy(row, y + size_t(r) * size_t(sy), size_t(lw));
+            if (lw < 2 * c) MMemSet(row + lw, row[lw - 1], size_t(2 * c - lw));
         }
         unsigned char *du = m_pPadBuffer + lumaSize;
         unsigned char *dv = du + chromaSize;
@@ -475,8 +484,10 @@ bool CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLon
             unsigned char *rv = dv + size_t(r) * size_t(c);
             MMemCpy(ru, u + size_t(r) * size_t(su), size_t(cw));
             MMemCpy(rv, v + size_t(r) * size_t(sv), size_t(cw));
-            MMemSet(ru + cw, 128, size_t(c - cw));
-            MMemSet(rv + cw, 128, size_t(c - cw));
+            if (cw > 0 && cw < c) {
+                MMemSet(ru + cw, ru[cw - 1], size_t(c - cw));
+                MMemSet(rv + cw, rv[cw - 1], size_t(c - cw));
+            }
         }
         y = dy;
         u = du;
@@ -644,6 +655,9 @@ MRESULT CWinOpenGLESRenderer::setConfig(MDWord dwID, void *pValue)
             if (GlesRenderEffect *e = slot.load()) e->setConfig(dwID, pValue);
         break;
     }
+    case ZT5_CFG_DISPLAY_YUV_MATRIX:
+        if (pValue) m_dwYuvMatrix.store(*static_cast<const MDWord *>(pValue), std::memory_order_relaxed);
+        break;
     case ZT5_CFG_DISPLAY_FONT_PATH:
     case ZT5_CFG_DISPLAY_FACE_INFO:
     case ZT5_CFG_DISPLAY_FACE_MUTEX:
@@ -759,13 +773,15 @@ void CWinOpenGLESRenderer::OnTouchMoveVelocity(float nVelX, float nVelY)
 void CWinOpenGLESRenderer::SetDisBackGroundSts(MDWord bCloud, MDWord bStar)
 {
     WithCurrentEffect([&](GlesRenderEffect *e) {
-        if (m_FishEyeMode.load(std::memory_order_relaxed) == 1) e->SetDisBackGroundSts(bCloud, bStar);
+        if (GetViewTraits(MLong(m_FishEyeMode.load(std::memory_order_relaxed))).backgroundLayers)
+            e->SetDisBackGroundSts(bCloud, bStar);
     });
 }
 
 void CWinOpenGLESRenderer::SetInitAnimalSts(MDWord bAnimal)
 {
     WithCurrentEffect([&](GlesRenderEffect *e) {
-        if (m_FishEyeMode.load(std::memory_order_relaxed) == 1) e->SetInitAnimalSts(bAnimal);
+        if (GetViewTraits(MLong(m_FishEyeMode.load(std::memory_order_relaxed))).openingAnimation)
+            e->SetInitAnimalSts(bAnimal);
     });
 }

@@ -81,9 +81,6 @@ public:
     // pointers, as CaptureCurEffect. Disarms.
     bool TakeArmedCapture(void **ppBuffer, MDWord *pWidth, MDWord *pHeight, MRESULT *pResult);
     void DisarmCapture() { m_bCaptureArmed = false; }
-    // Test hook: behave as if the surface could not keep its content, to
-    // exercise the read-before-swap road. Call before Initialize.
-    void SetAvoidPreservedSwap(bool bAvoid) { m_bAvoidPreservedSwap = bAvoid; }
 
     // Any thread.
     MRESULT setConfig(MDWord dwID, void *pValue);
@@ -174,6 +171,7 @@ private:
     std::atomic<MWindowHandle> m_hNativeWindow{0};
     std::atomic<MDWord> m_dwBackColor{0};
     std::atomic<bool> m_bHaveBackColor{false};
+    std::atomic<MDWord> m_dwYuvMatrix{0}; // ZT5_CFG_DISPLAY_YUV_MATRIX word
 
     std::atomic<uint64_t> m_qwDraws{0};
     std::atomic<uint64_t> m_qwUploadNs{0};
@@ -185,7 +183,6 @@ private:
     // The thread that draws and deletes views; it needs no lock to call one.
     std::atomic<std::thread::id> m_RenderThread{};
     bool m_bSwapPreserved = false;
-    bool m_bAvoidPreservedSwap = false;
     bool m_bCaptureArmed = false;
     bool m_bCaptureTaken = false;
     MRESULT m_lCaptureResult = 0;

@@ -1,5 +1,23 @@
 #include "FrameSource.h"
 
+#include "ZT5Config.h"
+
+Picture PackedI420Picture(uint8_t *buffer, int width, int height)
+{
+    Picture p;
+    const size_t luma = size_t(width) * height;
+    p.planes[0] = buffer;
+    p.planes[1] = buffer + luma;
+    p.planes[2] = buffer + luma + luma / 4;
+    p.strides[0] = width;
+    p.strides[1] = p.strides[2] = width / 2;
+    p.width = width;
+    p.height = height;
+    p.csType = ZT5_FRAME_CS_I420;
+    p.contiguous = true;
+    return p;
+}
+
 SyntheticSource::SyntheticSource(const synthetic::LensFrame &lens) : m_lens(lens)
 {
     m_width = lens.width;
@@ -7,10 +25,11 @@ SyntheticSource::SyntheticSource(const synthetic::LensFrame &lens) : m_lens(lens
     m_buffer.resize(size_t(m_width) * m_height * 3 / 2);
 }
 
-uint8_t *SyntheticSource::Next()
+bool SyntheticSource::Next(Picture *picture, std::string *)
 {
     synthetic::RenderFisheyeFrame(m_lens, m_frame++, m_buffer.data());
-    return m_buffer.data();
+    *picture = PackedI420Picture(m_buffer.data(), m_width, m_height);
+    return true;
 }
 
 RawI420Source::~RawI420Source()
@@ -20,6 +39,7 @@ RawI420Source::~RawI420Source()
 
 bool RawI420Source::Open(const std::string &path, int width, int height, std::string *error)
 {
+    m_path = path;
     m_file = std::fopen(path.c_str(), "rb");
     if (!m_file) {
         *error = "cannot open " + path;
@@ -28,7 +48,7 @@ bool RawI420Source::Open(const std::string &path, int width, int height, std::st
     m_width = width;
     m_height = height;
     m_buffer.resize(size_t(width) * height * 3 / 2);
-    if (!Next()) {
+    if (!Read()) {
         *error = path + " holds less than one " + std::to_string(width) + "x" + std::to_string(height) +
                  " I420 frame";
         return false;
@@ -37,12 +57,21 @@ bool RawI420Source::Open(const std::string &path, int width, int height, std::st
     return true;
 }
 
-uint8_t *RawI420Source::Next()
+bool RawI420Source::Read()
 {
-    if (!m_file) return nullptr;
     for (int attempt = 0; attempt < 2; attempt++) {
-        if (std::fread(m_buffer.data(), 1, m_buffer.size(), m_file) == m_buffer.size()) return m_buffer.data();
+        if (std::fread(m_buffer.data(), 1, m_buffer.size(), m_file) == m_buffer.size()) return true;
         std::rewind(m_file); // loop; a partial last frame is dropped
     }
-    return nullptr;
+    return false;
+}
+
+bool RawI420Source::Next(Picture *picture, std::string *error)
+{
+    if (!m_file || !Read()) {
+        *error = "cannot read a frame from " + m_path;
+        return false;
+    }
+    *picture = PackedI420Picture(m_buffer.data(), m_width, m_height);
+    return true;
 }

@@ -40,18 +40,35 @@ bool ParseLens(const char *s, int32_t lens[4])
 
 } // namespace
 
+bool ParseNamed(const char *s, const char *const *names, int count, int *out)
+{
+    for (int i = 0; i < count; i++) {
+        if (!std::strcmp(s, names[i])) {
+            *out = i;
+            return true;
+        }
+    }
+    return false;
+}
+
 void PrintUsage(const char *argv0)
 {
     std::printf(
-        "usage: %s [options]\n"
+        "usage: %s [options] [FILE]\n"
+        "  FILE              a video file (MP4, MKV, MOV, AVI, ... whatever FFmpeg decodes), played in a loop\n"
+        "                    at its own pace. Default: the built-in fisheye scene\n"
         "  --mode N          view 0..10 (repeat for several in a headless run; default: 0, 1, 2 headless,\n"
         "                    1 in a window)\n"
-        "  --input FILE      raw I420 frames (looped); needs --size WxH. Default: built-in fisheye scene\n"
-        "  --size WxH        frame size of --input\n"
+        "  --format F        pictures handed to the display: as-decoded (default), i420 or nv12\n"
+        "  --colour M        YUV matrix: auto (the stream's; default), bt601, bt709 or bt2020\n"
+        "  --range R         sample range: auto (default), video or full\n"
+        "  --input FILE      raw I420 frames (looped); needs --size WxH\n"
+        "  --size WxH        frame size of --input, or of --write-clip (default 1280x720)\n"
         "  --window WxH      window size (default 1280x720)\n"
         "  --frames N        frames to play (per mode when headless); default: until the window closes\n"
         "  --fps N           frame rate (default 30)\n"
-        "  --lens cx,cy,rx,ry  lens circle in 1/10000 of the picture (default: the built-in scene's)\n"
+        "  --lens cx,cy,rx,ry  lens circle in 1/10000 of the picture (default: the built-in scene's, or the\n"
+        "                    picture's middle as tall as the picture); with --write-clip where the scene's is\n"
         "  --fit N           fit mode (default 0)\n"
         "  --rotation N      frame rotation 0, 90, 180 or 270\n"
         "  --snapshot F.png  write a snapshot after the last frame\n"
@@ -60,10 +77,15 @@ void PrintUsage(const char *argv0)
         "  --faces           moving face rectangles with name, gender and age labels (default view 0)\n"
         "  --logo F.bmp      show a 24- or 32-bit BMP logo in the top left corner of the picture\n"
         "  --font FILE       font of the labels (default: DejaVu Sans)\n"
+        "  --contact-sheet F.png  every view (or those of --mode) side by side, labelled, then stop\n"
         "  --lib PATH        libPanoview.so to load (default: the one built with this program)\n"
-        "  --verbose         print every parameter sent\n"
+        "  --verbose         print every parameter sent, and FFmpeg's messages\n"
+        "  --write-clip OUT  write the built-in scene as a video file (--codec, --size, --frames, --fps,\n"
+        "                    --colour, --range) and stop\n"
+        "  --codec NAME      encoder of --write-clip: h264 (default), mjpeg, mpeg4, libvpx-vp9, ...\n"
         "Window keys: 0-9 and '-' (10) switch the view, c cruise on/off, p snapshot, k save view state,\n"
-        "r restore it, q or Escape quit. Mouse: drag to steer, wheel to zoom, double click.\n",
+        "r restore it, space pause, left/right seek 5 s, up/down seek 30 s, q or Escape quit.\n"
+        "Mouse: drag to steer, wheel to zoom, double click.\n",
         argv0);
 }
 
@@ -104,7 +126,26 @@ bool ParseOptions(int argc, char **argv, PlayerOptions *o, std::string *error)
         } else if (!std::strcmp(a, "--size")) {
             if (!next(&v) || !ParseSize(v, &o->inputWidth, &o->inputHeight))
                 return *error = "--size takes WxH", false;
-            if (o->inputWidth % 2 || o->inputHeight % 2) return *error = "--size must be even (I420)", false;
+        } else if (!std::strcmp(a, "--format")) {
+            static const char *const names[] = {"as-decoded", "i420", "nv12"};
+            if (!next(&v) || !ParseNamed(v, names, 3, &o->layout))
+                return *error = "--format takes as-decoded, i420 or nv12", false;
+        } else if (!std::strcmp(a, "--colour") || !std::strcmp(a, "--color")) {
+            static const char *const names[] = {"bt601", "bt709", "bt2020", "auto"};
+            if (!next(&v) || !ParseNamed(v, names, 4, &o->colourMatrix))
+                return *error = "--colour takes auto, bt601, bt709 or bt2020", false;
+            if (o->colourMatrix == 3) o->colourMatrix = -1;
+        } else if (!std::strcmp(a, "--range")) {
+            static const char *const names[] = {"video", "full", "auto"};
+            if (!next(&v) || !ParseNamed(v, names, 3, &o->colourRange))
+                return *error = "--range takes auto, video or full", false;
+            if (o->colourRange == 2) o->colourRange = -1;
+        } else if (!std::strcmp(a, "--write-clip")) {
+            if (!next(&v)) return false;
+            o->clipPath = v;
+        } else if (!std::strcmp(a, "--codec")) {
+            if (!next(&v)) return false;
+            o->clipCodec = v;
         } else if (!std::strcmp(a, "--window")) {
             if (!next(&v) || !ParseSize(v, &o->windowWidth, &o->windowHeight))
                 return *error = "--window takes WxH", false;
@@ -126,19 +167,33 @@ bool ParseOptions(int argc, char **argv, PlayerOptions *o, std::string *error)
         } else if (!std::strcmp(a, "--snapshot")) {
             if (!next(&v)) return false;
             o->snapshotPath = v;
+        } else if (!std::strcmp(a, "--contact-sheet")) {
+            if (!next(&v)) return false;
+            o->contactSheet = v;
+            o->headless = true;
         } else if (!std::strcmp(a, "--outdir")) {
             if (!next(&v)) return false;
             o->outDir = v;
         } else if (!std::strcmp(a, "--lib")) {
             if (!next(&v)) return false;
             o->libPath = v;
+        } else if (a[0] != '-' && o->videoPath.empty()) {
+            o->videoPath = a;
         } else {
-            *error = std::string("unknown option ") + a;
+            *error = std::string(a[0] == '-' ? "unknown option " : "more than one FILE: ") + a;
             return false;
         }
     }
     if (!o->inputPath.empty() && o->inputWidth == 0) {
         *error = "--input needs --size WxH";
+        return false;
+    }
+    if (!o->inputPath.empty() && (o->inputWidth % 2 || o->inputHeight % 2)) {
+        *error = "--size of --input must be even (I420)";
+        return false;
+    }
+    if (!o->inputPath.empty() && !o->videoPath.empty()) {
+        *error = "give either FILE or --input, not both";
         return false;
     }
     return true;

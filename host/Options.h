@@ -8,14 +8,20 @@
 
 struct PlayerOptions {
     std::string libPath;           // --lib
+    std::string videoPath;         // FILE: a video file decoded with FFmpeg
     std::string inputPath;         // --input (raw I420); empty: the synthetic scene
-    int inputWidth = 0;            // --size WxH of the raw input
+    int inputWidth = 0;            // --size WxH of the raw input or of the clip written
     int inputHeight = 0;
+    int layout = 0;                // --format: 0 as decoded, 1 i420, 2 nv12
+    int colourMatrix = -1;         // --colour: a ZT5_YUV_MATRIX_* value; -1 the stream's
+    int colourRange = -1;          // --range: 0 video, 1 full; -1 the stream's
+    std::string clipPath;          // --write-clip OUT: write the scene as a video file and stop
+    std::string clipCodec = "h264"; // --codec of --write-clip
     int windowWidth = 1280;        // --window WxH
     int windowHeight = 720;
     std::vector<int> modes;        // --mode N (repeatable); empty: default per run kind
     long frames = -1;              // --frames N; -1: until the window closes
-    double fps = 30.0;             // --fps N
+    double fps = 30.0;             // --fps N (frames without timestamps, and written clips)
     std::string snapshotPath;      // --snapshot out.png
     bool haveLens = false;         // --lens cx,cy,rx,ry in 1/10000 of the picture
     int32_t lens[4] = {0, 0, 0, 0};
@@ -26,6 +32,7 @@ struct PlayerOptions {
     bool faces = false;            // --faces: moving labelled face rectangles (plain view)
     std::string logoPath;          // --logo FILE.bmp
     std::string fontPath = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"; // --font FILE
+    std::string contactSheet;      // --contact-sheet OUT.png: every view on one picture, then stop
     bool verbose = false;          // --verbose
     bool help = false;
 };

@@ -9,7 +9,9 @@
 #include <cstring>
 #include <thread>
 
+#include "ContactSheet.h"
 #include "PngWriter.h"
+#include "VideoSource.h"
 
 namespace {
 
@@ -59,6 +61,18 @@ void Player::OnUiMessage(ZT5UIMessage *msg, void *)
 bool Player::OpenSource()
 {
     std::string error;
+    if (!m_opts.videoPath.empty()) {
+        VideoSource::SetLibraryLog(m_opts.verbose);
+        auto *video = new VideoSource();
+        m_source.reset(video);
+        const PictureLayout layouts[] = {PictureLayout::kAsDecoded, PictureLayout::kI420, PictureLayout::kNV12};
+        if (!video->Open(m_opts.videoPath, layouts[m_opts.layout], &error)) {
+            std::fprintf(stderr, "%s\n", error.c_str());
+            return false;
+        }
+        std::printf("%s: %s\n", m_opts.videoPath.c_str(), video->Describe().c_str());
+        return true;
+    }
     if (m_opts.inputPath.empty()) {
         m_source.reset(new SyntheticSource(SceneLens()));
         return true;
@@ -86,12 +100,6 @@ bool Player::Setup()
         return false;
     }
     m_display.SetVerbose(m_opts.verbose);
-
-    m_frameInfo.dwWidth = uint32_t(m_source->width());
-    m_frameInfo.dwHeight = uint32_t(m_source->height());
-    m_frameInfo.dwStride = m_frameInfo.dwWidth;
-    m_frameInfo.dwSliceHeight = m_frameInfo.dwHeight;
-    m_frameInfo.dwCSType = ZT5_FRAME_CS_I420;
     m_frameInfo.dwRotation = m_opts.rotation;
 
     SendStartParameters();
@@ -111,7 +119,16 @@ void Player::SendStartParameters()
     if (m_opts.haveLens) {
         m_lens = {m_opts.lens[0], m_opts.lens[1], m_opts.lens[2], m_opts.lens[3]};
     } else {
+        // The built-in scene's circle; for other input a circle as tall as
+        // the picture, in its middle, as most fisheye cameras give.
         synthetic::LensFrame l = SceneLens();
+        if (!m_opts.videoPath.empty() || !m_opts.inputPath.empty()) {
+            l.width = m_source->width();
+            l.height = m_source->height();
+            l.cx = l.width / 2;
+            l.cy = l.height / 2;
+            l.radius = l.height / 2;
+        }
         m_lens = {TenThousandths(l.cx, l.width), TenThousandths(l.cy, l.height), TenThousandths(l.radius, l.width),
                   TenThousandths(l.radius, l.height)};
     }
@@ -159,32 +176,134 @@ void Player::SetMode(int mode)
     m_display.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, uint32_t(mode), "FISHEYE_MODE");
 }
 
-bool Player::PushFrame()
+namespace {
+
+const char *MatrixName(uint32_t word)
 {
-    uint8_t *frame = m_source->Next();
-    if (!frame) {
-        std::fprintf(stderr, "no more input\n");
-        return false;
+    switch (word & 0xFF) {
+    case ZT5_YUV_MATRIX_BT709: return "BT.709";
+    case ZT5_YUV_MATRIX_BT2020: return "BT.2020";
+    default: return "BT.601";
     }
-    if (m_opts.faces) m_faces.Update(m_display, m_framesShown, m_source->width(), m_source->height());
-    int32_t res = m_display.Draw(frame, m_frameInfo);
+}
+
+} // namespace
+
+void Player::PushPicture(const Picture &p)
+{
+    // The picture's colours, or what the command line says instead.
+    uint32_t colour = p.yuvMatrix;
+    if (m_opts.colourMatrix >= 0) colour = (colour & ~0xFFu) | uint32_t(m_opts.colourMatrix);
+    if (m_opts.colourRange >= 0) colour = (colour & 0xFFu) | (m_opts.colourRange ? ZT5_YUV_RANGE_FULL : 0u);
+    if (!m_colourSent || colour != m_colourWord) {
+        m_colourWord = colour;
+        m_colourSent = true;
+        std::printf("colours: %s, %s range\n", MatrixName(colour), (colour & ZT5_YUV_RANGE_FULL) ? "full" : "video");
+        m_display.SetU32(ZT5_CFG_DISPLAY_YUV_MATRIX, colour, "YUV_MATRIX");
+    }
+
+    if (m_opts.faces) m_faces.Update(m_display, m_framesShown, p.width, p.height);
+    m_frameInfo.dwWidth = uint32_t(p.width);
+    m_frameInfo.dwHeight = uint32_t(p.height);
+    m_frameInfo.dwStride = uint32_t(p.strides[0]);
+    m_frameInfo.dwSliceHeight = uint32_t(p.height);
+    m_frameInfo.dwCSType = p.csType;
+    int32_t res;
+    if (p.contiguous) {
+        res = m_display.Draw(p.planes[0], m_frameInfo);
+    } else {
+        // The decoder's planes as they are: the display copies them before
+        // DrawFrame returns, so buffer 0 is always the one to show.
+        m_agent.dwYStride = uint32_t(p.strides[0]);
+        m_agent.dwUVStride = uint32_t(p.strides[1]);
+        m_agent.dwCheckA = m_agent.dwCheckB = 1;
+        m_agent.dwBusy0 = 0;
+        m_agent.dwBusy1 = 1;
+        for (int i = 0; i < 3; i++) m_agent.pPlane0[i] = p.planes[i];
+        if (!m_agentSent) {
+            m_display.Set(ZT5_CFG_COMMON_SHAREDMEM_AGENT, &m_pAgent, "COMMON_SHAREDMEM_AGENT");
+            m_agentSent = true;
+        }
+        res = m_display.Draw(nullptr, m_frameInfo);
+    }
     if (res != ZT5_OK && m_framesShown < 3) std::fprintf(stderr, "DrawFrame returned %d\n", res);
     m_framesShown++;
-    return true;
+}
+
+bool Player::WaitUntilDue(double pts)
+{
+    const auto now = Clock::now();
+    Clock::time_point due;
+    if (pts < 0) {
+        // No timestamps: a steady rate.
+        const auto period =
+            std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1.0 / m_opts.fps));
+        due = m_clockValid ? m_lastDue + period : now;
+    } else {
+        // The clock starts again at a new start: the first picture, after
+        // a pause or seek, when the stream loops (its time goes back) and
+        // at a jump forward no picture lasts (a gap in the timestamps must
+        // not become a long wait).
+        if (!m_clockValid || pts < m_lastPts || pts > m_lastPts + 5.0)
+            m_clockBase = now - std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(pts));
+        due = m_clockBase + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(pts));
+        // Far behind (decoding slower than the stream): go on from here
+        // rather than rush through the backlog.
+        if (due + std::chrono::milliseconds(250) < now) {
+            m_clockBase += now - due;
+            due = now;
+        }
+        m_lastPts = pts;
+    }
+    if (due < now) due = now; // running late: don't try to catch up
+    m_lastDue = due;
+    m_clockValid = true;
+
+    const int interrupts = m_interrupts;
+    for (;;) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(due - Clock::now()).count();
+        if (left <= 0) return true;
+        m_window.WaitForEvent(int(std::min<long long>(left, 50)));
+        HandleEvents();
+        if (m_interrupts != interrupts) return false;
+    }
+}
+
+void Player::ApplySeek()
+{
+    const double by = m_seekBy;
+    m_seekBy = 0.0;
+    if (m_source->SeekBy(by)) std::printf("seek %+g s\n", by);
+    else std::printf("this input can't seek\n");
+    m_clockValid = false;
+    std::fflush(stdout);
 }
 
 bool Player::PlayFrames(long frames)
 {
-    const auto period = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1.0 / m_opts.fps));
-    auto next = Clock::now();
-    for (long i = 0; frames < 0 || i < frames; i++) {
+    for (long i = 0; frames < 0 || i < frames;) {
         HandleEvents();
         if (m_quit) return false;
-        if (!PushFrame()) return false;
-        next += period;
-        auto now = Clock::now();
-        if (next > now) std::this_thread::sleep_until(next);
-        else next = now; // running late: don't try to catch up
+        if (m_paused && m_seekBy == 0.0) {
+            // Nothing is pushed: the display keeps the last picture.
+            m_window.WaitForEvent(100);
+            continue;
+        }
+        if (m_seekBy != 0.0) ApplySeek();
+        Picture picture;
+        std::string error;
+        if (!m_source->Next(&picture, &error)) {
+            std::fprintf(stderr, "%s\n", error.c_str());
+            m_failed = true;
+            return false;
+        }
+        // Paused: a seek shows the picture it lands on and stays paused.
+        if (!m_paused && !WaitUntilDue(picture.pts)) {
+            if (m_quit) return false;
+            if (m_seekBy != 0.0 || m_paused) continue; // this picture is dropped
+        }
+        PushPicture(picture);
+        i++;
     }
     return true;
 }
@@ -221,8 +340,8 @@ bool Usable(const ZT5Snapshot *shot)
 // comes up on its own thread after the first frame and a new view compiles
 // its shaders, so right after the last frame the window may still be empty.
 // Waits (at most a few seconds) for a picture that isn't one flat colour; a
-// view that really is flat is written after the wait.
-bool Player::WriteSnapshot(const std::string &path)
+// view that really is flat is taken after the wait.
+const ZT5Snapshot *Player::TakeSnapshot()
 {
     const ZT5Snapshot *shot = nullptr;
     const auto end = Clock::now() + std::chrono::seconds(4);
@@ -233,6 +352,12 @@ bool Player::WriteSnapshot(const std::string &path)
         if (p) shot = p;
         if (Usable(shot) && !IsUniform(*shot)) break;
     } while (Clock::now() < end);
+    return shot;
+}
+
+bool Player::WriteSnapshot(const std::string &path)
+{
+    const ZT5Snapshot *shot = TakeSnapshot();
     if (!shot) {
         std::fprintf(stderr, "no snapshot: the display has no renderer\n");
         return false;
@@ -259,6 +384,7 @@ bool Player::WriteSnapshot(const std::string &path)
 std::vector<int> Player::RunModes() const
 {
     if (!m_opts.modes.empty()) return m_opts.modes;
+    if (!m_opts.contactSheet.empty()) return {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
     if (m_opts.faces) return {0}; // the faces are drawn over the plain view
     if (m_opts.headless && !m_opts.outDir.empty()) return {0, 1, 2};
     return {1};
@@ -276,21 +402,52 @@ int Player::Run()
         // A fixed number of frames per view, a snapshot of each.
         const std::vector<int> modes = RunModes();
         const long frames = m_opts.frames > 0 ? m_opts.frames : 45;
+        std::vector<SheetTile> tiles;
         for (int mode : modes) {
             SetMode(mode);
             if (!PlayFrames(frames)) break;
             if (!m_opts.outDir.empty()) {
                 ok = WriteSnapshot(m_opts.outDir + "/panoview-mode" + std::to_string(mode) + ".png") && ok;
             }
+            if (!m_opts.contactSheet.empty()) {
+                const ZT5Snapshot *shot = TakeSnapshot();
+                if (!Usable(shot)) {
+                    std::fprintf(stderr, "no picture of view %d\n", mode);
+                    ok = false;
+                    continue;
+                }
+                // Bottom row first as GL reads it; the sheet wants the top first.
+                SheetTile t;
+                t.mode = mode;
+                t.width = int(shot->dwWidth);
+                t.height = int(shot->dwHeight);
+                t.blank = IsUniform(*shot);
+                t.rgba.resize(size_t(t.width) * t.height * 4);
+                const uint8_t *src = static_cast<const uint8_t *>(shot->pBuffer);
+                const size_t pitch = size_t(t.width) * 4;
+                for (int y = 0; y < t.height; y++)
+                    std::memcpy(&t.rgba[size_t(y) * pitch], src + size_t(t.height - 1 - y) * pitch, pitch);
+                tiles.push_back(std::move(t));
+            }
+        }
+        if (!m_opts.contactSheet.empty() && !m_failed) {
+            std::string error;
+            if (WriteContactSheet(m_opts.contactSheet, tiles, &error)) {
+                std::printf("contact sheet %s (%zu views)\n", m_opts.contactSheet.c_str(), tiles.size());
+            } else {
+                std::fprintf(stderr, "%s\n", error.c_str());
+                ok = false;
+            }
         }
     } else {
         PlayFrames(m_opts.frames);
     }
-    if (!m_opts.snapshotPath.empty()) {
+    if (!m_failed && !m_opts.snapshotPath.empty()) {
         ok = WriteSnapshot(m_opts.snapshotPath) && ok;
     }
     std::printf("%ld frames shown\n", m_framesShown);
     m_display.Uninit();
+    if (m_failed) return 1;
     return ok ? 0 : 2;
 }
 
@@ -301,7 +458,10 @@ void Player::HandleEvents()
     WindowEvent e;
     while (m_window.Poll(&e)) {
         switch (e.type) {
-        case WindowEvent::kClose: m_quit = true; break;
+        case WindowEvent::kClose:
+            m_quit = true;
+            m_interrupts++;
+            break;
         case WindowEvent::kResize: OnResize(e.width, e.height); break;
         case WindowEvent::kKey: OnKey(e.key); break;
         case WindowEvent::kButtonDown: OnButtonDown(e); break;
@@ -323,6 +483,21 @@ void Player::OnKey(char key)
 {
     if (key >= '0' && key <= '9') return SetMode(key - '0');
     switch (key) {
+    case ' ':
+        m_paused = !m_paused;
+        m_clockValid = false;
+        m_interrupts++;
+        std::printf("%s\n", m_paused ? "paused" : "playing");
+        break;
+    case WindowEvent::kLeft:
+    case WindowEvent::kRight:
+    case WindowEvent::kUp:
+    case WindowEvent::kDown: {
+        const double steps[] = {-5.0, 5.0, 30.0, -30.0};
+        m_seekBy += steps[key - WindowEvent::kLeft];
+        m_interrupts++;
+        break;
+    }
     case '-': SetMode(10); break;
     case 'c':
         m_cruise = m_cruise ? 0 : 1;
@@ -337,7 +512,10 @@ void Player::OnKey(char key)
     case 'k': SaveViewState(); break;
     case 'r': RestoreViewState(); break;
     case 'q':
-    case 27: m_quit = true; break;
+    case 27:
+        m_quit = true;
+        m_interrupts++;
+        break;
     default: break;
     }
     std::fflush(stdout);

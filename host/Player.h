@@ -1,8 +1,10 @@
-// The demo's player loop: window, display, frames at a steady rate, the
-// user's mouse and keys turned into the display's gesture parameters.
+// The demo's player loop: window, display, frames at the pace of their
+// timestamps (or a steady rate), the user's mouse and keys turned into the
+// display's gesture parameters, pause and seek.
 #ifndef PANOVIEW_HOST_PLAYER_H
 #define PANOVIEW_HOST_PLAYER_H
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -29,9 +31,16 @@ private:
     void SendStartParameters();
     void SendLogo();
     void SetMode(int mode);
-    // Plays `frames` frames (or until quit when negative). False on quit.
+    // Plays `frames` frames (or until quit when negative). False on quit or
+    // a failed source.
     bool PlayFrames(long frames);
-    bool PushFrame();
+    // Waits (handling events) until the picture of `pts` is due. False when
+    // a key asked for something else meanwhile (pause, seek, quit).
+    bool WaitUntilDue(double pts);
+    void PushPicture(const Picture &picture);
+    void ApplySeek();
+    // The window's picture once the display has drawn one; null if none.
+    const ZT5Snapshot *TakeSnapshot();
     bool WriteSnapshot(const std::string &path);
 
     void HandleEvents();
@@ -57,6 +66,25 @@ private:
     int m_mode = 0;
     long m_framesShown = 0;
     bool m_quit = false;
+    bool m_failed = false;  // the source gave up: the exit code says so
+    bool m_paused = false;
+    double m_seekBy = 0.0;  // seconds asked for by the arrow keys, not yet done
+    int m_interrupts = 0;   // counts pause, seek and quit requests
+
+    // Pacing: a picture of timestamp pts is due at m_clockBase + pts.
+    using Clock = std::chrono::steady_clock;
+    bool m_clockValid = false;
+    Clock::time_point m_clockBase;
+    Clock::time_point m_lastDue;
+    double m_lastPts = -1.0;
+
+    // Decoded pictures with strides of their own go through the shared
+    // memory record, which names the planes of one picture at a time.
+    ZT5SharedMemAgent m_agent = {};
+    ZT5SharedMemAgent *m_pAgent = &m_agent;
+    bool m_agentSent = false;
+    uint32_t m_colourWord = 0;
+    bool m_colourSent = false;
     int m_snapshotCount = 0;
 
     // Records the display keeps a pointer to: they live as long as the player.

@@ -27,12 +27,37 @@ static uint8_t Clamp8(double v)
     return static_cast<uint8_t>(std::min(255.0, std::max(0.0, std::floor(v + 0.5))));
 }
 
-void RgbToYuv(Rgb c, uint8_t *y, uint8_t *u, uint8_t *v)
+const YuvEncoding kBt601 = {0.299, 0.114, false};
+const YuvEncoding kBt709 = {0.2126, 0.0722, false};
+const YuvEncoding kBt2020 = {0.2627, 0.0593, false};
+
+// With E'y = kr R + (1 - kr - kb) G + kb B (R, G, B in 0..1), the colour
+// differences are E'u = (B - E'y) / (2 (1 - kb)) and E'v = (R - E'y) /
+// (2 (1 - kr)), both in -0.5..0.5. Video range stores 16 + 219 E'y and
+// 128 + 224 E'u/v, full range 255 E'y and 128 + 255 E'u/v.
+void RgbToYuv(Rgb c, uint8_t *y, uint8_t *u, uint8_t *v, const YuvEncoding &enc)
 {
-    double r = c.r, g = c.g, b = c.b;
-    *y = Clamp8(16.0 + 0.256788 * r + 0.504129 * g + 0.097906 * b);
-    *u = Clamp8(128.0 - 0.148223 * r - 0.290993 * g + 0.439216 * b);
-    *v = Clamp8(128.0 + 0.439216 * r - 0.367788 * g - 0.071427 * b);
+    const double r = c.r / 255.0, g = c.g / 255.0, b = c.b / 255.0;
+    const double ey = enc.kr * r + (1.0 - enc.kr - enc.kb) * g + enc.kb * b;
+    const double eu = (b - ey) / (2.0 * (1.0 - enc.kb));
+    const double ev = (r - ey) / (2.0 * (1.0 - enc.kr));
+    const double ys = enc.fullRange ? 255.0 : 219.0, yo = enc.fullRange ? 0.0 : 16.0;
+    const double cs = enc.fullRange ? 255.0 : 224.0;
+    *y = Clamp8(yo + ys * ey);
+    *u = Clamp8(128.0 + cs * eu);
+    *v = Clamp8(128.0 + cs * ev);
+}
+
+Rgb YuvToRgb(uint8_t y, uint8_t u, uint8_t v, const YuvEncoding &enc)
+{
+    const double ys = enc.fullRange ? 255.0 : 219.0, yo = enc.fullRange ? 0.0 : 16.0;
+    const double cs = enc.fullRange ? 255.0 : 224.0;
+    const double ey = (y - yo) / ys, eu = (u - 128.0) / cs, ev = (v - 128.0) / cs;
+    const double kg = 1.0 - enc.kr - enc.kb;
+    const double r = ey + 2.0 * (1.0 - enc.kr) * ev;
+    const double b = ey + 2.0 * (1.0 - enc.kb) * eu;
+    const double g = (ey - enc.kr * r - enc.kb * b) / kg;
+    return {Clamp8(r * 255.0), Clamp8(g * 255.0), Clamp8(b * 255.0)};
 }
 
 Rgb YuvToRgb(uint8_t y, uint8_t u, uint8_t v)
@@ -68,7 +93,8 @@ namespace {
 
 // Paints the 2x2 blocks of [x0, x1) x [y0, y1) (even bounds) of frame
 // `frame`; `withDot` false leaves the animated dot out.
-void PaintBlocks(const LensFrame &lens, int frame, bool withDot, int x0, int y0, int x1, int y1, uint8_t *i420)
+void PaintBlocks(const LensFrame &lens, int frame, bool withDot, int x0, int y0, int x1, int y1, uint8_t *i420,
+                 const YuvEncoding &enc)
 {
     const int w = lens.width, h = lens.height;
     uint8_t *Y = i420;
@@ -123,7 +149,7 @@ void PaintBlocks(const LensFrame &lens, int frame, bool withDot, int x0, int y0,
             for (int j = 0; j < 2; j++) {
                 for (int i = 0; i < 2; i++) {
                     uint8_t yy, uu, vv;
-                    RgbToYuv(colourAt(x + i, y + j), &yy, &uu, &vv);
+                    RgbToYuv(colourAt(x + i, y + j), &yy, &uu, &vv, enc);
                     Y[size_t(y + j) * w + x + i] = yy;
                     su += uu;
                     sv += vv;
@@ -141,6 +167,7 @@ void PaintBlocks(const LensFrame &lens, int frame, bool withDot, int x0, int y0,
 struct StillCache {
     std::mutex mutex;
     LensFrame lens;
+    YuvEncoding enc = {};
     bool valid = false;
     std::vector<uint8_t> still;
 };
@@ -150,19 +177,25 @@ bool SameLens(const LensFrame &a, const LensFrame &b)
     return a.width == b.width && a.height == b.height && a.cx == b.cx && a.cy == b.cy && a.radius == b.radius;
 }
 
+bool SameEncoding(const YuvEncoding &a, const YuvEncoding &b)
+{
+    return a.kr == b.kr && a.kb == b.kb && a.fullRange == b.fullRange;
+}
+
 } // namespace
 
-void RenderFisheyeFrame(const LensFrame &lens, int frame, uint8_t *i420)
+void RenderFisheyeFrame(const LensFrame &lens, int frame, uint8_t *i420, const YuvEncoding &enc)
 {
     const int w = lens.width, h = lens.height;
     const size_t bytes = size_t(w) * h + 2 * size_t(w / 2) * (h / 2);
     static StillCache cache;
     {
         std::lock_guard<std::mutex> lock(cache.mutex);
-        if (!cache.valid || !SameLens(cache.lens, lens)) {
+        if (!cache.valid || !SameLens(cache.lens, lens) || !SameEncoding(cache.enc, enc)) {
             cache.still.assign(bytes, 0);
-            PaintBlocks(lens, frame, false, 0, 0, w & ~1, h & ~1, cache.still.data());
+            PaintBlocks(lens, frame, false, 0, 0, w & ~1, h & ~1, cache.still.data(), enc);
             cache.lens = lens;
+            cache.enc = enc;
             cache.valid = true;
         }
         std::memcpy(i420, cache.still.data(), bytes);
@@ -176,7 +209,7 @@ void RenderFisheyeFrame(const LensFrame &lens, int frame, uint8_t *i420)
     auto evenFloor = [](double v) { return int(std::floor(v / 2.0)) * 2; };
     int x0 = std::max(0, evenFloor(dotX - reach)), y0 = std::max(0, evenFloor(dotY - reach));
     int x1 = std::min(w & ~1, evenFloor(dotX + reach) + 2), y1 = std::min(h & ~1, evenFloor(dotY + reach) + 2);
-    if (x0 < x1 && y0 < y1) PaintBlocks(lens, frame, true, x0, y0, x1, y1, i420);
+    if (x0 < x1 && y0 < y1) PaintBlocks(lens, frame, true, x0, y0, x1, y1, i420, enc);
 }
 
 std::vector<uint8_t> MakeFisheyeFrame(const LensFrame &lens, int frame)

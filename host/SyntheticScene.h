@@ -41,18 +41,31 @@ struct LensFrame {
     int radius = 540;
 };
 
-// BT.601 video-range conversion used to paint the scene.
-void RgbToYuv(Rgb c, uint8_t *y, uint8_t *u, uint8_t *v);
-// The inverse the plain view's shader computes (video range expanded).
+// How RGB becomes Y'CbCr: the luma weights of red (kr) and blue (kb), and
+// whether the samples use the full 0..255 range or the video range (luma
+// 16..235, chroma 16..240).
+struct YuvEncoding {
+    double kr, kb;
+    bool fullRange;
+};
+extern const YuvEncoding kBt601; // video range; the scene's default
+extern const YuvEncoding kBt709;
+extern const YuvEncoding kBt2020;
+
+// RGB to Y'CbCr, rounded; BT.601 video range unless told otherwise.
+void RgbToYuv(Rgb c, uint8_t *y, uint8_t *u, uint8_t *v, const YuvEncoding &enc = kBt601);
+// The inverse the plain view's shader computes for BT.601 video range.
 Rgb YuvToRgb(uint8_t y, uint8_t u, uint8_t v);
+// The exact inverse of an encoding.
+Rgb YuvToRgb(uint8_t y, uint8_t u, uint8_t v, const YuvEncoding &enc);
 
 // Scene colour at a direction: theta from the axis, phi azimuth (degrees),
 // without labels and animation dot.
 Rgb SceneColour(double thetaDeg, double phiDeg);
 
 // Paints frame number `frame` into `i420` (width*height*3/2 bytes; width and
-// height even).
-void RenderFisheyeFrame(const LensFrame &lens, int frame, uint8_t *i420);
+// height even), with the given encoding.
+void RenderFisheyeFrame(const LensFrame &lens, int frame, uint8_t *i420, const YuvEncoding &enc = kBt601);
 std::vector<uint8_t> MakeFisheyeFrame(const LensFrame &lens, int frame);
 
 } // namespace synthetic

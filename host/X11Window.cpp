@@ -4,6 +4,8 @@
 #include <X11/Xutil.h>
 #include <X11/keysym.h>
 
+#include <poll.h>
+
 #include <chrono>
 #include <thread>
 
@@ -85,6 +87,11 @@ bool X11Window::Poll(WindowEvent *out)
             else if (sym >= XK_0 && sym <= XK_9) e.key = char('0' + (sym - XK_0));
             else if (sym >= XK_KP_0 && sym <= XK_KP_9) e.key = char('0' + (sym - XK_KP_0));
             else if (sym >= XK_a && sym <= XK_z) e.key = char('a' + (sym - XK_a));
+            else if (sym == XK_space) e.key = ' ';
+            else if (sym == XK_Left) e.key = WindowEvent::kLeft;
+            else if (sym == XK_Right) e.key = WindowEvent::kRight;
+            else if (sym == XK_Up) e.key = WindowEvent::kUp;
+            else if (sym == XK_Down) e.key = WindowEvent::kDown;
             else continue;
             e.type = WindowEvent::kKey;
             break;
@@ -116,4 +123,16 @@ bool X11Window::Poll(WindowEvent *out)
         return true;
     }
     return false;
+}
+
+void X11Window::WaitForEvent(int milliseconds)
+{
+    Display *dpy = Dpy(m_display);
+    if (!dpy) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+        return;
+    }
+    if (XPending(dpy)) return;
+    pollfd p = {ConnectionNumber(dpy), POLLIN, 0};
+    poll(&p, 1, milliseconds);
 }

@@ -10,10 +10,12 @@ struct WindowEvent {
     enum Type { kNone, kClose, kResize, kKey, kButtonDown, kButtonUp, kMotion, kWheel };
     Type type = kNone;
     int width = 0, height = 0; // kResize
-    char key = 0;              // kKey: ASCII, 27 for Escape
+    char key = 0;              // kKey: ASCII, 27 for Escape, or one of the arrows below
     int x = 0, y = 0;          // pointer events, window pixels
     int button = 0;            // kButtonDown/Up: 1 left; kWheel: +1 up, -1 down
     unsigned long timeMs = 0;  // server time of pointer events
+
+    static const char kLeft = 1, kRight = 2, kUp = 3, kDown = 4;
 };
 
 class X11Window {
@@ -30,6 +32,8 @@ public:
     int height() const { return m_height; }
     // Next pending event, without waiting; false when there is none.
     bool Poll(WindowEvent *ev);
+    // Sleeps until an event is pending or `milliseconds` have passed.
+    void WaitForEvent(int milliseconds);
 
 private:
     void *m_display = nullptr;

@@ -85,6 +85,14 @@
 #define ZT5_CFG_DISPLAY_FACE_OPTION             0x9000053
 #define ZT5_CFG_DISPLAY_BACK_COLOR              0x9000054
 #define ZT5_CFG_DISPLAY_LOGO_DATA               0x9000055
+/* How the frame's Y'CbCr samples become RGB: one 32-bit word, a matrix
+ * (ZT5_YUV_MATRIX_*) ORed with ZT5_YUV_RANGE_FULL for full-range samples.
+ * Default 0: BT.601, video range. Other values are refused. */
+#define ZT5_CFG_DISPLAY_YUV_MATRIX              0x9000057
+#define ZT5_YUV_MATRIX_BT601                    0x0
+#define ZT5_YUV_MATRIX_BT709                    0x1
+#define ZT5_YUV_MATRIX_BT2020                   0x2
+#define ZT5_YUV_RANGE_FULL                      0x100
 /* Read only: a ZT5RenderStats record (draw and frame counts). */
 #define ZT5_CFG_DISPLAY_RENDER_STATS            0x9000060
 /* Faces over the plain view: a ZT5FaceList record, copied at the call. */
@@ -110,6 +118,10 @@
 #define ZT5_FRAME_CS_PACKED4_A     0x4000
 #define ZT5_FRAME_CS_PACKED4_B     0x5000
 #define ZT5_FRAME_CS_OUTPUT        0x400
+/* Semi-planar 4:2:0 with the U sample of each chroma pair first (NV12, what
+ * hardware decoders deliver); the SEMIPLANAR types put V first. Full-size Y
+ * plane, then rows of interleaved U,V pairs. */
+#define ZT5_FRAME_CS_NV12          0x20
 
 /* Colour-space ids used from the display manager downward. */
 #define ZT5_CS_I420          0x50000811
@@ -122,6 +134,7 @@
 #define ZT5_CS_PACKED4_A     0x37001777
 #define ZT5_CS_PACKED4_B     0x70000010
 #define ZT5_CS_OUTPUT        0x15000454
+#define ZT5_CS_NV12          0x70000004
 
 /* Snapshot result word for RGBA pixels. */
 #define ZT5_SNAPSHOT_RGBA    0x4000

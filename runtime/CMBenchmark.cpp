@@ -88,7 +88,12 @@ int CMBenchmark::GetTriple(MDWord id, MDWord index, MDWord *pOut) const
 {
     if (!pOut || index > 2) return 2;
     const Item *it = Find(id);
-    if (!it || id == kFreeId) return 2;
+    if (!it || id == kFreeId) {
+        // No measurement under this id (none yet, or the counters were just
+        // restarted): the caller reads zeros, not whatever its buffer held.
+        pOut[0] = pOut[1] = pOut[2] = 0;
+        return 2;
+    }
     const MDWord *words = reinterpret_cast<const MDWord *>(it);
     pOut[0] = words[4 + 3 * index];
     pOut[1] = words[5 + 3 * index];

@@ -1,151 +1,343 @@
-// The plug-in boundary as a host sees it: the real library loaded with
-// dlopen, its two exported functions, the factory, and the public headers.
+// The plug-in boundary as a host sees it, without drawing (the OpenGL road
+// stays off, so no X display is needed): the two exported functions, the
+// factory, the public headers, and what the display object answers to its
+// lifecycle, its parameters and frames.
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <set>
-#include <string>
+#include <vector>
 
-#include "ZT5Plugin.h"
+#include "Harness.h"
+
+using namespace harness;
 
 namespace {
 
-struct Lib {
-    void *h = nullptr;
-    PFN_ZT_GetPlugin get = nullptr;
-    PFN_ZT_ReleasePlugin rel = nullptr;
-    Lib()
-    {
-        h = dlopen(PANOVIEW_LIB_PATH, RTLD_NOW | RTLD_LOCAL);
-        if (!h) return;
-        get = reinterpret_cast<PFN_ZT_GetPlugin>(dlsym(h, "ZT_GetPlugin"));
-        rel = reinterpret_cast<PFN_ZT_ReleasePlugin>(dlsym(h, "ZT_ReleasePlugin"));
-    }
-    ~Lib()
-    {
-        if (h) dlclose(h);
-    }
-};
+const uint32_t kWnd = 0x4400001; // no window is ever looked at without the OpenGL road
 
-std::string RunCommand(const std::string &cmd)
+std::string Shell(const std::string &cmd)
 {
     std::string out;
     FILE *p = popen(cmd.c_str(), "r");
-    if (!p) return out;
     char buf[512];
-    while (fgets(buf, sizeof(buf), p)) out += buf;
-    pclose(p);
+    while (p && fgets(buf, sizeof buf, p)) out += buf;
+    if (p) pclose(p);
     return out;
+}
+
+ZT5FrameInfo Info(uint32_t w, uint32_t h, uint32_t cs = ZT5_FRAME_CS_I420)
+{
+    return ZT5FrameInfo{w, h, w, h, 0, cs, 0, 0};
 }
 
 } // namespace
 
 TEST(PluginBoundary, ExportedFunctionsAndFactory)
 {
-    Lib lib;
-    ASSERT_NE(lib.h, nullptr) << dlerror();
-    ASSERT_NE(lib.get, nullptr);
-    ASSERT_NE(lib.rel, nullptr);
-    EXPECT_EQ(lib.get(nullptr), ZT5_ERR_INVALID_PARAM);
-    EXPECT_EQ(lib.rel(nullptr), ZT5_ERR_INVALID_PARAM);
-
+    ASSERT_NE(LibraryHandle(), nullptr) << Error();
+    auto get = reinterpret_cast<PFN_ZT_GetPlugin>(dlsym(LibraryHandle(), "ZT_GetPlugin"));
+    auto rel = reinterpret_cast<PFN_ZT_ReleasePlugin>(dlsym(LibraryHandle(), "ZT_ReleasePlugin"));
+    ASSERT_TRUE(get && rel);
+    EXPECT_EQ(get(nullptr), ZT5_ERR_INVALID_PARAM);
+    EXPECT_EQ(rel(nullptr), ZT5_ERR_INVALID_PARAM);
     IZT5Plugin *plugin = nullptr;
-    ASSERT_EQ(lib.get(&plugin), 0);
-    ASSERT_NE(plugin, nullptr);
-    // The type is a number; its bytes read "psid" on a little-endian machine.
-    const char bytes[4] = {'p', 's', 'i', 'd'};
-    uint32_t disp;
-    memcpy(&disp, bytes, 4);
+    ASSERT_EQ(get(&plugin), ZT5_OK);
+    uint32_t disp; // the type's bytes read "psid" on a little-endian machine
+    std::memcpy(&disp, "psid", 4);
     EXPECT_EQ(disp, ZT5_PLUGIN_TYPE_DISP);
-    EXPECT_EQ(plugin->QueryType(disp), 0);
-    EXPECT_EQ(plugin->ReleaseType(disp), 0);
-    EXPECT_EQ(plugin->QueryType(0x64697371), ZT5_ERR_UNKNOWN_TYPE);
+    EXPECT_EQ(plugin->QueryType(disp), ZT5_OK);
+    EXPECT_EQ(plugin->ReleaseType(disp), ZT5_OK);
+    EXPECT_EQ(plugin->QueryType(disp + 1), ZT5_ERR_UNKNOWN_TYPE);
     EXPECT_EQ(plugin->ReleaseType(0), ZT5_ERR_UNKNOWN_TYPE);
-
     void *obj = reinterpret_cast<void *>(0x1);
     EXPECT_EQ(plugin->CreateObject(disp, disp, nullptr), ZT5_ERR_INVALID_PARAM);
-    EXPECT_EQ(plugin->CreateObject(disp, 0x76696465, &obj), ZT5_ERR_INVALID_PARAM) << "not 6";
+    EXPECT_EQ(plugin->CreateObject(disp, 0x76696465, &obj), ZT5_ERR_INVALID_PARAM);
     EXPECT_EQ(obj, nullptr) << "the out pointer is cleared first";
-    obj = reinterpret_cast<void *>(0x1);
     EXPECT_EQ(plugin->CreateObject(0, disp, &obj), ZT5_ERR_INVALID_PARAM);
-    EXPECT_EQ(obj, nullptr);
-
     void *a = nullptr, *b = nullptr;
-    ASSERT_EQ(plugin->CreateObject(disp, disp, &a), 0);
-    ASSERT_EQ(plugin->CreateObject(disp, disp, &b), 0);
-    ASSERT_NE(a, nullptr);
-    ASSERT_NE(a, b);
-    // A wrong type doesn't destroy the object: it still answers afterwards.
+    ASSERT_EQ(plugin->CreateObject(disp, disp, &a), ZT5_OK);
+    ASSERT_EQ(plugin->CreateObject(disp, disp, &b), ZT5_OK);
+    ASSERT_TRUE(a && b && a != b);
+    // A wrong type destroys nothing: the object still answers.
     EXPECT_EQ(plugin->DestroyObject(0, disp, a), ZT5_ERR_INVALID_PARAM);
     EXPECT_EQ(plugin->DestroyObject(disp, 1, a), ZT5_ERR_INVALID_PARAM);
     EXPECT_EQ(plugin->DestroyObject(disp, disp, nullptr), ZT5_ERR_INVALID_PARAM);
     uint32_t zoom = 0;
-    EXPECT_EQ(static_cast<IZT5Display *>(a)->GetDisplayParam(ZT5_CFG_DISPLAY_ZOOM, &zoom), 0);
+    EXPECT_EQ(static_cast<IZT5Display *>(a)->GetDisplayParam(ZT5_CFG_DISPLAY_ZOOM, &zoom), ZT5_OK);
     EXPECT_EQ(zoom, 100u);
-    EXPECT_EQ(plugin->DestroyObject(disp, disp, a), 0);
-
-    // The factory may go before its displays.
-    EXPECT_EQ(lib.rel(plugin), 0);
+    EXPECT_EQ(plugin->DestroyObject(disp, disp, a), ZT5_OK);
+    // The factory may go before its displays; a display initialised, fed a
+    // frame and destroyed without Uninit leaves nothing behind.
+    EXPECT_EQ(rel(plugin), ZT5_OK);
     IZT5Display *d = static_cast<IZT5Display *>(b);
-    ZT5DisplayParam rec = {};
-    rec.hWnd = 0x1234;
-    rec.rtScreen = {0, 0, 320, 240};
-    EXPECT_EQ(d->Init(&rec), 0);
-    EXPECT_EQ(d->Uninit(), 0);
+    ZT5DisplayParam rec = {kWnd, {0, 0, 320, 240}, {0, 0, 320, 240}, 0, 0};
+    EXPECT_EQ(d->Init(&rec), ZT5_OK);
+    Frame f(32, 32);
+    ZT5FrameInfo info = Info(32, 32);
+    EXPECT_EQ(d->DrawFrame(f.data.data(), &info, 0), ZT5_OK);
     delete d;
 }
 
 TEST(PluginBoundary, OnlyTheTwoFunctionsAreExported)
 {
-    std::string out = RunCommand(std::string("nm -D --defined-only '") + PANOVIEW_LIB_PATH + "' 2>/dev/null");
-    if (out.empty()) GTEST_SKIP() << "nm not available";
+    std::string out = Shell(std::string("nm -D --defined-only '") + PANOVIEW_LIB_PATH + "' 2>/dev/null");
+    ASSERT_FALSE(out.empty()) << "nm found nothing";
     std::set<std::string> names;
-    size_t pos = 0;
-    while (pos < out.size()) {
-        size_t eol = out.find('\n', pos);
-        std::string line = out.substr(pos, eol == std::string::npos ? std::string::npos : eol - pos);
-        pos = eol == std::string::npos ? out.size() : eol + 1;
-        size_t sp = line.rfind(' ');
-        if (sp == std::string::npos) continue;
-        char type = sp >= 1 ? line[sp - 1] : ' ';
-        if (type == 'T' || type == 'D' || type == 'B' || type == 'W' || type == 'V' || type == 'R' || type == 'i')
-            names.insert(line.substr(sp + 1));
+    for (size_t pos = 0, eol; pos < out.size(); pos = eol + 1) {
+        eol = out.find('\n', pos);
+        if (eol == std::string::npos) eol = out.size();
+        const std::string line = out.substr(pos, eol - pos);
+        const size_t sp = line.rfind(' ');
+        if (sp != std::string::npos && sp > 0 && std::strchr("TDBWVRi", line[sp - 1])) names.insert(line.substr(sp + 1));
     }
-    std::set<std::string> want = {"ZT_GetPlugin", "ZT_ReleasePlugin"};
-    EXPECT_EQ(names, want) << out;
+    EXPECT_EQ(names, (std::set<std::string>{"ZT_GetPlugin", "ZT_ReleasePlugin"})) << out;
 }
 
 // A host compiles against include/ alone.
 TEST(PluginBoundary, PublicHeadersStandAlone)
 {
-    const char *cxx = std::getenv("CXX");
-    std::string compiler = cxx && *cxx ? cxx : "c++";
-    if (std::system((compiler + " --version >/dev/null 2>&1").c_str()) != 0) GTEST_SKIP() << "no compiler";
     char dir[] = "/tmp/panoview-hdrXXXXXX";
     ASSERT_NE(mkdtemp(dir), nullptr);
-    std::string src = std::string(dir) + "/host.cpp";
-    {
-        std::ofstream f(src);
-        f << "#include \"ZT5Plugin.h\"\n#include \"ZT5Mutex.h\"\n#include <dlfcn.h>\n"
-             "int main() {\n"
-             "  void *h = dlopen(\"libPanoview.so\", RTLD_NOW);\n"
-             "  if (!h) return 1;\n"
-             "  PFN_ZT_GetPlugin get = (PFN_ZT_GetPlugin)dlsym(h, \"ZT_GetPlugin\");\n"
-             "  IZT5Plugin *p = 0; if (!get || get(&p)) return 2;\n"
-             "  void *o = 0; p->CreateObject(ZT5_PLUGIN_TYPE_DISP, ZT5_PLUGIN_TYPE_DISP, &o);\n"
-             "  IZT5Display *d = (IZT5Display *)o; ZT5DisplayParam r = {}; ZT5FrameInfo fi = {};\n"
-             "  ZT5UICallbackRecord ui = {}; CZT5Mutex m; (void)ui; (void)m;\n"
-             "  d->Init(&r); d->DrawFrame(0, &fi, 0); return 0;\n}\n";
+    const std::string src = std::string(dir) + "/host.cpp", obj = std::string(dir) + "/host.o";
+    std::ofstream(src) << "#include \"ZT5Plugin.h\"\n#include \"ZT5Mutex.h\"\n"
+                          "int main() { IZT5Plugin *p = 0; ZT_GetPlugin(&p); void *o = 0;\n"
+                          "  p->CreateObject(ZT5_PLUGIN_TYPE_DISP, ZT5_PLUGIN_TYPE_DISP, &o);\n"
+                          "  ZT5DisplayParam r = {}; ZT5FrameInfo fi = {}; ZT5UICallbackRecord ui = {}; CZT5Mutex m;\n"
+                          "  (void)ui; (void)m; ((IZT5Display *)o)->Init(&r); ((IZT5Display *)o)->DrawFrame(0, &fi, 0);\n"
+                          "  return 0; }\n";
+    const char *cxx = std::getenv("CXX");
+    const std::string cmd = std::string(cxx && *cxx ? cxx : "c++") + " -std=c++17 -Wall -Werror -c -I '" +
+                            PANOVIEW_SOURCE_DIR "/include' '" + src + "' -o '" + obj + "' 2>&1";
+    const std::string out = Shell(cmd);
+    EXPECT_TRUE(std::ifstream(obj).good()) << cmd << "\n" << out;
+    std::system(("rm -rf '" + std::string(dir) + "'").c_str());
+}
+
+// Parameters: a null payload is refused for every id, before and after Init;
+// ids the display doesn't serve are unsupported; values out of range are
+// refused and leave the stored one.
+TEST(DisplayBoundary, ParameterCatalogue)
+{
+    Display d;
+    ASSERT_TRUE(d.ok());
+    for (int phase = 0; phase < 2; phase++) {
+        for (uint32_t id : kHostIds) {
+            EXPECT_EQ(d->SetDisplayParam(id, nullptr), ZT5_ERR_INVALID_PARAM) << std::hex << id;
+            EXPECT_EQ(d->GetDisplayParam(id, nullptr), ZT5_ERR_INVALID_PARAM) << std::hex << id;
+        }
+        if (phase == 0) {
+            ASSERT_EQ(d.Init(kWnd, 1280, 720), ZT5_OK);
+        }
     }
-    std::string obj = std::string(dir) + "/host.o";
-    std::string cmd = compiler + " -std=c++17 -Wall -Werror -c -I '" PANOVIEW_SOURCE_DIR "/include' '" + src +
-                      "' -o '" + obj + "' 2>&1";
-    std::string out = RunCommand(cmd);
-    std::ifstream check(obj);
-    EXPECT_TRUE(check.good()) << cmd << "\n" << out;
-    std::system((std::string("rm -rf '") + dir + "'").c_str());
+    uint32_t word = 0;
+    for (uint32_t id : {0x12345u, 0xFFFFFFFFu, 0u, uint32_t(ZT5_CFG_PLUGINMGR_HDL), uint32_t(ZT5_CFG_DISPLAY_RENDERER_INITED),
+                        uint32_t(ZT5_CFG_COMMON_BENCHMARK), uint32_t(ZT5_CFG_DISPLAY_GL_SNAPSHOT)})
+        EXPECT_EQ(d->SetDisplayParam(id, &word), ZT5_ERR_UNSUPPORTED) << std::hex << id;
+    for (uint32_t id : {0x12345u, uint32_t(ZT5_CFG_DISPLAY_FIT_MODE), uint32_t(ZT5_CFG_DISPLAY_UITOUCH_DOWN),
+                        uint32_t(ZT5_CFG_COMMON_ORIENTATION)})
+        EXPECT_EQ(d->GetDisplayParam(id, &word), ZT5_ERR_UNSUPPORTED) << std::hex << id;
+
+    struct Case {
+        uint32_t id, value;
+        int32_t result;
+        uint32_t readBack; // 0: not readable
+    } cases[] = {
+        {ZT5_CFG_DISPLAY_ZOOM, 24, ZT5_ERR_INVALID_PARAM, 100}, {ZT5_CFG_DISPLAY_ZOOM, 801, ZT5_ERR_INVALID_PARAM, 100},
+        {ZT5_CFG_DISPLAY_ZOOM, 25, ZT5_OK, 25},                 {ZT5_CFG_DISPLAY_ZOOM, 800, ZT5_OK, 800},
+        {ZT5_CFG_COMMON_ROTATION, 90, ZT5_OK, 90},              {ZT5_CFG_COMMON_ROTATION, 45, ZT5_ERR_INVALID_PARAM, 90},
+        {ZT5_CFG_COMMON_ROTATION, 360, ZT5_ERR_INVALID_PARAM, 90},
+        {ZT5_CFG_COMMON_ORIENTATION, 3, ZT5_ERR_UNSUPPORTED, 0}, {ZT5_CFG_COMMON_ORIENTATION, 2, ZT5_OK, 0},
+        {ZT5_CFG_DISPLAY_STATUS, 2, ZT5_OK, 1},                 {ZT5_CFG_DISPLAY_STATUS, 1, ZT5_OK, 1},
+        {ZT5_CFG_DISPLAY_FIT_MODE, 1, ZT5_OK, 0},               {ZT5_CFG_DISPLAY_ZOOM, 100, ZT5_ERR_INVALID_PARAM, 800},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(std::to_string(c.id) + " = " + std::to_string(c.value));
+        EXPECT_EQ(d.SetU32(c.id, c.value), c.result);
+        if (c.readBack) {
+            EXPECT_EQ(d.GetU32(c.id), c.readBack);
+        }
+    }
+    // The reads served by the display manager leave the word alone while
+    // there is no handle, and answer once there is.
+    Display fresh;
+    EXPECT_EQ(fresh.GetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 0xABCD), 0xABCDu);
+    void *p = &word;
+    EXPECT_EQ(fresh->GetDisplayParam(ZT5_CFG_DISPLAY_GL_SNAPSHOT, &p), ZT5_OK);
+    EXPECT_EQ(p, &word);
+    fresh.SetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 1);
+    ASSERT_EQ(fresh.Init(kWnd, 640, 480), ZT5_OK);
+    EXPECT_EQ(fresh.GetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 0xABCD), 1u) << "the remembered switch reached the manager";
+}
+
+// Init and Uninit: rectangles that can't hold a picture are refused and
+// leave the display uninitialised; frames need an initialised display.
+TEST(DisplayBoundary, LifecycleAndRectangles)
+{
+    Display d;
+    ASSERT_TRUE(d.ok());
+    Frame f(64, 64);
+    ZT5FrameInfo info = Info(64, 64);
+    EXPECT_EQ(d->DrawFrame(f.data.data(), &info, 0), ZT5_ERR_NOT_READY);
+    EXPECT_EQ(d->DrawFrame(nullptr, nullptr, 0), ZT5_ERR_NOT_READY);
+    EXPECT_EQ(d->Init(nullptr), ZT5_ERR_INVALID_PARAM);
+    struct Bad {
+        ZT5Rect screen, clip;
+    } bad[] = {{{0, 0, 0, 0}, {0, 0, 0, 0}},       {{0, 0, 100, 100}, {100, 0, 200, 100}},
+               {{0, 0, 100, 100}, {0, 100, 100, 200}}, {{100, 100, 0, 0}, {100, 100, 0, 0}},
+               {{INT32_MIN, 0, INT32_MAX, 100}, {INT32_MIN, 0, INT32_MAX, 100}}};
+    for (const Bad &b : bad) {
+        ZT5DisplayParam rec = {kWnd, b.screen, b.clip, 0, 0};
+        EXPECT_EQ(d->Init(&rec), ZT5_ERR_INVALID_PARAM) << int(&b - bad);
+        EXPECT_EQ(d->DrawFrame(f.data.data(), &info, 0), ZT5_ERR_NOT_READY);
+    }
+    ZT5DisplayParam back;
+    ASSERT_EQ(d->GetDisplayParam(ZT5_CFG_DISPLAY_PARAM, &back), ZT5_OK);
+    EXPECT_EQ(back.hWnd, 0u);
+    // An empty clip with a good screen is taken, as the screen.
+    ZT5DisplayParam rec = {kWnd, {0, 0, 640, 480}, {0, 0, 0, 0}, 0, 0};
+    ASSERT_EQ(d->Init(&rec), ZT5_OK);
+    ASSERT_EQ(d->GetDisplayParam(ZT5_CFG_DISPLAY_PARAM, &back), ZT5_OK);
+    EXPECT_EQ(back.rtClip.right, 640);
+    EXPECT_EQ(back.rtClip.bottom, 480);
+    EXPECT_EQ(d->Init(&rec), ZT5_ERR_ALREADY_INITED);
+    EXPECT_EQ(d->Init(nullptr), ZT5_ERR_ALREADY_INITED) << "already initialised comes first";
+    EXPECT_EQ(d->DrawFrame(f.data.data(), &info, 0), ZT5_OK);
+    EXPECT_EQ(d->Uninit(), ZT5_OK);
+    EXPECT_EQ(d->Uninit(), ZT5_OK);
+    EXPECT_EQ(d->DrawFrame(f.data.data(), &info, 0), ZT5_ERR_NOT_READY);
+    ASSERT_EQ(d->Init(&rec), ZT5_OK);
+    EXPECT_EQ(d->DrawFrame(f.data.data(), &info, 0), ZT5_OK);
+}
+
+// Frames without size or data, and sizes the geometry can't take, are
+// refused; the refused ones leave the display as it was.
+TEST(DisplayBoundary, FramesAndSizesThatAreRefused)
+{
+    Display d;
+    ASSERT_TRUE(d.ok());
+    ASSERT_EQ(d.Init(kWnd, 1280, 720), ZT5_OK);
+    Frame f(64, 48);
+    struct Case {
+        uint32_t w, h;
+        bool data, info, skip;
+        int32_t result;
+    } cases[] = {{64, 48, true, true, false, ZT5_OK},   {0, 48, true, true, false, ZT5_ERR_INVALID_PARAM},
+                 {64, 0, true, true, false, ZT5_ERR_INVALID_PARAM}, {20000, 48, true, true, false, ZT5_ERR_INVALID_PARAM},
+                 {64, 48, true, false, false, ZT5_ERR_INVALID_PARAM}, {64, 48, false, true, false, ZT5_ERR_INVALID_PARAM},
+                 {64, 48, false, true, true, ZT5_OK}};
+    for (const Case &c : cases) {
+        ZT5FrameInfo info = Info(c.w, c.h);
+        EXPECT_EQ(d->DrawFrame(c.data ? f.data.data() : nullptr, c.info ? &info : nullptr, c.skip), c.result) << int(&c - cases);
+    }
+    ZT5Rect src = {0, 0, 100000, 10};
+    EXPECT_EQ(d.Set(ZT5_CFG_DISPLAY_SOURCE_RECT, &src), ZT5_ERR_INVALID_PARAM);
+    ZT5DisplayParam huge = {kWnd, {-(1 << 30), 0, 1 << 30, 720}, {-(1 << 30), 0, 1 << 30, 720}, 0, 0};
+    EXPECT_EQ(d.Set(ZT5_CFG_DISPLAY_PARAM, &huge), ZT5_ERR_INVALID_PARAM);
+    // The largest frame against a one-pixel source in every fit mode: the
+    // products stay in range or the frame is refused.
+    src = {0, 0, 1, 1};
+    ASSERT_EQ(d.Set(ZT5_CFG_DISPLAY_SOURCE_RECT, &src), ZT5_OK);
+    ASSERT_EQ(d.SetWindow(kWnd, 60000, 60000), ZT5_OK);
+    const ZT5FrameInfo big = Info(16384, 16384);
+    for (uint32_t fit : {0u, 1u, 2u, 4u, 5u}) {
+        ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_FIT_MODE, fit), ZT5_OK);
+        const int32_t r = d->DrawFrame(nullptr, &big, 1);
+        EXPECT_TRUE(r == ZT5_OK || r == ZT5_ERR_INVALID_PARAM) << fit << " " << r;
+    }
+    // Hidden, a frame is a no-op that doesn't look at its arguments.
+    ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_STATUS, 0), ZT5_OK);
+    EXPECT_EQ(d->DrawFrame(nullptr, nullptr, 0), ZT5_OK);
+}
+
+// The zoom the host reads back is the ratio the fitting achieved: kept while
+// the window grows, worked out at once when a new zoom is asked.
+TEST(DisplayBoundary, ZoomReadBackIsTheAchievedRatio)
+{
+    struct Case {
+        int winW, winH, frameW, frameH, growW, growH;
+        uint32_t asked, first, afterGrow, afterAsk;
+    } cases[] = {{1280, 720, 1920, 1080, 0, 0, 200, 66, 66, 66}, {960, 540, 1280, 720, 1600, 1000, 50, 75, 75, 50},
+                 {1280, 720, 640, 480, 0, 0, 200, 100, 100, 150}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(int(&c - cases));
+        Display d;
+        ASSERT_EQ(d.Init(kWnd, c.winW, c.winH), ZT5_OK);
+        Frame f(c.frameW, c.frameH);
+        ASSERT_EQ(d.Push(f), ZT5_OK);
+        EXPECT_EQ(d.GetU32(ZT5_CFG_DISPLAY_ZOOM), c.first);
+        if (c.growW) {
+            ASSERT_EQ(d.SetWindow(kWnd, c.growW, c.growH), ZT5_OK);
+            ASSERT_EQ(d.Push(f), ZT5_OK);
+        }
+        EXPECT_EQ(d.GetU32(ZT5_CFG_DISPLAY_ZOOM), c.afterGrow);
+        ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_ZOOM, c.asked), ZT5_OK);
+        EXPECT_EQ(d.GetU32(ZT5_CFG_DISPLAY_ZOOM), c.afterAsk);
+    }
+}
+
+// The codec's frame callback takes the plain view's frames instead of the
+// display, and is forgotten at Uninit; the benchmark counts blits and
+// callbacks, resets, and stops in player mode 1.
+TEST(DisplayBoundary, FrameCallbackAndBenchmark)
+{
+    static int calls;
+    calls = 0;
+    ZT5FrameCallback cb = {[](void *, void *) -> int32_t { return ++calls, 42; }, &calls};
+    Display d;
+    ASSERT_EQ(d.Set(ZT5_CFG_CODEC_FRAME_CALLBACK, &cb), ZT5_OK);
+    ASSERT_EQ(d.Init(kWnd, 640, 480), ZT5_OK);
+    Frame f(64, 64);
+    auto triple = [&](uint32_t id) {
+        uint32_t t[3] = {7, 7, 7};
+        EXPECT_EQ(d->GetDisplayParam(id, t), ZT5_OK);
+        return t[1];
+    };
+    EXPECT_EQ(d.Push(f), 42);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(triple(ZT5_CFG_COMMON_BENCHMARK_FRAME), 1u);
+    ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 1), ZT5_OK);
+    EXPECT_EQ(d.Push(f), ZT5_OK) << "a fisheye view takes its frames itself";
+    ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 0), ZT5_OK);
+    ASSERT_EQ(d->Uninit(), ZT5_OK);
+    ASSERT_EQ(d.Init(kWnd, 640, 480), ZT5_OK);
+    for (int i = 0; i < 4; i++) ASSERT_EQ(d.Push(f), ZT5_OK);
+    EXPECT_EQ(calls, 1) << "Uninit forgets the callback";
+    EXPECT_EQ(triple(ZT5_CFG_COMMON_BENCHMARK_BLIT), 5u);
+    ZT5BenchmarkRecord rec = {};
+    ASSERT_EQ(d->GetDisplayParam(ZT5_CFG_COMMON_BENCHMARK, &rec), ZT5_OK);
+    EXPECT_EQ(rec.dwWords[12], 5u);
+    rec.dwWords[1] = 3;
+    EXPECT_EQ(d->GetDisplayParam(ZT5_CFG_COMMON_BENCHMARK, &rec), ZT5_ERR_INVALID_PARAM) << "a triple index is 0..2";
+    ASSERT_EQ(d.SetU32(ZT5_CFG_COMMON_BENCHMARK_RESET, 0), ZT5_OK);
+    EXPECT_EQ(triple(ZT5_CFG_COMMON_BENCHMARK_BLIT), 0u) << "no item after a reset: zeros, not the old words";
+    ASSERT_EQ(d.Push(f), ZT5_OK);
+    EXPECT_EQ(triple(ZT5_CFG_COMMON_BENCHMARK_BLIT), 1u);
+    ZT5PlayerMode mode = {1, 1.0f};
+    ASSERT_EQ(d.Set(ZT5_CFG_PLAYER_MODE, &mode), ZT5_OK);
+    ASSERT_EQ(d.Push(f), ZT5_OK);
+    EXPECT_EQ(triple(ZT5_CFG_COMMON_BENCHMARK_BLIT), 1u);
+}
+
+// A handle chosen by id wins over the overlay calls, which then only report.
+TEST(DisplayBoundary, SwitchByIdWinsOverOverlayCalls)
+{
+    Display d;
+    ASSERT_EQ(d.Init(kWnd, 640, 480), ZT5_OK);
+    Frame f(64, 64);
+    ASSERT_EQ(d.Push(f), ZT5_OK);
+    EXPECT_EQ(d->ShowDisplayOverlay(0), ZT5_OK);
+    EXPECT_EQ(d.Push(f), ZT5_OK);
+    EXPECT_EQ(d->ShowDisplayOverlay(1), ZT5_OK);
+    ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_SWITCH_HANDLE, 0), ZT5_OK);
+    EXPECT_EQ(d->ShowDisplayOverlay(1), 0);
+    EXPECT_EQ(d->ShowDisplayOverlay(0), 1);
+    ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_SWITCH_HANDLE, 1), ZT5_OK);
+    EXPECT_EQ(d->ShowDisplayOverlay(1), 1);
+    EXPECT_EQ(d.Push(f), ZT5_OK);
 }

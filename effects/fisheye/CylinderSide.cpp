@@ -1,202 +1,150 @@
-#include "CylinderSide.h"
+// FishEyeMode 2: the lens ring unrolled into one flat panorama strip. The
+// whole 360 degrees run along the strip, the rim at the top, the centre
+// towards the bottom. Four vertices; the dewarp is a polar lookup in the
+// fragment shader. Sideways scroll without limit, a wide and a close
+// position, inertia and cruise.
+#include <new>
 
+#include "FisheyeCommon.h"
 #include "MLog.h"
+#include "ViewEffect.h"
 
-static const char kCylinderSideFragment[] =
-    "precision highp float;\n"
-    "varying vec4 vTextureCoord;\n"
-    "uniform float fPt_Zm;\n"
-    "uniform float fPt_L;\n"
-    "uniform float fPt_R;\n"
-    "uniform float fPt_T;\n"
-    "uniform float fPt_B;\n" FISHEYE_GLSL_YUV
-    "void main() {\n"
-    "    float s = 1.0 - vTextureCoord.s;\n"
-    "    float t = 0.00179 + vTextureCoord.t * 0.8;\n"
-    "    float theta = 1.5708 - 6.2832 * s + fPt_Zm;\n"
-    "    float dr = 0.5 - t / 2.0;\n"
-    "    vec2 p = vec2(fPt_L + (fPt_R - fPt_L) * (dr * cos(theta) + 0.5),\n"
-    "                  fPt_T + (fPt_B - fPt_T) * (dr * sin(theta) + 0.5));\n"
-    "    if (p.x < 0.0 || p.x > 1.0 || p.y < 0.0 || p.y > 1.0)\n"
-    "        gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
-    "    else\n"
-    "        gl_FragColor = fisheyeYuvToRgb(p);\n"
-    "}\n";
+namespace {
 
-static const char kCylinderSideVertex[] =
-    "uniform mat4 uMVPMatrix;\n"
-    "attribute vec4 aPosition;\n"
-    "attribute vec4 aTexCoor;\n"
-    "varying vec4 vTextureCoord;\n"
-    "void main() {\n"
-    "    gl_Position = uMVPMatrix * aPosition;\n"
-    "    vTextureCoord = aTexCoor;\n"
-    "}\n";
+const char kVertex[] = "uniform mat4 uMVPMatrix;\n"
+                       "attribute vec4 aPosition;\n"
+                       "attribute vec4 aTexCoor;\n"
+                       "varying vec4 vTextureCoord;\n"
+                       "void main() {\n"
+                       "    gl_Position = uMVPMatrix * aPosition;\n"
+                       "    vTextureCoord = aTexCoor;\n"
+                       "}\n";
 
-CylinderSide::CylinderSide() : FisheyeEffect("CylinderSide") {}
+// The strip's s runs once round the lens (theta, shifted by the scroll
+// fPt_Zm), its t from just inside the rim (radius 0.4991 of the texture) to
+// a fifth of the lens radius (0.0991); fPt_L..fPt_B place the lens square.
+const char kFragment[] = "precision highp float;\n"
+                         "varying vec4 vTextureCoord;\n"
+                         "uniform float fPt_Zm;\n"
+                         "uniform float fPt_L;\n"
+                         "uniform float fPt_R;\n"
+                         "uniform float fPt_T;\n"
+                         "uniform float fPt_B;\n" GLSL_YUV_TO_RGB
+                         "void main() {\n"
+                         "    float s = 1.0 - vTextureCoord.s;\n"
+                         "    float t = 0.00179 + vTextureCoord.t * 0.8;\n"
+                         "    float theta = 1.5708 - 6.2832 * s + fPt_Zm;\n"
+                         "    float dr = 0.5 - t / 2.0;\n"
+                         "    vec2 p = vec2(fPt_L + (fPt_R - fPt_L) * (dr * cos(theta) + 0.5),\n"
+                         "                  fPt_T + (fPt_B - fPt_T) * (dr * sin(theta) + 0.5));\n"
+                         "    if (p.x < 0.0 || p.x > 1.0 || p.y < 0.0 || p.y > 1.0)\n"
+                         "        gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
+                         "    else\n"
+                         "        gl_FragColor = yuvToRgb(p);\n"
+                         "}\n";
 
-CylinderSide::~CylinderSide()
-{
-    Uninitialize();
-}
+// Strip half extents in world units: at the close position (eye 1.15 from
+// the strip) the strip fills the window's height, at the wide one (2.0) 57.5 %.
+const float kHalfWidth = 6.0f, kHalfHeight = 1.15f;
+const float kNear = 1.0f, kFar = 20.0f;
+// Gesture factors: scroll per window pixel of a drag (radians), per unit of
+// release velocity, per cruising frame; the pinch's step on fTz.
+const float kMoveFactor = 0.02f;
+const double kVelocityFactor = 0.00012375;
+const float kCruiseStep = 0.0021375f;
+const float kPinchStep = 0.03375f;
+// Two-position zoom: fTz from wide (kZoomMax) to close (kZoomMin), 0.02 a
+// frame, 43 frames from end to end.
+const float kZoomMin = -0.85f, kZoomMax = 0.0f;
+const double kZoomStep = 0.02;
+const float kStartMove = 2.035f;
 
-MRESULT CylinderSide::Initialize(MDWord, MDWord)
-{
-    if (!mVertexBuffer) {
-        mVertexBuffer = static_cast<float *>(MMemAlloc(12 * sizeof(float)));
-        mTexCoorBuffer = static_cast<float *>(MMemAlloc(8 * sizeof(float)));
-        if (mVertexBuffer && mTexCoorBuffer) {
-            const float v[12] = {-kHalfWidth, -kHalfHeight, 0, kHalfWidth, -kHalfHeight, 0,
-                                 -kHalfWidth, kHalfHeight,  0, kHalfWidth, kHalfHeight,  0};
-            const float t[8] = {0, 1, 1, 1, 0, 0, 1, 0};
-            MMemCpy(mVertexBuffer, v, sizeof(v));
-            MMemCpy(mTexCoorBuffer, t, sizeof(t));
-        } else {
-            MLogInfo("[%s] CylinderSide::Initialize out of memory", MLOG_TAG);
-            MMemFree(mVertexBuffer);
-            MMemFree(mTexCoorBuffer);
-            mVertexBuffer = mTexCoorBuffer = nullptr;
-        }
+} // namespace
+
+extern const ViewTraits kCylinderSideTraits = {LensBox::Square, false, false, false, true};
+
+class CylinderSide final : public ViewEffect {
+public:
+    CylinderSide() : ViewEffect("CylinderSide", kCylinderSideTraits)
+    {
+        m_Pinch = {&fTz, kPinchStep};
+        FECurrentStatusData &d = m_FECurrentStatusData;
+        SaveFields({{xMove, d.xMove},
+                    {fTz, d.fTz[0]},
+                    {mfZoom, d.mfZoom},
+                    {m_Zoom.maxState, d.maxState},
+                    SavedField::SaveOnly(m_Zoom.maxMinInit, d.maxMinInit),
+                    {mCruiseState, d.mCruiseState},
+                    {mCruiseVelocity, d.mCruiseVelocity}});
     }
-    m_Program.Build("CylinderSide", kCylinderSideVertex, kCylinderSideFragment);
-    mnZoom = m_Program.Uniform("CylinderSide::Init_shader", "fPt_Zm", "mnZoom");
-    mnLeft = m_Program.Uniform("CylinderSide::Init_shader", "fPt_L", "mnLeft");
-    mnRight = m_Program.Uniform("CylinderSide::Init_shader", "fPt_R", "mnRight");
-    mnTop = m_Program.Uniform("CylinderSide::Init_shader", "fPt_T", "mnTop");
-    mnBottom = m_Program.Uniform("CylinderSide::Init_shader", "fPt_B", "mnBottom");
-    if (!mpRotTranMatrix) mpRotTranMatrix = RotTranMatrix::Create();
-    // The strip draws whatever it has: no build failure stops it.
-    mInitResourceSuc = 1;
-    SetEnableGLDepth(false);
-    return 0;
-}
 
-void CylinderSide::Uninitialize()
-{
-    m_Program.Release();
-    MMemFree(mVertexBuffer);
-    MMemFree(mTexCoorBuffer);
-    mVertexBuffer = mTexCoorBuffer = nullptr;
-    RotTranMatrix::Destroy(mpRotTranMatrix);
-    mpRotTranMatrix = nullptr;
-    mInitResourceSuc = 0;
-}
-
-void CylinderSide::Render(const MLong *, MLong w, MLong h, MLong, MLong, const GLuint *pTextures, MDWord, MDWord)
-{
-    if (w != 0 && h != 0 && !mpRotTranMatrix) mpRotTranMatrix = RotTranMatrix::Create();
-    SizeResult size = UpdateWindowSize(w, h);
-    if (size == kSizeChanged && mpRotTranMatrix)
-        mpRotTranMatrix->setProjectFrustum(-mWndRatio, mWndRatio, -1.0f, 1.0f, mNear, mFar);
-    if (size == kSizeUnusable || !mpRotTranMatrix) {
-        MLogDebug("[%s] CylinderSide::Render m_nInit == false. ", MLOG_TAG);
-        return;
+private:
+    MRESULT Build() override
+    {
+        const float v[12] = {-kHalfWidth, -kHalfHeight, 0, kHalfWidth, -kHalfHeight, 0,
+                             -kHalfWidth, kHalfHeight,  0, kHalfWidth, kHalfHeight,  0};
+        const float t[8] = {0, 1, 1, 1, 0, 0, 1, 0};
+        if (m_Strip.Upload(v, t, 4, GL_TRIANGLE_STRIP) != 0)
+            MLogInfo("[%s] CylinderSide::Initialize no vertex buffer", MLOG_TAG);
+        m_Program.Build("CylinderSide", kVertex, kFragment);
+        const char *where = "CylinderSide::Init_shader";
+        muZoom = m_Program.Uniform(where, "fPt_Zm", "mnZoom");
+        // The lens square fills the texture: these never change.
+        const struct {
+            const char *name, *handle;
+            float value;
+        } box[4] = {{"fPt_L", "mnLeft", 0.0f}, {"fPt_R", "mnRight", 1.0f}, {"fPt_T", "mnTop", 0.0f},
+                    {"fPt_B", "mnBottom", 1.0f}};
+        m_Program.Use();
+        for (const auto &b : box) glUniform1f(m_Program.Uniform(where, b.name, b.handle), b.value);
+        return 0; // the strip draws whatever it has
     }
-    clearBackground();
-    glViewport(0, 0, w, h);
-    Update_camposrot();
-    if (!mVertexBuffer) return;
 
-    RotTranMatrix &m = *mpRotTranMatrix;
-    m.setIdentity();
-    m.pushMatrix();
-    m.setLookAt(0.0f, 0.0f, fTz.load() + 2.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f);
+    void Project(MLong, MLong) override { m_Camera.setProjectFrustum(-mWndRatio, mWndRatio, -1.0f, 1.0f, kNear, kFar); }
 
-    glUseProgram(m_Program.mProgram);
-    m_Program.BindPlanes(pTextures);
-    glUniform1f(mnZoom, mfZoom.load());
-    glUniform1f(mnLeft, mfLeft);
-    glUniform1f(mnRight, mfRight);
-    glUniform1f(mnTop, mfTop);
-    glUniform1f(mnBottom, mfBottom);
-
-    m.getFinalMatrix();
-    glUniformMatrix4fv(m_Program.muMVPMatrixHandle, 1, GL_FALSE, m.mMVPMatrix);
-    m_Program.EnableAttributes(mVertexBuffer, 3, mTexCoorBuffer, 2);
-    glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
-    // Left enabled, the four-vertex client arrays would be read by the next
-    // view's larger draws on the same attribute slots.
-    m_Program.DisableAttributes();
-    m.popMatrix();
-    checkGlError("CylinderSide::Render");
-}
-
-void CylinderSide::Update_camposrot()
-{
-    mZoom.Step(fTz, zMin, zMax, kZoomStep);
-    if (mCruiseState.load() == 1) xMove -= kCruiseStep;
-    float z = fTz.load();
-    if (z < zMin) fTz = zMin;
-    if (z > zMax) fTz = zMax;
-    mfZoom = -xMove.load();
-}
-
-void CylinderSide::OnTouchDown(float, float)
-{
-    mCruiseState = 0;
-}
-
-void CylinderSide::OnTouchPinch(float fZoomRate, float, float)
-{
-    mCruiseState = 0;
-    if (fZoomRate > 1.0f)
-        fTz -= kPinchStep;
-    else
-        fTz += kPinchStep;
-}
-
-void CylinderSide::OnDoubleClick(float, float)
-{
-    mZoom.OnDoubleClick();
-}
-
-void CylinderSide::OnTouchMove(float x0, float, float x1, float)
-{
-    mCruiseState = 0;
-    xMove += (x1 - x0) * TOUCH_SCALE_FACTOR * kMoveFactor;
-}
-
-void CylinderSide::StartAcceleratedVelocity(float fVelX, float)
-{
-    mCruiseState = 0;
-    xMove = static_cast<float>(static_cast<double>(xMove.load()) + static_cast<double>(fVelX) * kVelocityFactor);
-}
-
-void CylinderSide::saveCurrentStatus()
-{
-    FECurrentStatusData &d = m_FECurrentStatusData;
-    d.xMove = xMove.load();
-    d.fTz[0] = fTz.load();
-    d.mfZoom = mfZoom.load();
-    d.maxState = mZoom.maxState.load();
-    d.maxMinInit = mZoom.maxMinInit.load();
-    d.mCruiseState = mCruiseState.load();
-    d.mCruiseVelocity = mCruiseVelocity.load();
-}
-
-MRESULT CylinderSide::GetConfig(MDWord dwID, void *pValue)
-{
-    if (!pValue) return 2;
-    if (dwID == ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS) {
-        saveCurrentStatus();
-        return SaveStatusTo(pValue);
+    // The double tap's move (or, settled, the end the pinch has reached
+    // becomes the settled one), the cruise, the clamp.
+    void StepCamera() override
+    {
+        m_Zoom.Step(fTz, kZoomMin, kZoomMax, kZoomStep);
+        if (Cruising()) xMove -= kCruiseStep;
+        const float z = fTz.load();
+        if (z < kZoomMin) fTz = kZoomMin;
+        if (z > kZoomMax) fTz = kZoomMax;
+        mfZoom = -xMove.load();
     }
-    return 0;
-}
 
-MRESULT CylinderSide::setConfig(MDWord dwID, void *pValue)
+    // The eye looks at the strip's centre from fTz + 2 in front of it.
+    void Draw(const Frame &f) override
+    {
+        auto camera = [&](RotTranMatrix &m) { m.setLookAt(0.0f, 0.0f, fTz.load() + 2.0f, 0, 0, 0, 0, 1, 0); };
+        auto uniforms = [&] { glUniform1f(muZoom, mfZoom.load()); };
+        DrawPass(m_Camera, camera, m_Program, m_Strip, f.pTextures, uniforms);
+    }
+
+    bool Moving() const override { return m_Zoom.Moving(); }
+
+    void Drag(float x0, float, float x1, float) override { xMove += (x1 - x0) * TOUCH_SCALE_FACTOR * kMoveFactor; }
+    void Fling(float fVelX, float) override
+    {
+        xMove = static_cast<float>(static_cast<double>(xMove.load()) + static_cast<double>(fVelX) * kVelocityFactor);
+    }
+    void DoubleTap(float, float) override { m_Zoom.OnDoubleClick(); }
+    // A restored view comes back settled where its zoom stands.
+    void Restored(const FECurrentStatusData &) override { m_Zoom.Settle(); }
+
+    ViewProgram m_Program;
+    GLint muZoom = -1;
+    ViewMesh m_Strip;
+    RotTranMatrix m_Camera = {};
+
+    Relaxed<float> xMove{kStartMove}; // scroll, radians; the picture repeats every 2 pi
+    Relaxed<float> mfZoom{1.035f};    // -xMove as the shader takes it
+    Relaxed<float> fTz{0.0f};         // eye offset: 0 wide, kZoomMin close
+    TwoPositionZoom m_Zoom;
+};
+
+GlesRenderEffect *MakeCylinderSide(MDWord)
 {
-    if (dwID != ZT5_CFG_DISPLAY_FE_CURRENTSTATUS) return FisheyeEffect::setConfig(dwID, pValue);
-    if (!pValue) return 0;
-    MMemCpy(&m_FECurrentStatusData, pValue, sizeof(m_FECurrentStatusData));
-    const FECurrentStatusData &d = m_FECurrentStatusData;
-    xMove = d.xMove;
-    fTz = d.fTz[0];
-    mfZoom = d.mfZoom;
-    mCruiseVelocity = d.mCruiseVelocity;
-    mZoom.maxState = d.maxState;
-    mCruiseState = d.mCruiseState != 0 ? 1 : 0;
-    // Comes back settled: the stored maxMinInit is not used.
-    mZoom.Settle();
-    return 0;
+    return new (std::nothrow) CylinderSide();
 }

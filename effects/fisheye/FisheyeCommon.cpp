@@ -52,6 +52,15 @@ MRESULT DomeMesh::Build(const DomeParams &params, DomeVertexFn fn, void *user)
     return 0;
 }
 
+MRESULT DomeMesh::Upload(ViewMesh &mesh, const DomeParams &params, DomeVertexFn fn, void *user)
+{
+    DomeMesh dome;
+    MRESULT res = dome.Build(params, fn, user);
+    if (res == 0) res = mesh.Upload(dome.pVertices, dome.pTexCoords, dome.nVertexCount, GL_TRIANGLES);
+    dome.Free();
+    return res;
+}
+
 void DomeMesh::Free()
 {
     MMemFree(pVertices);
@@ -59,85 +68,6 @@ void DomeMesh::Free()
     pVertices = nullptr;
     pTexCoords = nullptr;
     nVertexCount = 0;
-}
-
-// ---------------------------------------------------------- GL programs
-
-int FisheyeProgram::Build(const char *viewName, const char *vertexSource, const char *fragmentSource)
-{
-    Release();
-    mProgram = buildProgram(vertexSource, fragmentSource);
-    if (!mProgram) {
-        MLogInfo("[%s] %s:: buildProgram error mProgram:%d. ", MLOG_TAG, viewName, 0);
-        maPositionHandle = maTexCoorHandle = muMVPMatrixHandle = MYHandle = mUHandle = mVHandle = -1;
-        return 1;
-    }
-    int failures = 0;
-    struct {
-        GLint *handle;
-        const char *name;
-        const char *handleName;
-        bool attribute;
-    } lookups[] = {
-        {&maPositionHandle, "aPosition", "maPositionHandle", true},
-        {&maTexCoorHandle, "aTexCoor", "maTexCoorHandle", true},
-        {&muMVPMatrixHandle, "uMVPMatrix", "muMVPMatrixHandle", false},
-        {&MYHandle, "tex_y", "MYHandle", false},
-        {&mUHandle, "tex_u", "mUHandle", false},
-        {&mVHandle, "tex_v", "mVHandle", false},
-    };
-    for (auto &l : lookups) {
-        *l.handle = l.attribute ? glGetAttribLocation(mProgram, l.name) : glGetUniformLocation(mProgram, l.name);
-        if (*l.handle < 0) {
-            MLogInfo("[%s] %s:: get %s error. ", MLOG_TAG, viewName, l.handleName);
-            failures++;
-        }
-    }
-    return failures;
-}
-
-GLint FisheyeProgram::Uniform(const char *viewName, const char *name, const char *handleName) const
-{
-    GLint loc = mProgram ? glGetUniformLocation(mProgram, name) : -1;
-    if (loc < 0) MLogInfo("[%s] %s:: get %s error. ", MLOG_TAG, viewName, handleName);
-    return loc;
-}
-
-void FisheyeProgram::BindPlanes(const GLuint *pTextures) const
-{
-    const GLint samplers[3] = {MYHandle, mUHandle, mVHandle};
-    for (int i = 0; i < 3; i++) {
-        glActiveTexture(GL_TEXTURE0 + i);
-        glBindTexture(GL_TEXTURE_2D, pTextures ? pTextures[i] : 0);
-        glUniform1i(samplers[i], i);
-    }
-    glActiveTexture(GL_TEXTURE0);
-}
-
-void FisheyeProgram::EnableAttributes(const float *positions, int positionSize, const float *texCoords,
-                                      int texSize) const
-{
-    if (maPositionHandle >= 0) {
-        glVertexAttribPointer(maPositionHandle, positionSize, GL_FLOAT, GL_FALSE, positionSize * sizeof(float),
-                              positions);
-        glEnableVertexAttribArray(maPositionHandle);
-    }
-    if (maTexCoorHandle >= 0) {
-        glVertexAttribPointer(maTexCoorHandle, texSize, GL_FLOAT, GL_FALSE, texSize * sizeof(float), texCoords);
-        glEnableVertexAttribArray(maTexCoorHandle);
-    }
-}
-
-void FisheyeProgram::DisableAttributes() const
-{
-    if (maPositionHandle >= 0) glDisableVertexAttribArray(maPositionHandle);
-    if (maTexCoorHandle >= 0) glDisableVertexAttribArray(maTexCoorHandle);
-}
-
-void FisheyeProgram::Release()
-{
-    if (mProgram) glDeleteProgram(mProgram);
-    mProgram = 0;
 }
 
 // -------------------------------------------------------------- camera
@@ -195,12 +125,6 @@ void TwoPositionZoom::Settle()
     maxMinInit = maxState.load() == 0 ? 1 : 0;
 }
 
-bool FisheyeInertiaStep(float *pVelX, float *pVelY)
-{
-    *pVelX *= 0.9f;
-    *pVelY *= 0.9f;
-    return !(std::fabs(*pVelX) < 0.5f && std::fabs(*pVelY) < 0.5f);
-}
 
 float FisheyeWrapDegrees(float angle)
 {
@@ -211,55 +135,4 @@ float FisheyeWrapDegrees(float angle)
     if (std::fabs(angle) >= 1.0e9f) angle = std::fmod(angle, 360.0f);
     long long whole = static_cast<long long>(angle);
     return angle - static_cast<float>((whole / 360) * 360);
-}
-
-// ------------------------------------------------------------ the base
-
-FisheyeEffect::FisheyeEffect(const char *viewName) : m_szViewName(viewName)
-{
-    MMemSet(&m_FECurrentStatusData, 0, sizeof(m_FECurrentStatusData));
-}
-
-FisheyeEffect::~FisheyeEffect() {}
-
-void FisheyeEffect::SetFishEyeCruiseState(MLong state, float fVelocity)
-{
-    mCruiseVelocity = fVelocity;
-    mCruiseState = static_cast<unsigned char>(state);
-}
-
-MRESULT FisheyeEffect::setConfig(MDWord dwID, void *pValue)
-{
-    if (dwID == ZT5_CFG_DISPLAY_LOGO_DATA) return 0;
-    return GlesRenderEffect::setConfig(dwID, pValue);
-}
-
-void FisheyeEffect::SetEnableGLDepth(unsigned char enable)
-{
-    if (enable)
-        glEnable(GL_DEPTH_TEST);
-    else
-        glDisable(GL_DEPTH_TEST);
-}
-
-FisheyeEffect::SizeResult FisheyeEffect::UpdateWindowSize(MLong w, MLong h)
-{
-    if (w != m_nWidth.load() || h != m_nHeight.load() || !m_nInit) {
-        if (w != 0 && h != 0) m_nInit = 0;
-        if (w > kFisheyeMinWindow && h > kFisheyeMinWindow) {
-            mWndRatio = static_cast<float>(w) / static_cast<float>(h);
-            m_nWidth = w;
-            m_nHeight = h;
-            m_nInit = 1;
-            return kSizeChanged;
-        }
-    }
-    return m_nInit ? kSizeKept : kSizeUnusable;
-}
-
-MRESULT FisheyeEffect::SaveStatusTo(void *pValue)
-{
-    if (!pValue) return 2;
-    MMemCpy(pValue, &m_FECurrentStatusData, sizeof(m_FECurrentStatusData));
-    return 0;
 }

@@ -5,29 +5,22 @@
 // texture square, centre (0.5, 0.5), radius 0.5. A view only adds its own
 // geometry variant, camera and constants on top of this toolkit:
 //
-//   FisheyeEffect     base class: window size bookkeeping, matrices, cruise
-//                     flag and speed, depth switch, the view's own copy of
-//                     the saved state, the two base configuration ids.
 //   DomeMesh          the tessellated hemisphere (134 x 34 cells, 27,336
-//                     vertices), built once per view, optionally with a
-//                     per-vertex hook for views that compute their own
-//                     texture coordinates.
-//   FisheyeProgram    program build + the common attribute/sampler lookups,
-//                     logging every missing location under the view's name.
-//   FISHEYE_GLSL_*    shader pieces: the dome vertex shader, the YUV
-//                     conversion, the equidistant lens law and its lookup.
-//   Relaxed<T>        single-word members that gestures store from the host
-//                     thread while the render thread reads them.
+//                     vertices), built once per view into a buffer object,
+//                     optionally with a per-vertex hook for views that
+//                     compute their own texture coordinates.
+//   FISHEYE_GLSL_*    shader pieces: the dome vertex shader, the
+//                     equidistant lens law and its lookup (the colour
+//                     conversion is GLSL_YUV_TO_RGB, shared with every view).
 //   TwoPositionZoom   the wide/close double-tap state machine.
-//   FisheyeInertiaStep the decay step of release inertia.
 //
 // All motion is counted in rendered frames; nothing here reads a clock.
 #ifndef PANOVIEW_FISHEYECOMMON_H
 #define PANOVIEW_FISHEYECOMMON_H
 
-#include <atomic>
-
 #include "GlesRenderEffect.h"
+#include "Relaxed.h"
+#include "ViewGl.h"
 
 // ------------------------------------------------------------ constants
 
@@ -41,8 +34,6 @@ static const float kDomeStep = 0.04712385f;  // 0x3D4104F0, 2.7 degrees
 static const float kDomeRadius = 6.0f;
 // Degrees to radians as the cameras convert them.
 static const float kFisheyeDegToRad = 3.14159f / 180.0f;
-// A window of this size or less in either direction draws nothing.
-static const MLong kFisheyeMinWindow = 10;
 
 // ------------------------------------------------------- shader pieces
 
@@ -58,21 +49,6 @@ static const MLong kFisheyeMinWindow = 10;
     "    vTextureCoord = aTexCoor;\n"                             \
     "}\n"
 
-// The three plane samplers and the BT.601 video-range conversion. Put it
-// after the precision statement of a fragment shader.
-#define FISHEYE_GLSL_YUV                                                 \
-    "uniform sampler2D tex_y;\n"                                         \
-    "uniform sampler2D tex_u;\n"                                         \
-    "uniform sampler2D tex_v;\n"                                         \
-    "vec4 fisheyeYuvToRgb(vec2 p) {\n"                                   \
-    "    float y = 1.1643 * (texture2D(tex_y, p).r - 0.0625);\n"         \
-    "    float u = texture2D(tex_u, p).r - 0.5;\n"                       \
-    "    float v = texture2D(tex_v, p).r - 0.5;\n"                       \
-    "    return vec4(y + 1.5958 * v,\n"                                  \
-    "                y - 0.39173 * u - 0.81290 * v,\n"                   \
-    "                y + 2.017 * u, 1.0);\n"                             \
-    "}\n"
-
 // Radial lens law. fisheyeEquidistant: radius (fraction of the lens radius)
 // of latitude t (0 at the rim, pi/2 at the zenith). fisheyeLensLookup: the
 // texture point of longitude s at radius fir, with the view's sign pair,
@@ -85,34 +61,6 @@ static const MLong kFisheyeMinWindow = 10;
     "    return vec2(0.5 + signS * fir * sin(s) / 2.0,\n"                       \
     "                0.5 + signT * fir * cos(s) / 2.0);\n"                      \
     "}\n"
-
-// ------------------------------------------------- race-free single words
-
-// A member that gesture calls store from the host thread while Render reads
-// it on the render thread. Each access is one relaxed atomic load or store of
-// one aligned word: no lock, no ordering, only freedom from torn values and
-// from undefined behaviour. Compound assignments are a load and a store; a
-// gesture landing between them may be lost, which the per-frame clamps of
-// the views tolerate.
-template <typename T>
-class Relaxed {
-public:
-    Relaxed(T v = T()) : m_v(v) {}
-    Relaxed(const Relaxed &) = delete;
-    Relaxed &operator=(const Relaxed &) = delete;
-    operator T() const { return m_v.load(std::memory_order_relaxed); }
-    T load() const { return m_v.load(std::memory_order_relaxed); }
-    Relaxed &operator=(T v)
-    {
-        m_v.store(v, std::memory_order_relaxed);
-        return *this;
-    }
-    Relaxed &operator+=(T v) { return *this = T(load() + v); }
-    Relaxed &operator-=(T v) { return *this = T(load() - v); }
-
-private:
-    std::atomic<T> m_v;
-};
 
 // ------------------------------------------------------------ dome mesh
 
@@ -143,34 +91,10 @@ struct DomeMesh {
     MRESULT Build(const DomeParams &params, DomeVertexFn fn = DomeStandardVertex, void *user = nullptr);
     void Free();
     static MLong Capacity(const DomeParams &params);
-};
-
-// ---------------------------------------------------------- GL programs
-
-// A program with the attribute and sampler names every fisheye view uses.
-struct FisheyeProgram {
-    GLuint mProgram = 0;
-    GLint maPositionHandle = -1;
-    GLint maTexCoorHandle = -1;
-    GLint muMVPMatrixHandle = -1;
-    GLint MYHandle = -1;
-    GLint mUHandle = -1;
-    GLint mVHandle = -1;
-
-    // Builds the program and looks up aPosition, aTexCoor, uMVPMatrix,
-    // tex_y, tex_u, tex_v. Each missing location is logged as
-    // "[VideoRender] <view>:: get <handle> error. " and counted; the lookups
-    // go on after a failure. Returns the number of failures (a failed build
-    // counts once and leaves every location at -1).
-    int Build(const char *viewName, const char *vertexSource, const char *fragmentSource);
-    // Looks up one more uniform, logging a miss the same way; -1 when absent.
-    GLint Uniform(const char *viewName, const char *name, const char *handleName) const;
-    // The three frame textures on units 0, 1, 2 and the samplers set to them.
-    void BindPlanes(const GLuint *pTextures) const;
-    // Points and enables the two attributes (client-side arrays).
-    void EnableAttributes(const float *positions, int positionSize, const float *texCoords, int texSize) const;
-    void DisableAttributes() const;
-    void Release();
+    // Builds the dome and uploads it into `mesh` (triangles); the arrays
+    // here are freed again. Returns 0, or 3 when it can't be had.
+    static MRESULT Upload(ViewMesh &mesh, const DomeParams &params, DomeVertexFn fn = DomeStandardVertex,
+                          void *user = nullptr);
 };
 
 // -------------------------------------------------------------- camera
@@ -192,55 +116,16 @@ struct TwoPositionZoom {
     void Step(Relaxed<float> &fTz, float zMin, float zMax, double step);
     // A restored view comes back settled on its maxState.
     void Settle();
+    // A move is pending or running: the next Step changes fTz or the state.
+    bool Moving() const
+    {
+        const MLong state = maxState.load();
+        return (state == 0 || state == 1) && maxMinInit.load() == state;
+    }
 };
 
-// One tick of the release inertia: both velocities decay by 0.9; returns
-// false (and the inertia ends) when both magnitudes are then below 0.5,
-// true when the view's StartAcceleratedVelocity must be called with them.
-bool FisheyeInertiaStep(float *pVelX, float *pVelY);
 
 // Keeps an angle in degrees within (-360, 360) by whole turns.
 float FisheyeWrapDegrees(float angle);
-
-// ------------------------------------------------------------ the base
-
-class FisheyeEffect : public GlesRenderEffect {
-public:
-    explicit FisheyeEffect(const char *viewName);
-    ~FisheyeEffect() override;
-
-    void StartAcceleratedVelocity(float, float) override {}
-    void SetFishEyeCruiseState(MLong state, float fVelocity) override;
-    void SetDisBackGroundSts(MDWord, MDWord) override {}
-    void SetInitAnimalSts(MDWord) override {}
-    // The background colour; the logo id has no effect in a fisheye view.
-    MRESULT setConfig(MDWord dwID, void *pValue) override;
-    MLong GetFishEyeCruiseState() override { return mCruiseState.load() == 1 ? 1 : 0; }
-    void SetEnableGLDepth(unsigned char enable) override;
-
-    const char *ViewName() const { return m_szViewName; }
-
-protected:
-    enum SizeResult { kSizeUnusable, kSizeKept, kSizeChanged };
-    // Window size bookkeeping of every Render: a new size of at least
-    // 11 x 11 is taken (m_nInit 1, mWndRatio, the stored size) and reported
-    // as changed; a size with a zero side leaves everything as it was; any
-    // other new size clears m_nInit. kSizeUnusable when nothing may be drawn.
-    SizeResult UpdateWindowSize(MLong w, MLong h);
-
-    // Writes the 264-byte record to pValue after saveCurrentStatus().
-    MRESULT SaveStatusTo(void *pValue);
-
-    const char *m_szViewName;
-    // Written on the render thread, read by gestures on the host thread.
-    Relaxed<MLong> m_nWidth{0};
-    Relaxed<MLong> m_nHeight{0};
-    MLong m_nInit = 0;
-    float mWndRatio = 1.0f;
-    MDWord mInitResourceSuc = 0;
-    Relaxed<unsigned char> mCruiseState{0};
-    Relaxed<float> mCruiseVelocity{1.0f};
-    FECurrentStatusData m_FECurrentStatusData;
-};
 
 #endif

@@ -1,20 +1,32 @@
-#include "HalfSphere.h"
-
+// FishEyeMode 1: the lens picture on the inside of a bowl (a half sphere of
+// radius 6, depth squeezed to 97 %), seen by a camera that travels between
+// an overview high above the rim and a pose down inside the bowl. Behind the
+// bowl a slowly turning cloud picture and a field of twinkling stars.
+//
+// Camera: an opening flight out of the bowl, a double-click journey between
+// the overview side and the inside (roam pose), look around and look down by
+// drag and pinch, spring-back of a deep tilt on release, cruise. All of it is
+// counted in rendered frames.
 #include <cmath>
+#include <new>
 
 #include "CloudPicture.h"
+#include "FisheyeCommon.h"
 #include "MLog.h"
+#include "ViewEffect.h"
+
+namespace {
 
 // ------------------------------------------------------------ shaders
 
 // The bowl: the lens law blends from a sine-like curve through the
 // equidistant line to a cosine curve as fratio rises with the eye distance.
-static const char kSphereFragment[] =
+const char kSphereFragment[] =
     "precision highp float;\n"
     "varying vec2 vTextureCoord;\n"
     "uniform float frad;\n"
     "uniform float fratio;\n"
-    "uniform float PlatFlag;\n" FISHEYE_GLSL_YUV FISHEYE_GLSL_LENS_LAW
+    "uniform float PlatFlag;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW
     "void main() {\n"
     "    float s = vTextureCoord.s;\n"
     "    float t = vTextureCoord.t;\n"
@@ -32,17 +44,17 @@ static const char kSphereFragment[] =
     "        float frat = fratio * m3 / tm + 1.0 - m3;\n"
     "        fir = frat * fir2 + (1.0 - frat) * fir3;\n"
     "    }\n"
-    "    gl_FragColor = fisheyeYuvToRgb(fisheyeLensLookup(s, fir, -1.0, 1.0));\n"
+    "    gl_FragColor = yuvToRgb(fisheyeLensLookup(s, fir, -1.0, 1.0));\n"
     "}\n";
 
-static const char kBackFragment[] =
+const char kBackFragment[] =
     "precision mediump float;\n"
-    "varying vec2 vTextureCoord;\n" FISHEYE_GLSL_YUV
+    "varying vec2 vTextureCoord;\n" GLSL_YUV_TO_RGB
     "void main() {\n"
-    "    gl_FragColor = fisheyeYuvToRgb(vTextureCoord);\n"
+    "    gl_FragColor = yuvToRgb(vTextureCoord);\n"
     "}\n";
 
-static const char kStarVertex[] =
+const char kStarVertex[] =
     "uniform mat4 uMVPMatrix;\n"
     "uniform float uPointSize;\n"
     "uniform float uPointLight;\n"
@@ -59,7 +71,7 @@ static const char kStarVertex[] =
     "    vAmbient = vec4(uPointLight, uPointLight, uPointLight, 1.0);\n"
     "}\n";
 
-static const char kStarFragment[] =
+const char kStarFragment[] =
     "precision mediump float;\n"
     "varying vec3 vPosition;\n"
     "varying float vPointSize;\n"
@@ -71,127 +83,227 @@ static const char kStarFragment[] =
     "        gl_FragColor = vec4(0.9, 0.9, 1.0, 1.0) * vAmbient;\n"
     "}\n";
 
-static int Sign(float v)
+int Sign(float v)
 {
     return v > 0.0f ? 1 : (v < 0.0f ? -1 : 0);
+}
+
+const float fProjectNear = 1.0f, fProjectFar = 25.0f;
+const int kStarCount = 680;
+// The pinch's step on fTz.
+const float kPinchStep = 0.07875f;
+
+} // namespace
+
+extern const ViewTraits kHalfSphereTraits = {LensBox::Square, false, true, true, true};
+
+class HalfSphere final : public ViewEffect {
+public:
+    explicit HalfSphere(MDWord dwFEPlatform);
+
+    void SetDisBackGroundSts(MDWord bCloud, MDWord bStar) override;
+    void SetInitAnimalSts(MDWord bAnimal) override;
+
+    // Poses: overview (fCamZMax, 0, 0, 0), roam, tilt limit.
+    static constexpr float fCamZMin = 2.0f;
+    static constexpr float fRoamRotZ = -45.5605965f;
+    static constexpr float fRoamTranZ = 1.39894652f;
+    static constexpr float fRoamTranY = 1.87908530f;
+    static constexpr float fTiltRotZ = -92.2879715f;
+    static constexpr float fTiltTranZ = -0.239668399f;
+    static constexpr float fTiltTranY = 3.57705951f;
+
+private:
+    MRESULT Build() override;
+    void Project(MLong, MLong) override;
+    void DrawBehind(const Frame &) override;
+    void StepCamera() override;
+    void Draw(const Frame &f) override;
+    bool Moving() const override;
+    void Touch(bool bDown) override { bTouchUp = bDown ? 0 : 1; }
+    void Drag(float px, float py, float x, float y) override;
+    void Fling(float fVelX, float fVelY) override;
+    void DoubleTap(float x, float y) override;
+    void Restored(const FECurrentStatusData &d) override;
+
+    // Backdrop.
+    void initStars();
+    void seedStars();
+    void twinkleStars(int count);
+    int nextRand();
+    void drawCloud();
+    void drawStars(int count, float size, int slot);
+    // The view matrix of the camera with eye distance `eyeZ`, all but the
+    // last rotation, which the caller adds.
+    void setCameraView(RotTranMatrix &m, float eyeZ);
+    float backgroundEyeZ() const;
+
+    // Camera.
+    int springBack();
+    bool runAnimation(bool toRoam); // true while it goes on
+    void spinStep();
+    void lookAroundMove();
+    void lookDownMove();
+
+    const MDWord m_dwFEPlatform;
+    RotTranMatrix m_Camera = {};
+    RotTranMatrix m_BackCamera = {};
+    RotTranMatrix m_StarCamera = {};
+
+    ViewProgram m_Sphere;
+    GLint maRatioHandle = -1;
+    ViewProgram m_Back;
+    ViewProgram m_Points;
+    GLint mPointSizeHandle = -1, mPointLightHandle = -1;
+
+    ViewMesh m_Dome;
+    ViewMesh m_BackQuad;
+    ViewMesh m_Stars; // the positions drawn, uploaded again when they change
+    GlTexture m_BackTextures[3];
+    GLuint mBackTextures[3] = {0, 0, 0}; // their names, as a draw binds them
+    const float fRad = kFisheyeLensRadius;
+    float fRatio = 0.5f;
+    const float fRatioMax;
+
+    // Stars.
+    int nStarCount = 0;
+    float m_StarBase[3 * kStarCount] = {};
+    float m_StarNow[3 * kStarCount] = {};
+    const float *pStarDraw = nullptr;
+    float fStarLight[10] = {};
+    int nStarLightUp[10] = {};
+    float fStarLightStep = 0.005f;
+    int nStarRadiusMax = 24, nStarRadiusMin = 9;
+    int nStarFrame = 0;
+    unsigned char bStarsSeeded = 0;
+    uint32_t m_randState = 1;
+    float fCloudAngle = 0.0f;
+    float fBackCamZ = 0.0f, fStarCamZ = 0.0f;
+    Relaxed<unsigned char> mbISDisplayBack{1};
+    Relaxed<unsigned char> mbStarState{1};
+
+    // Camera values, read by saves on the host thread.
+    Relaxed<float> fCamZ{0.0f};
+    Relaxed<float> fCamRotZ{0.0f};
+    Relaxed<float> fCamTranZ{0.0f};
+    Relaxed<float> fCamTranY{0.0f};
+    Relaxed<float> fCamAngleZ{0.0f};
+    Relaxed<float> fCamZMax{7.1f};
+    // Input accumulators, written by gestures.
+    Relaxed<float> zAngle{0.0f};
+    Relaxed<float> fTz{0.0f};
+    // Roam state.
+    Relaxed<MLong> nRoamState{0};
+    Relaxed<MLong> nRoamInit{1};
+    Relaxed<MLong> nRDHitS{0};
+    Relaxed<unsigned char> belasticstate{0};
+    Relaxed<unsigned char> bTouchUp{1};
+    unsigned char bTouchUpPrev = 0;
+    Relaxed<unsigned char> bIsInitAnimal{0};
+    // Animation (render thread only, apart from fHitAngle).
+    float fAnimRemain = 0.0f;
+    float fAnimTotal = 0.0f;
+    const float fAnimStep = 0.12f;
+    const float fAnimRotStep = 2.4f;
+    float fAnimAngleRate = 0.0f;
+    float fDeltaZ = 0.0f, fDeltaRot = 0.0f, fDeltaTranZ = 0.0f, fDeltaTranY = 0.0f, fDeltaMax = 0.0f;
+    int nDirZ = 0, nDirRot = 0, nDirTranZ = 0, nDirTranY = 0;
+    MLong bAnimStarted = 0;
+    MLong nAnimToRoam = 0;
+    Relaxed<float> fHitAngle{0.0f};
+};
+
+GlesRenderEffect *MakeHalfSphere(MDWord dwFEPlatform)
+{
+    return new (std::nothrow) HalfSphere(dwFEPlatform);
 }
 
 // ------------------------------------------------------- construction
 
 HalfSphere::HalfSphere(MDWord dwFEPlatform)
-    : FisheyeEffect("HalfSphere"), m_dwFEPlatform(dwFEPlatform), fRatioMax(dwFEPlatform == 0 ? 0.5f : 1.0f)
+    : ViewEffect("HalfSphere", kHalfSphereTraits), m_dwFEPlatform(dwFEPlatform),
+      fRatioMax(dwFEPlatform == 0 ? 0.5f : 1.0f)
 {
     MLogInfo("[%s] HalfSphere() [pid %p], m_dwFEPlatform = %d\r\n", MLOG_TAG, static_cast<void *>(this),
              static_cast<int>(dwFEPlatform));
+    m_Pinch = {&fTz, kPinchStep};
+    FECurrentStatusData &d = m_FECurrentStatusData;
+    SaveFields({{fCamZ, d.fCamZ[0]},
+                {fCamTranZ, d.fCamTranZ[0]},
+                {fCamRotZ, d.fCamRotZ[0]},
+                {fCamTranY, d.fCamTranY[0]},
+                {fCamAngleZ, d.fCamAngleZ[0]},
+                {fTz, d.fTz[0]},
+                {zAngle, d.zAngle[0]},
+                {mCruiseState, d.mCruiseState},
+                {mCruiseVelocity, d.mCruiseVelocity},
+                {nRoamState, d.nRoamState},
+                SavedField::SaveOnly(nRoamInit, d.nRoamInit),
+                {belasticstate, d.belasticstate}});
     SetDisBackGroundSts(true, true);
     SetInitAnimalSts(true);
 }
 
-HalfSphere::~HalfSphere()
+MRESULT HalfSphere::Build()
 {
-    Uninitialize();
-}
-
-MRESULT HalfSphere::Initialize(MDWord, MDWord)
-{
-    initVertexData();
-    if (!pBackVertices) {
-        pBackVertices = static_cast<float *>(MMemAlloc(12 * sizeof(float)));
-        pBackTexCoords = static_cast<float *>(MMemAlloc(8 * sizeof(float)));
-        if (pBackVertices && pBackTexCoords) {
-            const float a = 4.0f * kDomeRadius, z = -2.0f * kDomeRadius;
-            const float v[12] = {-a, -a, z, a, -a, z, -a, a, z, a, a, z};
-            const float t[8] = {0, 1, 1, 1, 0, 0, 1, 0};
-            MMemCpy(pBackVertices, v, sizeof(v));
-            MMemCpy(pBackTexCoords, t, sizeof(t));
-        } else {
-            MMemFree(pBackVertices);
-            MMemFree(pBackTexCoords);
-            pBackVertices = pBackTexCoords = nullptr;
-        }
-    }
-    if (!mBackTextures[0]) glGenTextures(3, mBackTextures);
+    DomeParams params;
+    params.zScale = 0.97f;
+    DomeMesh::Upload(m_Dome, params);
+    const float a = 4.0f * kDomeRadius, z = -2.0f * kDomeRadius;
+    const float v[12] = {-a, -a, z, a, -a, z, -a, a, z, a, a, z};
+    const float t[8] = {0, 1, 1, 1, 0, 0, 1, 0};
+    m_BackQuad.Upload(v, t, 4, GL_TRIANGLE_STRIP);
     initStars();
 
-    MLong lRet = Init_shader();
+    MRESULT lRet = 0;
+    if (m_Sphere.Build("HalfSphere", FISHEYE_GLSL_DOME_VERTEX, kSphereFragment) != 0) lRet = -1;
+    const GLint radHandle = m_Sphere.Uniform("HalfSphere", "frad", "mRadHandle");
+    maRatioHandle = m_Sphere.Uniform("HalfSphere", "fratio", "maRatioHandle");
+    const GLint platformHandle = m_Sphere.Uniform("HalfSphere", "PlatFlag", "mFEPlatformHandle");
+    if (radHandle < 0 || maRatioHandle < 0 || platformHandle < 0) lRet = -1;
+    if (lRet == 0) {
+        // Constants of the view.
+        m_Sphere.Use();
+        glUniform1f(radHandle, fRad);
+        glUniform1f(platformHandle, m_dwFEPlatform == 0 ? 0.0f : 1.0f);
+        if (m_Back.Build("HalfSphere", FISHEYE_GLSL_DOME_VERTEX, kBackFragment) != 0) {
+            MLogInfo("[%s] HalfSphere:: buildProgram error mbackaPositionHandle:%d. ", MLOG_TAG, m_Back.aPosition);
+            lRet = -1;
+        }
+    }
+    if (lRet == 0) {
+        m_Points.Build("HalfSphere", kStarVertex, kStarFragment, ViewProgram::kPositionOnly);
+        mPointSizeHandle = m_Points.Uniform("HalfSphere", "uPointSize", "mPointSizeHandle");
+        mPointLightHandle = m_Points.Uniform("HalfSphere", "uPointLight", "mPointLightHandle");
+    }
 
-    // The backdrop picture, expanded once and kept until Uninitialize.
-    if (!pBackPicture) pBackPicture = static_cast<uint8_t *>(MMemAlloc(kCloudPictureBytes));
-    if (pBackPicture) {
-        MMemSet(pBackPicture, 0, kCloudPictureBytes);
+    // The backdrop picture, expanded into its three plane textures.
+    for (int i = 0; i < 3; i++) {
+        m_BackTextures[i] = GlTexture::Create();
+        mBackTextures[i] = m_BackTextures[i].id();
+    }
+    uint8_t *pPicture = static_cast<uint8_t *>(MMemAlloc(kCloudPictureBytes));
+    if (pPicture) {
+        MMemSet(pPicture, 0, kCloudPictureBytes);
         int w = 0, h = 0;
-        ExpandCloudPicture(kCloudPictureBlock, kCloudPictureBlockSize, pBackPicture, kCloudPictureBytes, &w, &h);
+        ExpandCloudPicture(kCloudPictureBlock, kCloudPictureBlockSize, pPicture, kCloudPictureBytes, &w, &h);
         const int side = kCloudPictureSide;
         if (w != side || h != side) MLogInfo("[%s] HalfSphere::Init() cloud picture %dx%d", MLOG_TAG, w, h);
-        bindTexture(mBackTextures[0], pBackPicture, side, side);
-        bindTexture(mBackTextures[1], pBackPicture + side * side, side / 2, side / 2);
-        bindTexture(mBackTextures[2], pBackPicture + side * side * 5 / 4, side / 2, side / 2);
+        bindTexture(mBackTextures[0], pPicture, side, side);
+        bindTexture(mBackTextures[1], pPicture + side * side, side / 2, side / 2);
+        bindTexture(mBackTextures[2], pPicture + side * side * 5 / 4, side / 2, side / 2);
+        MMemFree(pPicture);
     }
 
     // Without a mesh there is nothing to draw either.
-    if (lRet == 0 && m_Dome.nVertexCount == 0) lRet = 3;
-    mInitResourceSuc = lRet == 0 ? 1 : 0;
-    if (lRet != 0) MLogInfo("[%s] HalfSphere::Init() mInitResourceSuc = false lRet = %d.\r\n", MLOG_TAG, lRet);
-    SetEnableGLDepth(false);
+    if (lRet == 0 && !m_Dome) lRet = 3;
     return lRet;
 }
 
-void HalfSphere::Uninitialize()
+void HalfSphere::Project(MLong, MLong)
 {
-    mInitResourceSuc = 0;
-    m_Sphere.Release();
-    m_Back.Release();
-    if (mProgramPoint) glDeleteProgram(mProgramPoint);
-    mProgramPoint = 0;
-    m_Dome.Free();
-    MMemFree(pBackVertices);
-    MMemFree(pBackTexCoords);
-    pBackVertices = pBackTexCoords = nullptr;
-    MMemFree(pStarBase);
-    MMemFree(pStarNow);
-    pStarBase = pStarNow = nullptr;
-    pStarDraw = nullptr;
-    nStarCount = 0;
-    RotTranMatrix::Destroy(mpRotTranMatrix);
-    RotTranMatrix::Destroy(mpBackRotTranMatrix);
-    RotTranMatrix::Destroy(mpStarRotTranMatrix);
-    mpRotTranMatrix = mpBackRotTranMatrix = mpStarRotTranMatrix = nullptr;
-    if (mBackTextures[0]) glDeleteTextures(3, mBackTextures);
-    mBackTextures[0] = mBackTextures[1] = mBackTextures[2] = 0;
-    MMemFree(pBackPicture);
-    pBackPicture = nullptr;
-}
-
-void HalfSphere::initVertexData()
-{
-    MLogDebug("[%s] HalfSphere::initVertexData in", MLOG_TAG);
-    if (m_Dome.nVertexCount) return;
-    DomeParams params;
-    params.zScale = 0.97f;
-    m_Dome.Build(params);
-}
-
-MLong HalfSphere::Init_shader()
-{
-    MLong failed = 0;
-    if (m_Sphere.Build("HalfSphere", FISHEYE_GLSL_DOME_VERTEX, kSphereFragment) != 0) failed = 1;
-    mRadHandle = m_Sphere.Uniform("HalfSphere", "frad", "mRadHandle");
-    maRatioHandle = m_Sphere.Uniform("HalfSphere", "fratio", "maRatioHandle");
-    mFEPlatformHandle = m_Sphere.Uniform("HalfSphere", "PlatFlag", "mFEPlatformHandle");
-    if (mRadHandle < 0 || maRatioHandle < 0 || mFEPlatformHandle < 0) failed = 1;
-    if (failed) return -1;
-
-    if (m_Back.Build("HalfSphere", FISHEYE_GLSL_DOME_VERTEX, kBackFragment) != 0) {
-        MLogInfo("[%s] HalfSphere:: buildProgram error mbackaPositionHandle:%d. ", MLOG_TAG, m_Back.maPositionHandle);
-        return -1;
-    }
-
-    mProgramPoint = buildProgram(kStarVertex, kStarFragment);
-    mPointPositionHandle = glGetAttribLocation(mProgramPoint, "aPosition");
-    mPointMVPMatrixHandle = glGetUniformLocation(mProgramPoint, "uMVPMatrix");
-    mPointSizeHandle = glGetUniformLocation(mProgramPoint, "uPointSize");
-    mPointLightHandle = glGetUniformLocation(mProgramPoint, "uPointLight");
-    return 0;
+    for (RotTranMatrix *m : {&m_Camera, &m_BackCamera, &m_StarCamera})
+        m->setProjectFrustum(-mWndRatio, mWndRatio, -1.0f, 1.0f, fProjectNear, fProjectFar);
 }
 
 // -------------------------------------------------------------- stars
@@ -205,15 +317,6 @@ int HalfSphere::nextRand()
 
 void HalfSphere::initStars()
 {
-    if (!pStarBase) pStarBase = static_cast<float *>(MMemAlloc(sizeof(float) * 3 * kStarCount));
-    if (!pStarNow) pStarNow = static_cast<float *>(MMemAlloc(sizeof(float) * 3 * kStarCount));
-    if (!pStarBase || !pStarNow) {
-        MMemFree(pStarBase);
-        MMemFree(pStarNow);
-        pStarBase = pStarNow = nullptr;
-        nStarCount = 0;
-        return;
-    }
     nStarCount = kStarCount;
     m_randState = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(this) >> 4) | 1u;
     seedStars();
@@ -221,13 +324,12 @@ void HalfSphere::initStars()
 
 void HalfSphere::seedStars()
 {
-    if (!pStarBase || !pStarNow) return;
     for (int i = 0; i < 10; i++) {
         fStarLight[i] = (nextRand() % 2001) / 2000.0f;
         nStarLightUp[i] = (i % 2 == 0) ? 1 : 0;
     }
     fStarLightStep = 0.005f;
-    MMemSet(pStarBase, 0, sizeof(float) * 3 * kStarCount);
+    MMemSet(m_StarBase, 0, sizeof(m_StarBase));
     const float R = kDomeRadius;
     nStarRadiusMin = static_cast<int>(1.55f * R + 0.2f);
     nStarRadiusMax = static_cast<int>(1.55f * R + 15.0f);
@@ -236,17 +338,22 @@ void HalfSphere::seedStars()
         float a = (nextRand() % 2001) * 2.0f * 3.14159f / 2000.0f;
         float x = std::cos(a) * static_cast<float>(nextRand() % span + nStarRadiusMin);
         float y = std::sin(a) * static_cast<float>(nextRand() % span + nStarRadiusMin);
-        float *b = pStarBase + 3 * i, *n = pStarNow + 3 * i;
+        float *b = m_StarBase + 3 * i, *n = m_StarNow + 3 * i;
         b[0] = n[0] = x;
         b[1] = n[1] = y;
         b[2] = n[2] = -1.25f * R;
     }
-    pStarDraw = pStarBase;
+    pStarDraw = m_StarBase;
+    if (!m_Stars)
+        m_Stars.Upload(pStarDraw, nullptr, nStarCount, GL_POINTS, GL_DYNAMIC_DRAW);
+    else
+        m_Stars.UpdatePositions(pStarDraw);
 }
 
+// The offset never accumulates: each twinkle starts from the resting place.
 void HalfSphere::twinkleStars(int count)
 {
-    if (!pStarBase || !pStarNow || count <= 0) return;
+    if (count <= 0) return;
     for (int k = 0; k < count / 5; k++) {
         int i = nextRand() % count;
         float ox = 0.0f, oy = 0.0f;
@@ -256,43 +363,22 @@ void HalfSphere::twinkleStars(int count)
         case 2: ox = -0.03f; break;
         default: oy = -0.03f; break;
         }
-        const float *b = pStarBase + 3 * i;
+        const float *b = m_StarBase + 3 * i;
         if (b[0] + ox > nStarRadiusMax || b[0] + ox < nStarRadiusMin) ox = -ox;
         if (b[1] + oy > nStarRadiusMax || b[1] + oy < nStarRadiusMin) oy = -oy;
-        float *n = pStarNow + 3 * i;
+        float *n = m_StarNow + 3 * i;
         n[0] = b[0] + ox;
         n[1] = b[1] + oy;
         n[2] = b[2];
     }
-    pStarDraw = pStarNow;
+    pStarDraw = m_StarNow;
+    m_Stars.UpdatePositions(pStarDraw);
 }
 
 // ------------------------------------------------------------- drawing
 
-void HalfSphere::Render(const MLong *, MLong w, MLong h, MLong, MLong, const GLuint *pTextures, MDWord, MDWord)
-{
-    if (!mInitResourceSuc) {
-        MLogDebug("[%s] HalfSphere::Render mInitResourceSuc == false. \r\n", MLOG_TAG);
-        return;
-    }
-    if (UpdateWindowSize(w, h) == kSizeChanged) {
-        RotTranMatrix **sets[3] = {&mpRotTranMatrix, &mpBackRotTranMatrix, &mpStarRotTranMatrix};
-        for (RotTranMatrix **m : sets) {
-            if (!*m) *m = RotTranMatrix::Create();
-            if (*m) (*m)->setProjectFrustum(-mWndRatio, mWndRatio, -1.0f, 1.0f, fProjectNear, fProjectFar);
-        }
-    }
-    if (!m_nInit || !mpRotTranMatrix || !mpBackRotTranMatrix || !mpStarRotTranMatrix) {
-        MLogDebug("[%s] HalfSphere::Render m_nInit == false. \r\n", MLOG_TAG);
-        return;
-    }
-    clearBackground();
-    glViewport(0, 0, w, h);
-    Render_frame(pTextures);
-    checkGlError("HalfSphere::Render");
-}
-
-void HalfSphere::Render_frame(const GLuint *pTextures)
+// The cloud and the stars, with the camera of the last frame.
+void HalfSphere::DrawBehind(const Frame &)
 {
     if (mbISDisplayBack.load()) drawCloud();
     if (mbStarState.load()) {
@@ -307,7 +393,6 @@ void HalfSphere::Render_frame(const GLuint *pTextures)
         }
         bStarsSeeded = 1;
     }
-    drawSphere(pTextures);
 }
 
 void HalfSphere::setCameraView(RotTranMatrix &m, float eyeZ)
@@ -336,31 +421,24 @@ float HalfSphere::backgroundEyeZ() const
 
 void HalfSphere::drawCloud()
 {
-    if (!pBackVertices) return;
-    RotTranMatrix &m = *mpBackRotTranMatrix;
-    glUseProgram(m_Back.mProgram);
-    m.setIdentity();
-    m.pushMatrix();
-    fBackCamZ = backgroundEyeZ();
-    setCameraView(m, fBackCamZ);
-    if (fCloudAngle > 360.0f) fCloudAngle = 0.0f;
-    RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
-    fCloudAngle += 0.65f;
-    m.rotate(fCloudAngle, 0.0f, 0.0f, 1.0f);
-    m.getFinalMatrix();
-    glUniformMatrix4fv(m_Back.muMVPMatrixHandle, 1, GL_FALSE, m.mMVPMatrix);
-    m_Back.BindPlanes(mBackTextures);
-    m_Back.EnableAttributes(pBackVertices, 3, pBackTexCoords, 2);
-    glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
-    m_Back.DisableAttributes();
-    m.popMatrix();
+    auto camera = [&](RotTranMatrix &m) {
+        fBackCamZ = backgroundEyeZ();
+        setCameraView(m, fBackCamZ);
+        if (fCloudAngle > 360.0f) fCloudAngle = 0.0f;
+        RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
+        fCloudAngle += 0.65f;
+        m.rotate(fCloudAngle, 0.0f, 0.0f, 1.0f);
+    };
+    // The cloud picture is ours, made in BT.601 video range: it keeps that
+    // conversion whatever the video uses.
+    DrawPass(m_BackCamera, camera, m_Back, kYuvBt601Video, m_BackQuad, mBackTextures, [] {});
 }
 
 void HalfSphere::drawStars(int count, float size, int slot)
 {
     if (count > nStarCount || !pStarDraw) return;
-    RotTranMatrix &m = *mpStarRotTranMatrix;
-    glUseProgram(mProgramPoint);
+    RotTranMatrix &m = m_StarCamera;
+    m_Points.Use();
     m.setIdentity();
     m.pushMatrix();
     fStarCamZ = backgroundEyeZ();
@@ -378,28 +456,17 @@ void HalfSphere::drawStars(int count, float size, int slot)
     L += nStarLightUp[slot] ? fStarLightStep : -fStarLightStep;
     fStarLight[slot] = L;
 
-    glUniformMatrix4fv(mPointMVPMatrixHandle, 1, GL_FALSE, m.mMVPMatrix);
+    m_Points.SetMatrix(m.mMVPMatrix);
     glUniform1f(mPointSizeHandle, size);
     glUniform1f(mPointLightHandle, L);
-    if (mPointPositionHandle >= 0) {
-        glVertexAttribPointer(mPointPositionHandle, 3, GL_FLOAT, GL_FALSE, 12, pStarDraw);
-        glEnableVertexAttribArray(mPointPositionHandle);
-        glDrawArrays(GL_POINTS, 0, count);
-        glDisableVertexAttribArray(mPointPositionHandle);
-    }
+    m_Stars.Draw(m_Points, count);
     m.popMatrix();
     if (size == 2.0f && nStarFrame % 30 == 0) twinkleStars(count);
 }
 
-void HalfSphere::drawSphere(const GLuint *pTextures)
+// The bowl, with this frame's camera; the lens law follows the eye's height.
+void HalfSphere::Draw(const Frame &f)
 {
-    RotTranMatrix &m = *mpRotTranMatrix;
-    glUseProgram(m_Sphere.mProgram);
-    m.setIdentity();
-    m.pushMatrix();
-    Update_camposrot();
-    m.getFinalMatrix();
-
     const float z = fCamZ.load(), zMax = fCamZMax.load();
     if (z < fCamZMin)
         fRatio = 0.0f;
@@ -407,29 +474,30 @@ void HalfSphere::drawSphere(const GLuint *pTextures)
         fRatio = fRatioMax;
     else
         fRatio = (z - fCamZMin) * fRatioMax / (zMax - fCamZMin);
-
-    glUniformMatrix4fv(m_Sphere.muMVPMatrixHandle, 1, GL_FALSE, m.mMVPMatrix);
-    m_Sphere.EnableAttributes(m_Dome.pVertices, 3, m_Dome.pTexCoords, 2);
-    m_Sphere.BindPlanes(pTextures);
-    glUniform1f(mFEPlatformHandle, m_dwFEPlatform == 0 ? 0.0f : 1.0f);
-    glUniform1f(mRadHandle, fRad);
-    glUniform1f(maRatioHandle, fRatio);
-    glDrawArrays(GL_TRIANGLES, 0, m_Dome.nVertexCount);
-    m_Sphere.DisableAttributes();
-    m.popMatrix();
+    auto camera = [&](RotTranMatrix &m) {
+        setCameraView(m, fCamZ.load());
+        RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
+    };
+    DrawPass(m_Camera, camera, m_Sphere, m_Dome, f.pTextures, [&] { glUniform1f(maRatioHandle, fRatio); });
 }
 
-void HalfSphere::SetEnableGLDepth(unsigned char enable)
+// Still moving: the cloud turns and the stars twinkle every frame while
+// shown; an opening flight or a journey runs (and the frame after it, which
+// settles the pose); a released tilt below the roam pose springs back.
+bool HalfSphere::Moving() const
 {
-    MLogDebug("HalfSphere::SetEnableGLDepth enable :%d \r\n", enable);
-    FisheyeEffect::SetEnableGLDepth(enable);
+    if (mbISDisplayBack.load() || mbStarState.load()) return true;
+    const MLong state = nRoamState.load(), init = nRoamInit.load();
+    if ((state == 1 && init == 0) || (state == 0 && init == 1)) return true;
+    if (bAnimStarted) return true;
+    return bTouchUp.load() == 1 && fCamRotZ.load() < fRoamRotZ;
 }
 
 // -------------------------------------------------------------- camera
 
-void HalfSphere::Update_camposrot()
+void HalfSphere::StepCamera()
 {
-    if (mCruiseState.load() == 1) {
+    if (Cruising()) {
         double a = static_cast<double>(zAngle.load()) +
                    static_cast<double>(mCruiseVelocity.load()) * 0.08653846497719105;
         if (a <= -360.0) a += 360.0;
@@ -461,11 +529,7 @@ void HalfSphere::Update_camposrot()
             lookDownMove();
         }
     }
-
-    RotTranMatrix &m = *mpRotTranMatrix;
-    setCameraView(m, fCamZ.load());
     spinStep();
-    RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
 }
 
 bool HalfSphere::runAnimation(bool toRoam)
@@ -677,38 +741,16 @@ void HalfSphere::lookDownMove()
 
 // ------------------------------------------------------------ gestures
 
-void HalfSphere::OnTouchDown(float, float)
+void HalfSphere::Drag(float px, float py, float x, float y)
 {
-    bTouchUp = 0;
-    mCruiseState = 0;
-}
-
-void HalfSphere::OnTouchUp(float, float)
-{
-    bTouchUp = 1;
-}
-
-void HalfSphere::OnTouchMove(float px, float py, float x, float y)
-{
-    mCruiseState = 0;
     const float fDX = -(x - px);
     const float fDY = y - py;
     zAngle -= fDX * 1.8f * TOUCH_SCALE_FACTOR;
     fTz -= fDY * TOUCH_SCALE_FACTOR * 0.1f;
 }
 
-void HalfSphere::OnTouchPinch(float fZoomRate, float, float)
+void HalfSphere::Fling(float fVelX, float)
 {
-    mCruiseState = 0;
-    if (fZoomRate > 1.0f)
-        fTz -= 0.07875f;
-    else
-        fTz += 0.07875f;
-}
-
-void HalfSphere::StartAcceleratedVelocity(float fVelX, float)
-{
-    mCruiseState = 0;
     const float step = std::fabs(fVelX) * 6.075001f / 1000.0f;
     if (fVelX >= 0.0f)
         zAngle += step;
@@ -716,7 +758,7 @@ void HalfSphere::StartAcceleratedVelocity(float fVelX, float)
         zAngle -= step;
 }
 
-void HalfSphere::OnDoubleClick(float x, float y)
+void HalfSphere::DoubleTap(float x, float y)
 {
     if (nRDHitS.load() == 0) {
         const MLong s = nRoamState.load();
@@ -759,55 +801,11 @@ void HalfSphere::SetInitAnimalSts(MDWord bAnimal)
 
 // ---------------------------------------------------------- saved state
 
-void HalfSphere::saveCurrentStatus()
+// Back at rest in the steady state of its side. A journey that was under way
+// is dropped with its spin, or the restored view would show the turn of an
+// animation that no longer runs.
+void HalfSphere::Restored(const FECurrentStatusData &d)
 {
-    FECurrentStatusData &d = m_FECurrentStatusData;
-    d.fCamZ[0] = fCamZ.load();
-    d.fCamTranZ[0] = fCamTranZ.load();
-    d.fCamRotZ[0] = fCamRotZ.load();
-    d.fCamTranY[0] = fCamTranY.load();
-    d.fCamAngleZ[0] = fCamAngleZ.load();
-    d.fTz[0] = fTz.load();
-    d.zAngle[0] = zAngle.load();
-    d.mCruiseState = mCruiseState.load();
-    d.mCruiseVelocity = mCruiseVelocity.load();
-    d.nRoamState = nRoamState.load();
-    d.nRoamInit = nRoamInit.load();
-    d.belasticstate = belasticstate.load();
-}
-
-MRESULT HalfSphere::GetConfig(MDWord dwID, void *pValue)
-{
-    if (!pValue) return 2;
-    if (dwID == ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS) {
-        saveCurrentStatus();
-        return SaveStatusTo(pValue);
-    }
-    return 0;
-}
-
-MRESULT HalfSphere::setConfig(MDWord dwID, void *pValue)
-{
-    if (dwID != ZT5_CFG_DISPLAY_FE_CURRENTSTATUS) return FisheyeEffect::setConfig(dwID, pValue);
-    if (!pValue) return 0;
-    MMemCpy(&m_FECurrentStatusData, pValue, sizeof(m_FECurrentStatusData));
-    const FECurrentStatusData &d = m_FECurrentStatusData;
-    fCamZ = d.fCamZ[0];
-    fCamTranZ = d.fCamTranZ[0];
-    fCamRotZ = d.fCamRotZ[0];
-    fCamTranY = d.fCamTranY[0];
-    fCamAngleZ = d.fCamAngleZ[0];
-    fTz = d.fTz[0];
-    zAngle = d.zAngle[0];
-    mCruiseState = d.mCruiseState != 0 ? 1 : 0;
-    mCruiseVelocity = d.mCruiseVelocity;
-    belasticstate = d.belasticstate != 0 ? 1 : 0;
-    nRoamState = d.nRoamState;
-    // Back at rest in the steady state of its side. A journey that was under
-    // way here is dropped with its spin, or the restored view would show the
-    // turn of an animation that no longer runs. A restore never overlaps a
-    // draw (the renderer holds its lock), so these render-side members may
-    // be written here.
     bAnimStarted = 0;
     fAnimRemain = fAnimTotal = fAnimAngleRate = 0.0f;
     nDirZ = nDirRot = nDirTranZ = nDirTranY = 0;
@@ -815,5 +813,4 @@ MRESULT HalfSphere::setConfig(MDWord dwID, void *pValue)
         nRoamInit = d.nRoamState;
     else
         nRoamInit = d.nRoamInit;
-    return 0;
 }

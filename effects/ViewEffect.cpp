@@ -1,0 +1,232 @@
+#include "ViewEffect.h"
+
+#include <cmath>
+
+#include "MLog.h"
+#include "ZT5Errors.h"
+
+// ------------------------------------------------------------ SavedField
+
+SavedField SavedField::Checked(Relaxed<float> &live, float &field, float fallback)
+{
+    SavedField f(live, field);
+    f.m_Kind = kCheckedFloat;
+    f.m_fFallback = fallback;
+    return f;
+}
+
+void SavedField::Save() const
+{
+    switch (m_Kind) {
+    case kFloat:
+    case kCheckedFloat:
+        *static_cast<float *>(m_pField) = static_cast<Relaxed<float> *>(m_pLive)->load();
+        break;
+    case kWord:
+        *static_cast<int32_t *>(m_pField) = static_cast<Relaxed<MLong> *>(m_pLive)->load();
+        break;
+    case kFlag:
+        *static_cast<int32_t *>(m_pField) = static_cast<Relaxed<unsigned char> *>(m_pLive)->load();
+        break;
+    }
+}
+
+void SavedField::Restore() const
+{
+    if (!m_bRestore) return;
+    switch (m_Kind) {
+    case kFloat:
+        *static_cast<Relaxed<float> *>(m_pLive) = *static_cast<const float *>(m_pField);
+        break;
+    case kCheckedFloat: {
+        // The draw's limits bring a large value back, but not a NaN: a
+        // record of garbage must not reach the matrices, where one NaN
+        // blanks the picture for good. The bound lies far beyond any limit
+        // a host can set.
+        const float kBound = 1.0e9f;
+        float v = *static_cast<const float *>(m_pField);
+        if (!std::isfinite(v))
+            v = m_fFallback;
+        else if (v > kBound)
+            v = kBound;
+        else if (v < -kBound)
+            v = -kBound;
+        *static_cast<Relaxed<float> *>(m_pLive) = v;
+        break;
+    }
+    case kWord:
+        *static_cast<Relaxed<MLong> *>(m_pLive) = *static_cast<const int32_t *>(m_pField);
+        break;
+    case kFlag:
+        *static_cast<Relaxed<unsigned char> *>(m_pLive) = *static_cast<const int32_t *>(m_pField) != 0 ? 1 : 0;
+        break;
+    }
+}
+
+// ------------------------------------------------------------ ViewEffect
+
+ViewEffect::ViewEffect(const char *viewName, const ViewTraits &traits) : m_szViewName(viewName), m_Traits(traits)
+{
+    MMemSet(&m_FECurrentStatusData, 0, sizeof(m_FECurrentStatusData));
+}
+
+MRESULT ViewEffect::Initialize(MDWord, MDWord)
+{
+    m_lBuildResult = Build();
+    if (m_lBuildResult != 0)
+        MLogInfo("[%s] %s::Init() mInitResourceSuc = false lRet = %d.\r\n", MLOG_TAG, m_szViewName,
+                 int(m_lBuildResult));
+    SetEnableGLDepth(m_Traits.depthTest ? 1 : 0);
+    return m_lBuildResult;
+}
+
+void ViewEffect::Uninitialize()
+{
+    m_lBuildResult = -1;
+    m_bDrawn = false;
+}
+
+void ViewEffect::SetEnableGLDepth(unsigned char enable)
+{
+    if (enable)
+        glEnable(GL_DEPTH_TEST);
+    else
+        glDisable(GL_DEPTH_TEST);
+}
+
+bool ViewEffect::Ready(Frame &f)
+{
+    if (m_lBuildResult != 0) {
+        MLogDebug("[%s] %s::Render mInitResourceSuc == false. ", MLOG_TAG, m_szViewName);
+        return false;
+    }
+    const MLong w = f.width, h = f.height;
+    if (w != m_nWidth.load() || h != m_nHeight.load() || !m_nInit.load()) {
+        if (w != 0 && h != 0) m_nInit = 0;
+        if (w > kViewMinWindow && h > kViewMinWindow) {
+            mWndRatio = float(w) / float(h);
+            m_nWidth = w;
+            m_nHeight = h;
+            Project(w, h);
+            m_nInit = 1;
+        }
+    }
+    if (!m_nInit.load()) {
+        MLogDebug("[%s] %s::Render m_nInit == false. ", MLOG_TAG, m_szViewName);
+        return false;
+    }
+    f.viewportWidth = w;
+    f.viewportHeight = h;
+    return true;
+}
+
+void ViewEffect::Render(const MLong *, MLong nDisplayWidth, MLong nDisplayHeight, MLong nVideoWidth,
+                        MLong nVideoHeight, const GLuint *pTextures, MDWord, MDWord dwRotation)
+{
+    Frame f = {nDisplayWidth, nDisplayHeight, nVideoWidth, nVideoHeight, pTextures, dwRotation, 0, 0};
+    m_bDrawn = false;
+    if (!Ready(f)) return;
+    clearBackground();
+    glViewport(0, 0, f.viewportWidth, f.viewportHeight);
+    DrawBehind(f);
+    StepCamera();
+    Draw(f);
+    m_bDrawn = true;
+    checkGlError(m_szViewName);
+}
+
+bool ViewEffect::NeedsAnotherFrame()
+{
+    // A view that could not draw has nothing in motion on screen: its steps
+    // run only in draws, so drawing again would change nothing.
+    if (!m_bDrawn) return false;
+    return (m_Traits.cruises && Cruising()) || Moving();
+}
+
+// -------------------------------------------------------------- gestures
+
+void ViewEffect::EndCruise()
+{
+    if (m_CruiseEnd != kCruiseEndsNever) mCruiseState = 0;
+}
+
+void ViewEffect::OnTouchDown(float, float)
+{
+    EndCruise();
+    Touch(true);
+}
+
+void ViewEffect::OnTouchUp(float, float)
+{
+    Touch(false);
+}
+
+void ViewEffect::OnTouchMove(float x0, float y0, float x1, float y1)
+{
+    EndCruise();
+    Drag(x0, y0, x1, y1);
+}
+
+void ViewEffect::OnTouchPinch(float fZoomRate, float, float)
+{
+    EndCruise();
+    if (!m_Pinch.target) return;
+    if (fZoomRate > 1.0f)
+        *m_Pinch.target -= m_Pinch.step;
+    else
+        *m_Pinch.target += m_Pinch.step;
+}
+
+void ViewEffect::StartAcceleratedVelocity(float fVelX, float fVelY)
+{
+    EndCruise();
+    Fling(fVelX, fVelY);
+}
+
+void ViewEffect::OnDoubleClick(float x, float y)
+{
+    if (m_CruiseEnd == kCruiseEndsOnTouchAndDoubleTap) EndCruise();
+    DoubleTap(x, y);
+}
+
+// ----------------------------------------------------------------- cruise
+
+void ViewEffect::SetFishEyeCruiseState(MLong state, float fVelocity)
+{
+    if (!m_Traits.cruises) return;
+    mCruiseVelocity = fVelocity;
+    mCruiseState = static_cast<unsigned char>(state);
+}
+
+MLong ViewEffect::GetFishEyeCruiseState()
+{
+    if (!m_Traits.cruises) return -1;
+    return Cruising() ? 1 : 0;
+}
+
+// ------------------------------------------------------------ saved state
+
+MRESULT ViewEffect::setConfig(MDWord dwID, void *pValue)
+{
+    if (dwID != ZT5_CFG_DISPLAY_FE_CURRENTSTATUS) return GlesRenderEffect::setConfig(dwID, pValue);
+    if (pValue) Restore(pValue);
+    return 0;
+}
+
+// The whole record is kept, so that fields the view doesn't use travel
+// through a restore and the next save unchanged.
+void ViewEffect::Restore(const void *pRecord)
+{
+    MMemCpy(&m_FECurrentStatusData, pRecord, sizeof(m_FECurrentStatusData));
+    for (const SavedField &f : m_SavedFields) f.Restore();
+    Restored(m_FECurrentStatusData);
+}
+
+MRESULT ViewEffect::GetConfig(MDWord dwID, void *pValue)
+{
+    if (dwID != ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS) return 0;
+    if (!pValue) return ZT5_ERR_INVALID_PARAM;
+    for (const SavedField &f : m_SavedFields) f.Save();
+    MMemCpy(pValue, &m_FECurrentStatusData, sizeof(m_FECurrentStatusData));
+    return 0;
+}

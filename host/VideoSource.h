@@ -1,0 +1,47 @@
+// A video file decoded with FFmpeg (libavformat + libavcodec), handed to the
+// display without a conversion wherever the display takes the decoder's
+// layout: planar 4:2:0 (padded strides included) and semi-planar 4:2:0.
+// Anything else is converted to planar 4:2:0 with libswscale, keeping the
+// samples' matrix and range. Loops at the end of the stream.
+#ifndef PANOVIEW_HOST_VIDEOSOURCE_H
+#define PANOVIEW_HOST_VIDEOSOURCE_H
+
+#include <memory>
+#include <string>
+
+#include "FrameSource.h"
+
+// Layout of the pictures handed on: as decoded where the display takes it,
+// or always one layout (converting when the decoder gives another).
+enum class PictureLayout { kAsDecoded, kI420, kNV12 };
+
+class VideoSource : public FrameSource {
+public:
+    VideoSource();
+    ~VideoSource() override;
+
+    // Opens the file and its first video stream and decodes the first
+    // picture. False with one line saying why: no such file, not a video,
+    // no decoder, nothing decodable.
+    bool Open(const std::string &path, PictureLayout layout, std::string *error);
+    // At the end of the stream starts again from the beginning. Fails when
+    // the file ends well before its stream said it would (a file cut short)
+    // or can't be read.
+    bool Next(Picture *picture, std::string *error) override;
+    bool SeekBy(double seconds) override;
+
+    // One line: codec, size, pixel format, colours, rate, length.
+    std::string Describe() const;
+    // FFmpeg's own log lines: silent unless verbose (the player says what
+    // went wrong in one line of its own).
+    static void SetLibraryLog(bool verbose);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m;
+};
+
+// FFmpeg's text for an error code.
+std::string AvError(int code);
+
+#endif

@@ -1,0 +1,199 @@
+// The demo host as a user runs it: panoview-play --headless writes PNG
+// snapshots of the built-in fisheye scene, checked against the scene's
+// documented geometry.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <set>
+
+#include "Harness.h"
+
+using namespace harness;
+
+namespace {
+
+int RunDemo(const std::string &args, std::string *output)
+{
+    std::string lib = PANOVIEW_LIB_PATH;
+    const std::string cmd = "'" + lib.substr(0, lib.rfind('/')) + "/panoview-play' --lib '" + lib + "' " + args + " 2>&1";
+    FILE *p = popen(cmd.c_str(), "r");
+    char buf[512];
+    while (p && std::fgets(buf, sizeof buf, p)) *output += buf;
+    const int status = p ? pclose(p) : -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+} // namespace
+
+// Each compass sector shows its colour where the lens puts it, upright; the
+// outside of the lens circle is black; the horizon ring is white.
+TEST(DemoHost, HeadlessSnapshotShowsTheLensPicture)
+{
+    const std::string png = OutputDir() + "/demo_mode0.png";
+    std::remove(png.c_str());
+    std::string out;
+    ASSERT_EQ(RunDemo("--headless --frames 3 --mode 0 --window 640x360 --snapshot '" + png + "'", &out), 0) << out;
+    EXPECT_NE(out.find(png), std::string::npos) << "the snapshot path isn't printed:\n" << out;
+    Image img;
+    ASSERT_TRUE(ReadPng(png, &img));
+    ASSERT_EQ(img.width, 640);
+    ASSERT_EQ(img.height, 360);
+    synthetic::LensFrame lens;
+    const Rect pic = LetterboxRect(640, 360, lens.width, lens.height);
+    auto at = [&](double thetaDeg, double phiDeg) {
+        const double r = lens.radius * thetaDeg / 90, a = phiDeg * 3.14159265358979 / 180;
+        return img.At(pic.left + int((lens.cx + r * std::cos(a)) * pic.width() / lens.width),
+                      pic.top + int((lens.cy - r * std::sin(a)) * pic.height() / lens.height));
+    };
+    for (int k = 0; k < 8; k++) EXPECT_LE(ColourDistance(at(42, 45 * k + 10), Shown(synthetic::kSectorRgb[k])), 12) << "sector " << k;
+    EXPECT_TRUE(Near(img.At(20, 20), {0, 0, 0}, 4));
+    EXPECT_TRUE(Near(img.At(620, 340), {0, 0, 0}, 4));
+    EXPECT_LE(ColourDistance(at(80, 200), Shown(synthetic::kHorizonRgb)), 12);
+}
+
+TEST(DemoHost, HeadlessRunWritesOneSnapshotPerDefaultModeAndRefusesBadArguments)
+{
+    const std::string dir = OutputDir() + "/demo_outdir";
+    ASSERT_EQ(std::system(("mkdir -p '" + dir + "' && rm -f '" + dir + "'/*.png").c_str()), 0);
+    std::string out;
+    ASSERT_EQ(RunDemo("--headless --frames 3 --window 320x180 --outdir '" + dir + "'", &out), 0) << out;
+    std::set<uint32_t> colours[3];
+    for (int m = 0; m < 3; m++) {
+        const std::string path = dir + "/panoview-mode" + std::to_string(m) + ".png";
+        EXPECT_NE(out.find(path), std::string::npos) << path << " not printed:\n" << out;
+        Image img;
+        ASSERT_TRUE(ReadPng(path, &img)) << path;
+        EXPECT_EQ(img.width, 320);
+        EXPECT_EQ(img.height, 180);
+        for (size_t i = 0; i < img.rgba.size(); i += 4) colours[m].insert(img.rgba[i] << 16 | img.rgba[i + 1] << 8 | img.rgba[i + 2]);
+        EXPECT_GT(colours[m].size(), 8u) << "mode " << m << " is blank";
+    }
+    for (const char *args : {"--mode 11", "--input /nonexistent.yuv", "--window 12", "--bogus",
+                             "--input /nonexistent.yuv --size 64x64"}) {
+        out.clear();
+        EXPECT_NE(RunDemo(std::string("--headless --frames 1 ") + args, &out), 0) << args << "\n" << out;
+    }
+    EXPECT_NE(out.find("/nonexistent.yuv"), std::string::npos) << out;
+}
+
+// ------------------------------------------------------------ video files
+
+namespace {
+
+// The clips of the video tests, written once by the demo host itself from
+// the built-in scene (no video file lives in the repository).
+struct SceneClips {
+    std::string h264, odd, bt709, cut, text;
+    std::string error; // why they couldn't be made
+};
+
+const SceneClips &Clips()
+{
+    static const SceneClips clips = [] {
+        SceneClips c;
+        const std::string dir = OutputDir() + "/clips";
+        std::system(("mkdir -p '" + dir + "'").c_str());
+        c.h264 = dir + "/scene.mp4";
+        c.odd = dir + "/odd.mkv";
+        c.bt709 = dir + "/bt709.mkv";
+        c.cut = dir + "/cut.mp4";
+        c.text = dir + "/notes.txt";
+        // Three seconds of H.264, BT.601 video range; an odd size in a
+        // lossless codec.
+        for (const std::string &args : {"--write-clip '" + c.h264 + "' --size 640x360 --frames 90",
+                                        "--write-clip '" + c.odd + "' --codec ffv1 --size 321x181 --frames 10",
+                                        "--write-clip '" + c.bt709 + "' --codec ffv1 --colour bt709 --size 640x360 --frames 10"}) {
+            std::string out;
+            if (RunDemo(args, &out) != 0) c.error += args + ":\n" + out;
+        }
+        // The first half of the H.264 clip: its index promises three seconds.
+        std::system(("head -c $(( $(stat -c %s '" + c.h264 + "') / 2 )) '" + c.h264 + "' > '" + c.cut + "'").c_str());
+        std::system(("echo 'Panoview notes: not a video' > '" + c.text + "'").c_str());
+        return c;
+    }();
+    return clips;
+}
+
+} // namespace
+
+// Decoded pictures reach the display as planar 4:2:0 with padded strides
+// (as decoded), as semi-planar NV12, and at an odd size; each shows the
+// scene's sectors in their colours where the lens puts them.
+TEST(DemoHost, VideoFilesShowTheSceneInEveryLayout)
+{
+    const SceneClips &clips = Clips();
+    ASSERT_TRUE(clips.error.empty()) << clips.error;
+    struct Case {
+        std::string clip, args;
+        int width, height; // of the clip
+        bool sceneColours; // false: decoded with the wrong matrix on purpose
+    } cases[] = {
+        {clips.h264, "--format i420", 640, 360, true},
+        {clips.h264, "--format nv12", 640, 360, true},
+        {clips.odd, "", 321, 181, true},
+        {clips.bt709, "--format i420", 640, 360, true},   // the stream's BT.709 reaches the display
+        {clips.bt709, "--colour bt601", 640, 360, false}, // BT.709 samples read as BT.601
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.clip + " " + c.args);
+        const std::string png = OutputDir() + "/video_" + std::to_string(c.width) + "_" +
+                                (c.args.empty() ? std::string("decoded") : c.args.substr(c.args.find(' ') + 1)) +
+                                (c.clip == clips.bt709 ? "_bt709" : "") + ".png";
+        std::remove(png.c_str());
+        std::string out;
+        ASSERT_EQ(RunDemo("'" + c.clip + "' " + c.args + " --headless --frames 8 --mode 0 --window 640x360 --snapshot '" +
+                              png + "'",
+                          &out),
+                  0)
+            << out;
+        Image img;
+        ASSERT_TRUE(ReadPng(png, &img));
+        synthetic::LensFrame lens;
+        lens.width = c.width + (c.width & 1); // the clip writer paints the next even size
+        lens.height = c.height + (c.height & 1);
+        lens.cx = lens.width / 2;
+        lens.cy = lens.height / 2;
+        lens.radius = lens.height / 2;
+        const Rect pic = LetterboxRect(640, 360, lens.width, lens.height);
+        int worst = 0;
+        for (int k = 0; k < 8; k++) {
+            const double r = lens.radius * 42.0 / 90, a = (45.0 * k + 10.0) * 3.14159265358979 / 180;
+            const int x = pic.left + int((lens.cx + r * std::cos(a)) * pic.width() / lens.width);
+            const int y = pic.top + int((lens.cy - r * std::sin(a)) * pic.height() / lens.height);
+            const int d = ColourDistance(img.At(x, y), Shown(synthetic::kSectorRgb[k]));
+            worst = std::max(worst, d);
+            if (c.sceneColours) {
+                EXPECT_LE(d, 6) << "sector " << k;
+            }
+        }
+        if (!c.sceneColours) {
+            EXPECT_GT(worst, 8) << "the matrix word changes no colour";
+        }
+    }
+}
+
+// A file that doesn't exist, one that isn't video and a clip cut short each
+// end the demo host with one message naming the file and a non-zero exit
+// code (not a crash).
+TEST(DemoHost, BadVideoFilesEndTheHostWithAMessage)
+{
+    const SceneClips &clips = Clips();
+    ASSERT_TRUE(clips.error.empty()) << clips.error;
+    struct Case {
+        std::string file, says;
+    } cases[] = {
+        {OutputDir() + "/clips/missing.mp4", "No such file"},
+        {clips.text, "not a video"},
+        {clips.cut, "cut short"},
+    };
+    for (const Case &c : cases) {
+        std::string out;
+        EXPECT_EQ(RunDemo("'" + c.file + "' --headless --frames 200 --mode 0 --window 320x180", &out), 1) << out;
+        EXPECT_NE(out.find(c.file), std::string::npos) << out;
+        EXPECT_NE(out.find(c.says), std::string::npos) << out;
+    }
+}

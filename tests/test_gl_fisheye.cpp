@@ -1,0 +1,573 @@
+// The fisheye views as a host drives them: the built-in scene (coloured
+// compass sectors, white horizon ring, see SyntheticScene.h) pushed through
+// the loaded library, gestures by parameter ids, snapshots and saved states
+// read back. One fixture runs over the views; a view is a row: how to tell
+// its start is over, what its picture of the scene must show, how far its
+// picture turns for a change of its saved state, and a script of its own
+// gestures.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <thread>
+
+#include "Harness.h"
+
+using namespace harness;
+
+namespace {
+
+const double kPi = 3.14159265358979323846;
+using State = FECurrentStatusData;
+
+// ------------------------------------------------------------ half sphere
+
+// Screen angle (degrees, counter-clockwise from the right) at which sector 7
+// gives way to sector 0 on a circle of radius r around the window's centre.
+double SectorZeroAngle(const Image &img, double r)
+{
+    int prev = -1;
+    for (double a = 0; a < 720; a += 0.25) {
+        const int s = Sector(img.At(int(img.width / 2 + r * std::cos(a * kPi / 180)),
+                                    int(img.height / 2 - r * std::sin(a * kPi / 180))));
+        if (s < 0) continue;
+        if (prev == 7 && s == 0) return std::fmod(a, 360.0);
+        prev = s;
+    }
+    return NAN;
+}
+
+// A picture of the scene has been drawn: a sector right of the centre.
+bool SceneDrawn(const Image &img)
+{
+    return !img.empty() && Sector(img.At(img.width / 2 + 20, img.height / 2)) >= 0;
+}
+
+int SectorAt(const Image &img, double deg, double r)
+{
+    return Sector(img.At(int(img.width / 2 + r * std::cos(deg * kPi / 180)), int(img.height / 2 - r * std::sin(deg * kPi / 180))));
+}
+
+// The overview: the whole lens circle seen from above, upright and not
+// mirrored (screen angle a shows azimuth a), the horizon all round, the
+// backdrop in the corners.
+void ExpectOverview(const Image &img)
+{
+    const double turn = SectorZeroAngle(img, 90);
+    for (double r : {40.0, 90.0, 140.0})
+        for (int k = 0; k < 8; k++)
+            for (double off : {10.0, 35.0}) EXPECT_EQ(SectorAt(img, turn + 45.0 * k + off, r), k) << "radius " << r;
+    for (int a = 0; a < 360; a += 5) {
+        bool found = false;
+        for (int r = 120; r < img.width / 2 && !found; r++)
+            found = IsHorizon(img.At(int(img.width / 2 + r * std::cos(a * kPi / 180)), int(img.height / 2 - r * std::sin(a * kPi / 180))));
+        EXPECT_TRUE(found) << "no horizon at " << a << " degrees";
+    }
+    for (int c = 0; c < 4; c++) {
+        const Rgb px = img.At(c & 1 ? img.width - 3 : 2, c & 2 ? img.height - 3 : 2);
+        EXPECT_TRUE(Sector(px) < 0 && !IsHorizon(px)) << "corner " << c;
+    }
+}
+
+// Inside the bowl looking at its wall: the horizon a band across the top,
+// one sector large and upright in the middle, its neighbours left and right
+// as a viewer inside sees them.
+void ExpectInside(const Image &img, int sector)
+{
+    const int w = img.width, h = img.height;
+    EXPECT_EQ(Sector(img.At(w / 2, h * 2 / 5)), sector);
+    int white = 0, large = 0;
+    for (int x = 0; x < w; x++) white += IsHorizon(img.At(x, h / 8));
+    EXPECT_GT(white, w * 9 / 10) << "no horizon band across the top";
+    for (int y = 0; y < h; y += 2)
+        for (int x = 0; x < w; x += 2) large += Sector(img.At(x, y)) == sector;
+    EXPECT_GT(large, (w / 2) * (h / 2) / 5) << "sector " << sector << " covers less than a fifth";
+    EXPECT_EQ(Sector(img.At(w / 10, h / 2)), (sector + 1) % 8);
+    EXPECT_EQ(Sector(img.At(w * 9 / 10, h / 3)), (sector + 7) % 8);
+}
+
+// ---------------------------------------------------------- panorama strip
+
+// The strip at its wide position in 640x360: 90 pixels a world unit, its 12
+// units holding 360 degrees of azimuth; its top is the rim, its bottom 0.8 of
+// the way to the centre.
+const double kStripPxPerRad = 90.0 * 12.0 / (2 * kPi);
+int StripRow(double thetaDeg)
+{
+    const double t = ((1.0 - thetaDeg / 90.0) - 0.00179) / 0.8;
+    return int(180 - 1.15 * 90 + t * 2.3 * 90);
+}
+
+struct Run {
+    int sector, x0, x1;
+};
+// Runs of one sector along a row, specks of label edges left out.
+std::vector<Run> SectorRuns(const Image &img, int y)
+{
+    std::vector<Run> runs, out;
+    for (int x = 0; x < img.width; x++) {
+        const int s = Sector(img.At(x, y), 30);
+        if (s < 0) continue;
+        if (!runs.empty() && runs.back().sector == s && runs.back().x1 >= x - 12)
+            runs.back().x1 = x;
+        else
+            runs.push_back({s, x, x});
+    }
+    for (const Run &r : runs)
+        if (r.x1 - r.x0 >= 6) {
+            if (!out.empty() && out.back().sector == r.sector) out.back().x1 = r.x1;
+            else out.push_back(r);
+        }
+    return out;
+}
+
+// x of the sector boundary nearest the window's centre, in radians.
+double StripTurn(const Image &img)
+{
+    const std::vector<Run> runs = SectorRuns(img, StripRow(40));
+    double best = 1e9;
+    for (size_t i = 1; i < runs.size(); i++) {
+        const double b = (runs[i - 1].x1 + runs[i].x0) / 2.0;
+        if (std::fabs(b - img.width / 2.0) < std::fabs(best - img.width / 2.0)) best = b;
+    }
+    return best / kStripPxPerRad;
+}
+
+// The panorama: one band a sector, azimuth falling from left to right, each
+// inner band 45 degrees wide; the horizon one white band; black above and
+// below the strip.
+void ExpectPanorama(const Image &img)
+{
+    const std::vector<Run> runs = SectorRuns(img, StripRow(40));
+    ASSERT_GE(runs.size(), 4u);
+    for (size_t i = 1; i < runs.size(); i++) EXPECT_EQ(runs[i].sector, (runs[i - 1].sector + 7) % 8) << "run " << i;
+    for (size_t i = 1; i + 1 < runs.size(); i++)
+        EXPECT_NEAR(runs[i].x1 - runs[i].x0 + 1, kStripPxPerRad * kPi / 4, 6.0) << "run " << i;
+    EXPECT_GT(CountNear(img, Rect{0, StripRow(80), img.width, StripRow(80) + 1}, synthetic::kHorizonRgb, 30), img.width * 98 / 100);
+    const int top = int(180 - 1.15 * 90);
+    for (int x = 0; x < img.width; x += 7) {
+        EXPECT_TRUE(Near(img.At(x, top - 4), {0, 0, 0}, 0));
+        EXPECT_TRUE(Near(img.At(x, img.height - top + 4), {0, 0, 0}, 0));
+    }
+}
+
+// ------------------------------------------------------------------ views
+
+// A gesture of a view's script and the saved state it must lead to, then
+// what the picture must show there.
+struct Step {
+    const char *what;
+    std::function<void(Display &)> act;
+    std::function<bool(const State &)> reached;
+    std::function<void(const Image &, const State &)> check;
+};
+
+struct View {
+    const char *name;
+    uint32_t mode;
+    int width, height;
+    std::function<bool(const State &)> started;   // the start animation is over
+    std::function<void(const Image &)> scene;     // the start picture
+    std::function<double(const Image &)> turnOf;  // where the picture stands...
+    std::function<double(const State &)> turnIn;  // ...and where the saved state says it does
+    double sector;                                // one sector in those units
+    double pictureSign;                           // the picture turns by this times the state
+    double dragStep;                              // a drag of 100 px to the right
+    double cruiseSign;                            // the way cruise turns
+    double inertiaStep;                           // turn a unit of inertia velocity
+    std::vector<Step> script;
+    State restoreIn;                              // a record (of this view) and
+    std::function<void(const State &)> restoreOut; // what a save right after it shows
+};
+
+void PrintTo(const View &v, std::ostream *os) { *os << v.name; }
+
+bool Eq(float a, float b) { return std::fabs(a - b) < 1e-3f; }
+
+const float kRoamRotZ = -45.5605965f; // the tilt of the eye inside the bowl
+
+View HalfSphereView()
+{
+    View v;
+    v.name = "HalfSphere", v.mode = 1, v.width = 480, v.height = 480;
+    v.started = [](const State &s) { return s.nRoamInit == 0 && s.fCamZ[0] > 5; }; // at the overview
+    v.scene = ExpectOverview;
+    v.turnOf = [](const Image &img) { return SectorZeroAngle(img, 90); };
+    v.turnIn = [](const State &s) { return double(s.zAngle[0]); };
+    v.sector = 45, v.pictureSign = -1, v.dragStep = 20.25, v.cruiseSign = 1, v.inertiaStep = 6.075e-3;
+    v.script = {
+        {"a double click right of the centre: the journey inside, turning to face that side", [](Display &d) { d.DoubleTap(470, 240); },
+         [](const State &s) { return s.nRoamState == 1 && s.nRoamInit == 1 && Eq(s.fCamZ[0], 2.0f) && Eq(s.fCamRotZ[0], kRoamRotZ); },
+         [](const Image &img, const State &) { ExpectInside(img, 0); }},
+        {"a deep drag down tilts to the limit", [](Display &d) { d.Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 100, 100); d.Drag(100, 100, 100, 340); },
+         [](const State &s) { return Eq(s.fCamRotZ[0], -92.2879715f); }, nullptr},
+        {"released, it springs back", [](Display &d) { d.Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, 100, 340); },
+         [](const State &s) { return s.fCamRotZ[0] > -88 && s.fCamRotZ[0] < kRoamRotZ - 10; }, nullptr},
+        {"a finger landing on the spring holds it", [](Display &d) { d.Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 100, 340); },
+         [](const State &s) { // the same tilt for ten looks in a row
+             static float last;
+             static int same;
+             same = s.fCamRotZ[0] == last ? same + 1 : 0;
+             last = s.fCamRotZ[0];
+             return same >= 10;
+         },
+         [](const Image &, const State &s) { EXPECT_LT(s.fCamRotZ[0], kRoamRotZ - 4) << "the spring went on under the finger"; }},
+        {"released again, it springs to the eye's tilt", [](Display &d) { d.Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, 100, 340); },
+         [](const State &s) { return Eq(s.fCamRotZ[0], kRoamRotZ) && s.fTz[0] == 0; }, nullptr},
+        {"pinching out backs the eye out of the bowl", [](Display &d) { for (int i = 0; i < 100; i++) d.Pinch(0.5f); },
+         [](const State &s) { return s.fCamRotZ[0] == 0 && Eq(s.fCamZ[0], 6.1f) && Eq(s.fTz[0], 4.1f); }, nullptr},
+        {"a double click there goes back inside", [](Display &d) { d.DoubleTap(240, 0); },
+         [](const State &s) { return s.nRoamState == 1 && s.nRoamInit == 1 && Eq(s.fCamZ[0], 2.0f); }, nullptr},
+        {"a double click sets off the journey out", [](Display &d) { d.DoubleTap(240, 10); },
+         [](const State &s) { return s.nRoamState == 0 && s.nRoamInit == 1 && s.fCamZ[0] > 2.5f; }, nullptr},
+        {"and another on the way turns back at once", [](Display &d) { d.DoubleTap(240, 10); },
+         [](const State &s) { return s.nRoamState == 1 && s.nRoamInit == 1 && Eq(s.fCamZ[0], 2.0f) && Eq(s.fCamRotZ[0], kRoamRotZ); }, nullptr},
+    };
+    v.restoreIn = State{};
+    v.restoreIn.mFishEyeMode = 1, v.restoreIn.xMove = 9.5f, v.restoreIn.nRoamState = 1, v.restoreIn.nRoamInit = 0;
+    v.restoreIn.belasticstate = 5, v.restoreIn.mCruiseState = 3, v.restoreIn.mCruiseVelocity = 1, v.restoreIn.fCamZ[0] = 2;
+    v.restoreOut = [](const State &s) { // saved during a journey: back at rest inside
+        EXPECT_EQ(s.nRoamInit, 1);
+        EXPECT_EQ(s.belasticstate, 1);
+        EXPECT_EQ(s.mCruiseState, 1);
+        EXPECT_EQ(s.xMove, 9.5f) << "a field the view doesn't use travels through";
+    };
+    return v;
+}
+
+View StripView()
+{
+    View v;
+    v.name = "PanoramaStrip", v.mode = 2, v.width = 640, v.height = 360;
+    v.started = [](const State &s) { return s.mFishEyeMode == 2; };
+    v.scene = [](const Image &img) {
+        ExpectPanorama(img);
+        EXPECT_EQ(Sector(img.At(320, StripRow(40)), 30), 4) << "the start scroll puts sector 4 in the middle";
+    };
+    v.turnOf = StripTurn;
+    v.turnIn = [](const State &s) { return double(s.xMove); };
+    v.sector = kPi / 4, v.pictureSign = 1, v.dragStep = 0.225, v.cruiseSign = -1, v.inertiaStep = 0.00012375;
+    auto pinches = [](int n, float rate) { return [=](Display &d) { for (int i = 0; i < n; i++) d.Pinch(rate); }; };
+    v.script = {
+        {"a double tap moves close", [](Display &d) { d.DoubleTap(10, 10); },
+         [](const State &s) { return Eq(s.fTz[0], -0.85f) && s.maxState == 1 && s.maxMinInit == 0; }, // settled
+         [](const Image &img, const State &) { // the strip fills the window
+             int lit = 0;
+             for (int x = 0; x < img.width; x++) lit += img.At(x, 1).r + img.At(x, 1).g + img.At(x, 1).b > 60;
+             EXPECT_GT(lit, img.width * 9 / 10);
+         }},
+        {"and back", [](Display &d) { d.DoubleTap(10, 10); }, [](const State &s) { return s.fTz[0] == 0 && s.maxState == 0 && s.maxMinInit == 1; }, nullptr},
+        {"pinching in stops at close", pinches(40, 1.5f), [](const State &s) { return Eq(s.fTz[0], -0.85f); }, nullptr},
+        {"pinching out stops at wide", pinches(40, 0.5f), [](const State &s) { return s.fTz[0] == 0; }, nullptr},
+        {"six steps in settle on close", pinches(6, 2.0f), [](const State &s) { return s.maxState == 1; }, nullptr},
+        {"so a double tap goes wide", [](Display &d) { d.DoubleTap(0, 0); }, [](const State &s) { return s.fTz[0] == 0 && s.maxState == 0 && s.maxMinInit == 1; }, nullptr},
+        {"five steps in stay on wide", pinches(5, 2.0f), [](const State &s) { return Eq(s.fTz[0], -0.16875f); },
+         [](const Image &, const State &s) { EXPECT_EQ(s.maxState, 0); }},
+        {"a rate of 1 zooms out", pinches(1, 1.0f), [](const State &s) { return Eq(s.fTz[0], -0.135f); }, nullptr},
+        {"a drag's vertical part doesn't count", [](Display &d) { d.Drag(100, 100, 150, 180); d.Drag(150, 180, 200, 40); },
+         [](const State &s) { return Eq(s.fTz[0], -0.135f) && Eq(s.xMove, 2.035f + 0.225f); }, nullptr},
+    };
+    v.restoreIn = State{};
+    v.restoreIn.fCamZ[2] = 12.5f, v.restoreIn.nRoamState = 7, v.restoreIn.bIsAutoTouring[3] = 1, v.restoreIn.mFishEyeMode = 2;
+    v.restoreIn.xMove = 1, v.restoreIn.fTz[0] = -0.5f, v.restoreIn.mfZoom = -1, v.restoreIn.maxState = 1;
+    v.restoreIn.maxMinInit = 1, v.restoreIn.mCruiseState = 2, v.restoreIn.mCruiseVelocity = 0.25f;
+    v.restoreOut = [](const State &s) { // saved during a zoom: back settled on close
+        EXPECT_EQ(s.maxMinInit, 0);
+        EXPECT_EQ(s.mCruiseState, 1);
+        EXPECT_EQ(s.mCruiseVelocity, 0.25f);
+        EXPECT_EQ(s.fCamZ[2], 12.5f);
+        EXPECT_EQ(s.nRoamState, 7);
+        EXPECT_EQ(s.bIsAutoTouring[3], 1);
+        EXPECT_EQ(s.fTz[0], -0.5f);
+    };
+    return v;
+}
+
+// Difference of two turns folded into (-sector/2, sector/2] around `expect`:
+// the boundary measured may be another sector's.
+double Folded(double diff, double expect, double sector)
+{
+    while (diff < expect - sector / 2) diff += sector;
+    while (diff > expect + sector / 2) diff -= sector;
+    return diff;
+}
+
+std::string Describe(const State &s)
+{
+    char b[300];
+    std::snprintf(b, sizeof b, "fCamZ %g fCamRotZ %g fTz %g zAngle %g xMove %g roam %d/%d max %d/%d cruise %d",
+                  s.fCamZ[0], s.fCamRotZ[0], s.fTz[0], s.zAngle[0], s.xMove, s.nRoamState, s.nRoamInit, s.maxState,
+                  s.maxMinInit, s.mCruiseState);
+    return b;
+}
+
+class Fisheye : public ::testing::TestWithParam<View> {
+protected:
+    const View &v = GetParam();
+    std::unique_ptr<Rig> rig;
+    Frame scene = SceneFrame();
+
+    // A display of the view (or another mode), settings set before Init.
+    void Start(std::vector<std::pair<uint32_t, uint32_t>> settings = {}, uint32_t mode = ~0u, EventLog *log = nullptr)
+    {
+        rig.reset(new Rig(v.width, v.height, mode == ~0u ? v.mode : mode));
+        ASSERT_TRUE(rig->ok());
+        for (auto &s : settings) ASSERT_EQ(d().SetU32(s.first, s.second), ZT5_OK);
+        if (log) {
+            ASSERT_EQ(d().Set(ZT5_CFG_DISPLAY_UICALLBACK, &log->record), ZT5_OK);
+        }
+        ASSERT_EQ(rig->Init(), ZT5_OK);
+        if (mode == ~0u) {
+            ASSERT_TRUE(Until(v.started)) << "the view never finished its start";
+            ASSERT_TRUE(d().PushUntil(scene, SceneDrawn)) << "no picture of the scene";
+        }
+    }
+    Display &d() { return rig->display; }
+    bool Until(const std::function<bool(const State &)> &reached, Image *shot = nullptr)
+    {
+        return d().PushUntil(scene, [&](const Image &) { State s; return d().Save(&s) && reached(s); }, shot);
+    }
+    // Two snapshots in a row alike: the picture stands; returns it.
+    Image Settled()
+    {
+        Image last, shot;
+        for (int i = 0; i < 600; i++) {
+            d().Push(scene);
+            std::this_thread::sleep_for(std::chrono::milliseconds(15));
+            if (d().Snapshot(&shot) && !last.empty() && shot.rgba == last.rgba) return shot;
+            last = shot;
+        }
+        ADD_FAILURE() << "the picture never settled";
+        return shot;
+    }
+    // The turn between two pictures against the state's.
+    void ExpectTurn(const Image &a, const Image &b, double stateDiff)
+    {
+        const double want = v.pictureSign * stateDiff;
+        EXPECT_NEAR(Folded(v.turnOf(b) - v.turnOf(a), want, v.sector), want, v.sector / 30) << "picture turned otherwise than the state";
+    }
+};
+
+} // namespace
+
+TEST_P(Fisheye, ShowsTheScene)
+{
+    Start();
+    if (HasFatalFailure()) return;
+    Image shot;
+    ASSERT_TRUE(d().Snapshot(&shot));
+    SaveShot(shot);
+    v.scene(shot);
+    EXPECT_EQ(d().Saved().mFishEyeMode, int32_t(v.mode));
+}
+
+// A drag turns the saved state by the documented step, and the picture by
+// as much.
+TEST_P(Fisheye, DragTurnsByTheDocumentedStep)
+{
+    Start({{ZT5_CFG_DISPLAY_FE_BG_CLOUD, 0}, {ZT5_CFG_DISPLAY_FE_BG_STAR, 0}});
+    if (HasFatalFailure()) return;
+    const Image before = Settled();
+    const double s0 = v.turnIn(d().Saved());
+    d().Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 100, 100);
+    d().Drag(100, 100, 200, 100);
+    d().Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, 200, 100);
+    EXPECT_NEAR(v.turnIn(d().Saved()) - s0, v.dragStep, 1e-3);
+    const Image after = Settled();
+    SaveShot(after);
+    ExpectTurn(before, after, v.dragStep);
+}
+
+// Cruise, switched on by the host, turns the view until a touch. The host
+// hears of each change once; the state a view starts in is none, even after
+// the plain view (which has no cruise) was shown first.
+TEST_P(Fisheye, CruiseTurnsUntilATouchAndTheHostHearsOfIt)
+{
+    EventLog log;
+    Start({{ZT5_CFG_DISPLAY_FE_BG_CLOUD, 0}, {ZT5_CFG_DISPLAY_FE_BG_STAR, 0}}, 0, &log);
+    if (HasFatalFailure()) return;
+    ASSERT_TRUE(d().PushUntil(scene, SceneDrawn));
+    ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, v.mode), ZT5_OK);
+    ASSERT_TRUE(Until(v.started));
+    const Image before = Settled();
+    const double s0 = v.turnIn(d().Saved());
+    ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1), ZT5_OK);
+    float speed = 4; // taken by a view that has a speed
+    ASSERT_EQ(d().Set(ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY, &speed), ZT5_OK);
+    ASSERT_TRUE(Until([&](const State &s) { return s.mCruiseState == 1 && v.cruiseSign * (v.turnIn(s) - s0) > v.sector / 6; }));
+    d().Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 10, 10);
+    EXPECT_EQ(d().Saved().mCruiseState, 0);
+    const Image after = Settled();
+    const double s1 = v.turnIn(d().Saved());
+    ExpectTurn(before, after, s1 - s0);
+    Settled();
+    EXPECT_EQ(v.turnIn(d().Saved()), s1) << "the view turned on after the touch";
+    ASSERT_TRUE(Until([&](const State &) { return log.Values(ZT5_CFG_DISPLAY_CURISE_STATE_EVENT).size() >= 2; }));
+    // Away to the plain view and back: nothing new to tell.
+    ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 0), ZT5_OK);
+    ASSERT_TRUE(Until([](const State &s) { return s.mFishEyeMode == 0; }));
+    ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, v.mode), ZT5_OK);
+    ASSERT_TRUE(Until([&](const State &s) { return s.mFishEyeMode == int32_t(v.mode); }));
+    Settled();
+    EXPECT_EQ(log.Values(ZT5_CFG_DISPLAY_CURISE_STATE_EVENT), std::vector<uint32_t>({1, 0}));
+}
+
+// Inertia goes on in the direction of the release velocity, a tenth less
+// each frame until it falls below one half, and ends a cruise.
+TEST_P(Fisheye, InertiaDecaysAndEndsCruise)
+{
+    Start({{ZT5_CFG_DISPLAY_FE_BG_CLOUD, 0}, {ZT5_CFG_DISPLAY_FE_BG_STAR, 0}});
+    if (HasFatalFailure()) return;
+    for (float v0 : {-50.0f, 100.0f}) {
+        SCOPED_TRACE(v0);
+        Settled();
+        const double s0 = v.turnIn(d().Saved());
+        double sum = 0;
+        for (double vel = v0 * 0.9; std::fabs(vel) >= 0.5; vel *= 0.9) sum += vel;
+        float velocity[2] = {v0, 0};
+        ASSERT_EQ(d().Set(ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY, velocity), ZT5_OK);
+        ASSERT_TRUE(Until([&](const State &s) { return std::fabs(v.turnIn(s) - s0 - sum * v.inertiaStep) < std::fabs(sum * v.inertiaStep) * 0.01; }))
+            << "turned " << v.turnIn(d().Saved()) - s0 << " of " << sum * v.inertiaStep;
+    }
+    ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1), ZT5_OK);
+    EXPECT_EQ(d().Saved().mCruiseState, 1);
+    float velocity[2] = {40, 0};
+    ASSERT_EQ(d().Set(ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY, velocity), ZT5_OK);
+    EXPECT_TRUE(Until([](const State &s) { return s.mCruiseState == 0; }));
+}
+
+TEST_P(Fisheye, GestureScript)
+{
+    Start({{ZT5_CFG_DISPLAY_FE_BG_CLOUD, 0}, {ZT5_CFG_DISPLAY_FE_BG_STAR, 0}});
+    if (HasFatalFailure()) return;
+    Settled(); // a double tap in the view's very first frames may lose the journey's turn
+    for (const Step &s : v.script) {
+        SCOPED_TRACE(s.what);
+        s.act(d());
+        Image shot;
+        ASSERT_TRUE(Until(s.reached, &shot)) << "not reached: " << Describe(d().Saved());
+        if (s.check) {
+            ASSERT_TRUE(d().Snapshot(&shot));
+            SaveShot(shot, "_" + std::to_string(&s - v.script.data()));
+            s.check(shot, d().Saved());
+        }
+    }
+}
+
+// A saved record brings back the picture of the save after other gestures;
+// a record of another view is dropped; a record of this view is taken by
+// the view's rules.
+TEST_P(Fisheye, SaveAndRestore)
+{
+    Start({{ZT5_CFG_DISPLAY_FE_BG_CLOUD, 0}, {ZT5_CFG_DISPLAY_FE_BG_STAR, 0}});
+    if (HasFatalFailure()) return;
+    d().Drag(0, 10, 77, 10);
+    for (int i = 0; i < 4; i++) d().Pinch(2.0f);
+    const Image saved = Settled();
+    const State rec = d().Saved();
+    d().DoubleTap(10, 10);
+    d().Drag(0, 10, 300, 100);
+    ASSERT_TRUE(d().PushUntil(scene, [&](const Image &i) { return i.rgba != saved.rgba; }));
+    Settled();
+    ASSERT_EQ(d().Restore(rec), ZT5_OK);
+    Image shot;
+    EXPECT_TRUE(d().PushUntil(scene, [&](const Image &i) { return i.rgba == saved.rgba; }, &shot)) << "not the picture of the save";
+    SaveShot(shot);
+
+    State other = d().Saved();
+    const double before = v.turnIn(other);
+    other.mFishEyeMode = v.mode == 1 ? 2 : 1;
+    other.xMove += 1, other.zAngle[0] += 10;
+    ASSERT_EQ(d().Restore(other), ZT5_OK);
+    EXPECT_EQ(v.turnIn(d().Saved()), before) << "a record of another view was taken";
+
+    ASSERT_EQ(d().Restore(v.restoreIn), ZT5_OK);
+    const State out = d().Saved();
+    EXPECT_EQ(out.bRestored, 1u);
+    EXPECT_EQ(out.mFishEyeMode, int32_t(v.mode));
+    v.restoreOut(out);
+}
+
+INSTANTIATE_TEST_SUITE_P(Views, Fisheye, ::testing::Values(HalfSphereView(), StripView()),
+                         [](const ::testing::TestParamInfo<View> &i) { return std::string(i.param.name); });
+
+// ------------------------------------------------------------- half sphere
+
+// With the start animation on, the eye flies from inside the bowl out to the
+// overview, turning as it goes; without it the overview is there at once.
+TEST(HalfSphere, OpeningFlightEndsAtTheOverview)
+{
+    Rig rig(480, 480, 1);
+    ASSERT_TRUE(rig.ok());
+    ASSERT_EQ(rig.display.SetU32(ZT5_CFG_DISPLAY_FE_BASE_ANIMATION, 1), ZT5_OK);
+    ASSERT_EQ(rig.Init(), ZT5_OK);
+    Frame scene = SceneFrame();
+    std::vector<float> camZ;
+    ASSERT_TRUE(rig.display.PushUntil(scene, [&](const Image &) {
+        State s;
+        if (!rig.display.Save(&s)) return false;
+        if (camZ.empty() || s.fCamZ[0] != camZ.back()) camZ.push_back(s.fCamZ[0]);
+        return s.nRoamInit == 0 && Eq(s.fCamZ[0], 7.1f);
+    }));
+    ASSERT_GE(camZ.size(), 3u) << "no flight seen";
+    EXPECT_LT(camZ.front(), 0.0f) << "the flight starts inside the bowl";
+    EXPECT_TRUE(std::is_sorted(camZ.begin(), camZ.end()));
+    const State s = rig.display.Saved();
+    EXPECT_GT(s.zAngle[0], -360.0f);
+    EXPECT_LT(s.zAngle[0], 360.0f);
+    Image shot;
+    ASSERT_TRUE(rig.display.Snapshot(&shot));
+    ExpectOverview(shot);
+}
+
+// The backdrop: without cloud and stars the corners are the clear colour and
+// the eye comes nearer; with them light shows outside the bowl. Platform 1
+// draws the lens by the cosine law alone: the horizon lands nearer the
+// centre.
+TEST(HalfSphere, BackdropAndPlatformSettings)
+{
+    struct Case {
+        uint32_t cloud, platform;
+    } cases[] = {{0, 0}, {1, 0}, {1, 1}};
+    double horizon[3] = {0, 0, 0};
+    for (const Case &c : cases) {
+        const int i = int(&c - cases);
+        SCOPED_TRACE(i);
+        Rig rig(480, 480, 1);
+        ASSERT_TRUE(rig.ok());
+        rig.display.SetU32(ZT5_CFG_DISPLAY_FE_BG_CLOUD, c.cloud);
+        rig.display.SetU32(ZT5_CFG_DISPLAY_FE_BG_STAR, c.cloud);
+        rig.display.SetU32(ZT5_CFG_DISPLAY_FE_PLATFORM, c.platform);
+        ASSERT_EQ(rig.Init(), ZT5_OK);
+        Frame scene = SceneFrame();
+        Image shot;
+        ASSERT_TRUE(rig.display.PushUntil(scene, [&](const Image &) { State s; return rig.display.Save(&s) && s.nRoamInit == 0; }, &shot));
+        ASSERT_TRUE(rig.display.PushUntil(scene, SceneDrawn, &shot));
+        SaveShot(shot, "_" + std::to_string(i));
+        EXPECT_FLOAT_EQ(rig.display.Saved().fCamZ[0], c.cloud ? 7.1f : 6.1f);
+        long lit = 0; // outside the bowl's rim: in a corner, or all round
+        for (int y = 0; y < 480; y++)
+            for (int x = 0; x < 480; x++) {
+                const Rgb p = shot.At(x, y);
+                if (c.cloud ? std::hypot(x - 240, y - 240) >= 480 * 0.47 : (x < 40 && y < 40)) lit += p.r + p.g + p.b > (c.cloud ? 30 : 0);
+            }
+        if (c.cloud) {
+            EXPECT_GT(lit, 200) << "nothing outside the bowl";
+        } else {
+            EXPECT_EQ(lit, 0) << "something in the corner";
+        }
+        int n = 0;
+        for (int k = 0; k < 16; k++)
+            for (int r = 0; r < 240; r++) {
+                const double a = (k * 22.5 + 5) * kPi / 180;
+                if (IsHorizon(shot.At(int(240 + r * std::cos(a)), int(240 - r * std::sin(a))))) horizon[i] += r, n++;
+            }
+        horizon[i] /= std::max(1, n);
+    }
+    EXPECT_LT(horizon[2], horizon[1] - 3) << "platform 1 keeps the horizon where platform 0 has it";
+}

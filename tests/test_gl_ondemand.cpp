@@ -1,0 +1,145 @@
+// The render thread draws when something changed what the window shows, or
+// while the view still moves, and rests otherwise. Draws are counted through
+// the host's ZT5_CFG_DISPLAY_RENDER_STATS; no test measures a time.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "Harness.h"
+
+using namespace harness;
+
+namespace {
+
+class OnDemand : public ::testing::Test {
+protected:
+    std::unique_ptr<Rig> rig;
+    Frame scene = SceneFrame();
+    EventLog log;
+
+    void Start(uint32_t mode)
+    {
+        rig.reset(new Rig(480, 270, mode));
+        ASSERT_TRUE(rig->ok());
+        ASSERT_EQ(d().Set(ZT5_CFG_DISPLAY_UICALLBACK, &log.record), ZT5_OK);
+        ASSERT_EQ(rig->Init(), ZT5_OK);
+        ASSERT_TRUE(PostDrawn());
+    }
+    Display &d() { return rig->display; }
+    ZT5RenderStats Stats()
+    {
+        ZT5RenderStats s = {};
+        EXPECT_EQ(d()->GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS, &s), ZT5_OK);
+        return s;
+    }
+    // Posts the scene until a draw has shown the newest frame.
+    bool PostDrawn(uint32_t rotation = 0)
+    {
+        for (int i = 0; i < 400; i++) {
+            if (i % 20 == 0) d().Push(scene, rotation);
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            ZT5RenderStats s = Stats();
+            if (s.dwFramesPosted && s.dwNewestDrawn == s.dwFramesPosted) return true;
+        }
+        return false;
+    }
+    // Draws made over the next `ms` milliseconds with nothing sent.
+    uint32_t DrawsOver(int ms)
+    {
+        const uint32_t d0 = Stats().dwDraws;
+        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+        return Stats().dwDraws - d0;
+    }
+    // Waits (bounded) until a quarter second passes without a draw.
+    bool Quiet()
+    {
+        for (int i = 0; i < 80; i++)
+            if (DrawsOver(250) == 0) return true;
+        return false;
+    }
+};
+
+} // namespace
+
+// One frame, then nothing: the display rests; each kind of change wakes it
+// for at least one draw, after which it rests again.
+TEST_F(OnDemand, AStillDisplayRestsAndEveryChangeWakesIt)
+{
+    Start(0);
+    EXPECT_LE(DrawsOver(500), 1u) << "a still frame is drawn again and again";
+    struct Change {
+        const char *what;
+        std::function<void()> send;
+    } changes[] = {
+        {"a new frame", [&] { d().Push(scene); }},
+        {"a parameter", [&] { d().SetU32(ZT5_CFG_DISPLAY_MAX_SCALE, 500); }},
+        {"a gesture", [&] { d().Drag(100, 100, 110, 100); }},
+        {"a mode switch", [&] { d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 2); }},
+    };
+    for (const Change &c : changes) {
+        SCOPED_TRACE(c.what);
+        ASSERT_TRUE(Quiet());
+        const uint32_t d0 = Stats().dwDraws;
+        c.send();
+        bool drawn = false;
+        for (int i = 0; i < 300 && !drawn; i++) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            drawn = Stats().dwDraws > d0;
+        }
+        EXPECT_TRUE(drawn);
+    }
+    EXPECT_TRUE(Quiet());
+}
+
+// Cruise keeps the panorama drawing until a touch ends it; then the display
+// rests, and resting changes nothing in the saved state.
+TEST_F(OnDemand, CruiseDrawsUntilATouchThenIdleTimeChangesNothing)
+{
+    Start(2);
+    ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1), ZT5_OK);
+    EXPECT_GE(DrawsOver(400), 10u) << "cruise does not keep the view moving";
+    EXPECT_GE(DrawsOver(400), 10u);
+    ASSERT_EQ(d().Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 50, 50), ZT5_OK);
+    ASSERT_EQ(d().Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, 50, 50), ZT5_OK);
+    ASSERT_TRUE(Quiet());
+    const FECurrentStatusData before = d().Saved();
+    EXPECT_EQ(DrawsOver(500), 0u);
+    const FECurrentStatusData after = d().Saved();
+    EXPECT_EQ(before.xMove, after.xMove);
+    EXPECT_EQ(after.mCruiseState, 0);
+}
+
+// Frames posted faster than they can be drawn are not queued: the newest
+// wins, and once posting stops the display draws it and rests.
+TEST_F(OnDemand, FramesFasterThanDrawsAreNotQueued)
+{
+    Start(0);
+    const ZT5RenderStats s0 = Stats();
+    for (int i = 0; i < 300; i++) d().Push(scene);
+    ASSERT_TRUE(Quiet());
+    const ZT5RenderStats s1 = Stats();
+    EXPECT_EQ(s1.dwNewestDrawn, s1.dwFramesPosted) << "the newest frame is not the one shown";
+    EXPECT_LT(s1.dwFramesDrawn - s0.dwFramesDrawn, 300u) << "every frame was drawn: frames queue";
+    EXPECT_LE(s1.dwDraws - s0.dwDraws, s1.dwFramesDrawn - s0.dwFramesDrawn + 2);
+}
+
+// A stream that turns keeps the viewer's state: a cruise stopped with a touch
+// stays stopped (the host hears "on" and "off" once each) and the panorama
+// stays where it was.
+TEST_F(OnDemand, ARotationChangeMidStreamKeepsCruiseAndCamera)
+{
+    Start(2);
+    ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1), ZT5_OK);
+    ASSERT_GE(DrawsOver(300), 5u);
+    ASSERT_EQ(d().Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 50, 50), ZT5_OK);
+    ASSERT_TRUE(Quiet());
+    const FECurrentStatusData before = d().Saved();
+    ASSERT_TRUE(PostDrawn(180));
+    ASSERT_TRUE(Quiet());
+    const FECurrentStatusData after = d().Saved();
+    EXPECT_EQ(after.mCruiseState, 0) << "the turn started the cruise again";
+    EXPECT_EQ(before.xMove, after.xMove) << "the panorama drifted";
+    EXPECT_EQ(before.fTz[0], after.fTz[0]);
+    EXPECT_EQ(log.Values(ZT5_CFG_DISPLAY_CURISE_STATE_EVENT), (std::vector<uint32_t>{1, 0}));
+}
