@@ -4,6 +4,7 @@
 #define PANOVIEW_DISPLAYCONTEXT_H
 
 #include "MDisplayMgr.h"
+#include "OverlaySettings.h"
 
 // One display. Plain data: allocated by MDisplayMgrCreateGDI, freed by
 // MDisplayMgrDelete. Every setting of the display lives here while no render
@@ -54,6 +55,7 @@ struct DisplayContext {
     MDWord dwDisplayMaxScale = 400;
     void *pDistortionParam = nullptr; // not owned
     MWindowHandle hNativeWindow = 0;   // window the EGL surface is made on
+    COverlaySettings overlay;          // font, faces, background colour, logo
     MDWord dwYuvMatrix = 0;            // ZT5_CFG_DISPLAY_YUV_MATRIX word; 0 is the render object's default
 
     // Strides of the planes of the current blit. A stride shorter than a

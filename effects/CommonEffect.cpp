@@ -8,6 +8,7 @@
 #include <new>
 
 #include "MLog.h"
+#include "PlainOverlay.h"
 #include "ViewEffect.h"
 #include "ZT5Mutex.h"
 
@@ -257,6 +258,7 @@ private:
     // projection was made for; another one needs a new letterbox.
     MLong m_lProjPictureWidth = 0;
     MLong m_lProjPictureHeight = 0;
+    PlainOverlay m_Overlay{m_sTextureInfo}; // logo, built-in mark, faces
 };
 
 GlesRenderEffect *MakeCommonEffect(MDWord)
@@ -381,8 +383,8 @@ void CommonEffect::ApplyDistortionChange()
     };
     for (int r = 0; r < 4; r++)
         for (int i = 0; i < 8; i++) mTexCoord[r][i] = crop[r][i];
-    // The built-in mark of a corrected picture is made here by the overlay
-    // code once it exists.
+    // While a correction runs and no logo is loaded the overlay draws the
+    // built-in mark.
 }
 
 // The zoom animation of the double tap, one step a draw, ahead of the
@@ -477,8 +479,11 @@ void CommonEffect::Draw(const Frame &f)
     // The correction program keeps the numbers it has always drawn with.
     DrawPass(m_Camera, camera, program, bDistort ? kYuvLensCorrection : m_YuvConversion, m_Quad, f.pTextures,
              uniforms);
-    // Logo and face overlays are drawn here with the same matrices once the
-    // overlay code exists.
+    // Logo and faces, with the picture's matrix (DrawPass leaves it in the
+    // camera): they zoom and pan with the picture.
+    const PlainOverlay::Frame overlay = {m_Camera.mMVPMatrix, kTexCoord[rot], f.videoWidth, f.videoHeight,
+                                         m_fPictureRatio, bDistort, m_fFrustumX, m_fFrustumY, mWndRatio};
+    m_Overlay.Draw(overlay);
 }
 
 // -------------------------------------------------------------- gestures
@@ -558,6 +563,7 @@ void CommonEffect::DoubleTap(float x, float y)
 
 MRESULT CommonEffect::setConfig(MDWord dwID, void *pValue)
 {
+    if (m_Overlay.SetConfig(dwID, pValue)) return 0;
     switch (dwID) {
     case ZT5_CFG_DISPLAY_DISTORTION_PARAM:
         if (pValue) m_pDistortionParam.store(static_cast<ZT5DistortionParam *>(pValue), std::memory_order_relaxed);

@@ -9,18 +9,19 @@
 
 void GlesRenderEffect::clearBackground()
 {
-    if (m_dwBackColor != m_dwClearColorCache) {
-        glClearColor(((m_dwBackColor >> 16) & 0xff) / 255.0f, ((m_dwBackColor >> 8) & 0xff) / 255.0f,
-                     (m_dwBackColor & 0xff) / 255.0f, 1.0f);
-        m_dwClearColorCache = m_dwBackColor;
-    }
+    // The clear colour is state of the whole context, which every view
+    // shares: set at each draw, it can be neither another view's nor GL's
+    // initial black when the wanted colour is one a cache thought was set.
+    const MDWord c = m_dwBackColor.load(std::memory_order_relaxed);
+    glClearColor(((c >> 16) & 0xff) / 255.0f, ((c >> 8) & 0xff) / 255.0f, (c & 0xff) / 255.0f, 1.0f);
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
 }
 
 MRESULT GlesRenderEffect::setConfig(MDWord dwID, void *pValue)
 {
     if (!pValue) return 0;
-    if (dwID == ZT5_CFG_DISPLAY_BACK_COLOR) m_dwBackColor = *static_cast<const MDWord *>(pValue);
+    if (dwID == ZT5_CFG_DISPLAY_BACK_COLOR)
+        m_dwBackColor.store(*static_cast<const MDWord *>(pValue), std::memory_order_relaxed);
     // ZT5_CFG_DISPLAY_LOGO_DATA is taken by the views that own a logo.
     return 0;
 }

@@ -4,6 +4,8 @@
 
 #include <GLES2/gl2.h>
 
+#include <atomic>
+
 #include "MRuntime.h"
 #include "ZT5Config.h"
 #include "ZT5Records.h"
@@ -57,8 +59,7 @@ public:
 
 protected:
     TextureInfo m_sTextureInfo = {};
-    MDWord m_dwClearColorCache = 0xffffff;
-    MDWord m_dwBackColor = 0;
+    std::atomic<MDWord> m_dwBackColor{0}; // 0xRRGGBB; set by the host's thread
     VideoLogo *m_pVideoLogo = nullptr;
     YuvConversion m_YuvConversion = kYuvBt601Video;
 };

@@ -79,11 +79,7 @@ CZT5Panoview::CZT5Panoview() : m_bSwitchPending(0), m_DrawFrameEvent(0)
     m_dwFEPlatform = 0;
     m_pEaglLayer = nullptr;
     m_pDistortionParam = nullptr;
-    m_pFontPath = nullptr;
-    m_dwFaceOption = 0;
-    m_dwBackColor = 0;
     m_dwYuvMatrix = 0;
-    std::memset(&_videoLogoData, 0, sizeof(_videoLogoData));
     std::memset(&m_AlignInfo, 0, sizeof(m_AlignInfo));
     std::memset(&m_CodecHint, 0, sizeof(m_CodecHint));
     std::memset(&m_FishEyeParam, 0, sizeof(m_FishEyeParam));
@@ -95,10 +91,8 @@ CZT5Panoview::~CZT5Panoview()
 {
     Uninit();
     DeleteDisplayHandles();
-    if (_videoLogoData.dwDataSize && _videoLogoData.pData) MMemFree(_videoLogoData.pData);
-    _videoLogoData.pData = nullptr;
-    _videoLogoData.dwDataSize = 0;
-    // The mutexes, the event and the benchmark go with the members.
+    // The mutexes, the event, the benchmark and the overlay copies go with
+    // the members.
 }
 
 void CZT5Panoview::ClearGeometry()
@@ -188,10 +182,7 @@ int32_t CZT5Panoview::Init(const ZT5DisplayParam *pDisplayParam)
     MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_SCALE_RATIO, &m_dwScaleRatio, 4);
     MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_MAX_SCALE, &m_dwDisplayMaxScale, 4);
     MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_DISTORTION_PARAM, m_pDistortionParam, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_FONT_PATH, m_pFontPath, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_FACE_OPTION, &m_dwFaceOption, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_BACK_COLOR, &m_dwBackColor, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_LOGO_DATA, &_videoLogoData, 24);
+    m_Overlay.Replay([h](MDWord id, void *p) { MDisplayMgrSetParam(h, id, p, OverlayPayloadSize(id)); });
     // The colour matrix is a property of the stream, so both handles get it;
     // a new handle starts with the default and needs no word for it.
     if (m_dwYuvMatrix != 0) {

@@ -9,6 +9,7 @@
 #include "CMBenchmark.h"
 #include "MDisplayMgr.h"
 #include "MRuntime.h"
+#include "OverlaySettings.h"
 #include "ZT5Plugin.h"
 
 // Largest frame side and window coordinate the geometry accepts. Beyond
@@ -69,7 +70,8 @@ private:
     // Parameters.
     MRESULT SetZoom(MDWord dwValue);
     MRESULT SetDisplayRecord(const ZT5DisplayParam *pParam);
-    MRESULT SetLogo(const ZT5VideoLogo *pLogo);
+    MRESULT SetOverlay(MDWord id, const void *pValue);
+    static MDWord OverlayPayloadSize(MDWord id);
     void Forward(MDWord id, void *pValue, MDWord size);
     MDWord PresentZoom() const;
 
@@ -148,11 +150,10 @@ private:
     MDWord m_dwFEPlatform;
     void *m_pEaglLayer;
     void *m_pDistortionParam;
-    void *m_pFontPath;
-    MDWord m_dwFaceOption;
-    MDWord m_dwBackColor;
+    // Font path, face names, option and list, background colour, logo:
+    // copies of what the host may free, replayed at Init.
+    COverlaySettings m_Overlay;
     MDWord m_dwYuvMatrix; // ZT5_CFG_DISPLAY_YUV_MATRIX word
-    ZT5VideoLogo _videoLogoData;
     ZT5AlignInfo m_AlignInfo;
     ZT5CodecHint m_CodecHint;
     ZT5FishEyeParam m_FishEyeParam;

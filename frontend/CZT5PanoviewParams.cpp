@@ -71,15 +71,25 @@ MRESULT CZT5Panoview::SetDisplayRecord(const ZT5DisplayParam *pParam)
     return 0;
 }
 
-MRESULT CZT5Panoview::SetLogo(const ZT5VideoLogo *pLogo)
+MDWord CZT5Panoview::OverlayPayloadSize(MDWord id)
 {
-    if (pLogo == &_videoLogoData || !pLogo->pData || pLogo->dwDataSize == 0) return 0;
-    void *copy = MMemAlloc(pLogo->dwDataSize);
-    if (!copy) return ZT5_ERR_NO_MEMORY;
-    MMemCpy(copy, pLogo->pData, pLogo->dwDataSize);
-    if (_videoLogoData.pData && _videoLogoData.dwDataSize) MMemFree(_videoLogoData.pData);
-    _videoLogoData = *pLogo;
-    _videoLogoData.pData = copy;
+    switch (id) {
+    case ZT5_CFG_DISPLAY_LOGO_DATA: return 24;
+    case ZT5_CFG_DISPLAY_FACE_LIST: return sizeof(ZT5FaceList);
+    default: return 4;
+    }
+}
+
+// Overlay settings: checked here (the manager's answers are ignored on the
+// way down), copied, and passed on with the copy.
+MRESULT CZT5Panoview::SetOverlay(MDWord id, const void *pValue)
+{
+    if (id == ZT5_CFG_DISPLAY_FACE_LIST && !COverlaySettings::FaceListValid(static_cast<const ZT5FaceList *>(pValue)))
+        return ZT5_ERR_INVALID_PARAM;
+    FrontendLock lock(m_DataMutex);
+    m_Overlay.Store(id, pValue, [this](MDWord dwID, void *p) {
+        if (m_hCurDisplay) MDisplayMgrSetParam(m_hCurDisplay, dwID, p, OverlayPayloadSize(dwID));
+    });
     return 0;
 }
 
@@ -258,10 +268,17 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
     case ZT5_CFG_DISPLAY_UITOUCH_MOVED:
     case ZT5_CFG_DISPLAY_UITOUCH_UP:
     case ZT5_CFG_DISPLAY_UITOUCH_DOWN:
-    case ZT5_CFG_DISPLAY_FACE_INFO:
-    case ZT5_CFG_DISPLAY_FACE_MUTEX:
         Forward(dwParamID, pValue, 4);
         return 0;
+
+    case ZT5_CFG_DISPLAY_FONT_PATH:
+    case ZT5_CFG_DISPLAY_FACE_INFO:
+    case ZT5_CFG_DISPLAY_FACE_MUTEX:
+    case ZT5_CFG_DISPLAY_FACE_OPTION:
+    case ZT5_CFG_DISPLAY_BACK_COLOR:
+    case ZT5_CFG_DISPLAY_LOGO_DATA:
+    case ZT5_CFG_DISPLAY_FACE_LIST:
+        return SetOverlay(dwParamID, pValue);
 
     // Single words: remembered for the next Init, then passed on.
     case ZT5_CFG_DISPLAY_USE_OPENGLES:
@@ -278,9 +295,7 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
     case ZT5_CFG_DISPLAY_MULTI_DISPLAY:
     case ZT5_CFG_DISPLAY_FE_PLATFORM:
     case ZT5_CFG_DISPLAY_SCALE_RATIO:
-    case ZT5_CFG_DISPLAY_MAX_SCALE:
-    case ZT5_CFG_DISPLAY_FACE_OPTION:
-    case ZT5_CFG_DISPLAY_BACK_COLOR: {
+    case ZT5_CFG_DISPLAY_MAX_SCALE: {
         const MDWord v = ReadU32(pValue);
         {
             FrontendLock lock(m_DataMutex);
@@ -300,8 +315,6 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
             case ZT5_CFG_DISPLAY_FE_PLATFORM: m_dwFEPlatform = v; break;
             case ZT5_CFG_DISPLAY_SCALE_RATIO: m_dwScaleRatio = v; break;
             case ZT5_CFG_DISPLAY_MAX_SCALE: m_dwDisplayMaxScale = v; break;
-            case ZT5_CFG_DISPLAY_FACE_OPTION: m_dwFaceOption = v; break;
-            case ZT5_CFG_DISPLAY_BACK_COLOR: m_dwBackColor = v; break;
             }
         }
         Forward(dwParamID, pValue, 4);
@@ -315,8 +328,7 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
     case ZT5_CFG_DISPLAY_UITOUCH_DOUBLETAP:
     case ZT5_CFG_DISPLAY_FE_CURRENTSTATUS:
     case ZT5_CFG_DISPLAY_EAGL_LAYER:
-    case ZT5_CFG_DISPLAY_DISTORTION_PARAM:
-    case ZT5_CFG_DISPLAY_FONT_PATH: {
+    case ZT5_CFG_DISPLAY_DISTORTION_PARAM: {
         {
             FrontendLock lock(m_DataMutex);
             switch (dwParamID) {
@@ -327,7 +339,6 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
             case ZT5_CFG_DISPLAY_FE_CURRENTSTATUS: m_pFEStatusDataDict = pValue; break;
             case ZT5_CFG_DISPLAY_EAGL_LAYER: m_pEaglLayer = pValue; break;
             case ZT5_CFG_DISPLAY_DISTORTION_PARAM: m_pDistortionParam = pValue; break;
-            case ZT5_CFG_DISPLAY_FONT_PATH: m_pFontPath = pValue; break;
             }
         }
         Forward(dwParamID, pValue, 4);
@@ -339,16 +350,6 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
             m_pUICallback = pValue;
         }
         Forward(dwParamID, pValue, 60);
-        return 0;
-    }
-    case ZT5_CFG_DISPLAY_LOGO_DATA: {
-        MRESULT res;
-        {
-            FrontendLock lock(m_DataMutex);
-            res = SetLogo(static_cast<const ZT5VideoLogo *>(pValue));
-        }
-        if (res != 0) return res;
-        Forward(dwParamID, pValue, 24);
         return 0;
     }
     case ZT5_CFG_CODEC_FRAME_CALLBACK: {

@@ -476,6 +476,9 @@ MRESULT CWinOpenGLDisplay::Internal_Init()
             rotation = mFrameInfo.dwRotation;
         }
         res = m_pRenderer->Initialize(&mDisplayContext, w, h, rotation);
+        // The plain view exists now and is current: it gets the overlay
+        // settings before any other mode is made.
+        m_Overlay.Replay([this](MDWord id, void *p) { m_pRenderer->setConfig(id, p); });
 
         // Mode first, then the switches that reach only the half sphere once
         // it is current, then the scale settings, so that they land on the
@@ -756,17 +759,12 @@ void CWinOpenGLDisplay::SetConfigValue(MDWord dwID, void *pValue)
         break;
     }
     case ZT5_CFG_DISPLAY_YUV_MATRIX:
-    case ZT5_CFG_DISPLAY_BACK_COLOR:
-    case ZT5_CFG_DISPLAY_FONT_PATH:
-    case ZT5_CFG_DISPLAY_FACE_INFO:
-    case ZT5_CFG_DISPLAY_FACE_MUTEX:
-    case ZT5_CFG_DISPLAY_FACE_OPTION:
-        // Overlay and colour settings go straight to the renderer, which
-        // keeps the background colour and the colour matrix for views made
-        // later.
+        // The renderer keeps the colour matrix for views made later.
         m_pRenderer->setConfig(dwID, pValue);
         break;
     default:
+        // Overlay settings: kept for the next Internal_Init, and passed on.
+        m_Overlay.Store(dwID, pValue, [this](MDWord id, void *p) { m_pRenderer->setConfig(id, p); });
         break;
     }
 }

@@ -9,6 +9,7 @@
 
 #include "CWinOpenGLESRenderer.h"
 #include "MDisplayMgr.h"
+#include "OverlaySettings.h"
 
 enum {
     OP_NULL = 0,
@@ -118,6 +119,8 @@ private:
     std::atomic<MDWord> m_dwScaleRatio{100};
     std::atomic<MDWord> m_dwDisplayMaxScale{400};
     std::atomic<ZT5DistortionParam *> m_pDistortionParam{nullptr};
+    // Overlay settings, replayed to the renderer whenever it comes up.
+    COverlaySettings m_Overlay;
 
     // Under m_hRequestLock: a requester's code is in mRequestOp and not yet
     // served. A frame posted meanwhile stores its planes but leaves the code

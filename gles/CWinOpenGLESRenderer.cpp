@@ -77,13 +77,19 @@ static MDWord ToPercent(float factor)
 
 template <typename F> void CWinOpenGLESRenderer::WithCurrentEffect(F f)
 {
+    std::unique_lock<std::recursive_mutex> lk = LockViews();
+    GlesRenderEffect *pEffect = m_RenderEffect[m_FishEyeMode.load(std::memory_order_relaxed)];
+    if (pEffect) f(pEffect);
+}
+
+std::unique_lock<std::recursive_mutex> CWinOpenGLESRenderer::LockViews()
+{
     // The render thread is the one that deletes views: it calls them as they
     // are. Taking the lock there could wait on a host thread that is inside a
     // view's callback, waiting for this very thread.
     std::unique_lock<std::recursive_mutex> lk(m_EffectLock, std::defer_lock);
     if (std::this_thread::get_id() != m_RenderThread.load(std::memory_order_relaxed)) lk.lock();
-    GlesRenderEffect *pEffect = m_RenderEffect[m_FishEyeMode.load(std::memory_order_relaxed)];
-    if (pEffect) f(pEffect);
+    return lk;
 }
 
 // ------------------------------------------------------------- lifecycle
@@ -639,13 +645,16 @@ MRESULT CWinOpenGLESRenderer::setConfig(MDWord dwID, void *pValue)
     case ZT5_CFG_PLUGINMGR_HDL:
         m_hNativeWindow.store(reinterpret_cast<MWindowHandle>(pValue), std::memory_order_relaxed);
         break;
-    case ZT5_CFG_DISPLAY_BACK_COLOR:
-        // Kept here too, so that every view made later clears with it.
+    case ZT5_CFG_DISPLAY_BACK_COLOR: {
+        // Every view clears with it, also the views made later.
         if (!pValue) break;
+        std::unique_lock<std::recursive_mutex> lk = LockViews();
         m_dwBackColor.store(*static_cast<const MDWord *>(pValue), std::memory_order_relaxed);
         m_bHaveBackColor.store(true, std::memory_order_relaxed);
-        WithCurrentEffect([&](GlesRenderEffect *e) { e->setConfig(dwID, pValue); });
+        for (auto &slot : m_RenderEffect)
+            if (GlesRenderEffect *e = slot.load()) e->setConfig(dwID, pValue);
         break;
+    }
     case ZT5_CFG_DISPLAY_YUV_MATRIX:
         if (pValue) m_dwYuvMatrix.store(*static_cast<const MDWord *>(pValue), std::memory_order_relaxed);
         break;
@@ -653,8 +662,18 @@ MRESULT CWinOpenGLESRenderer::setConfig(MDWord dwID, void *pValue)
     case ZT5_CFG_DISPLAY_FACE_INFO:
     case ZT5_CFG_DISPLAY_FACE_MUTEX:
     case ZT5_CFG_DISPLAY_FACE_OPTION:
-        WithCurrentEffect([&](GlesRenderEffect *e) { e->setConfig(dwID, pValue); });
+    case ZT5_CFG_DISPLAY_LOGO_DATA:
+    case ZT5_CFG_DISPLAY_FACE_LIST: {
+        // The current view, and the plain view, which draws the overlays:
+        // it gets them whichever view is current, so that they are there
+        // when it is shown again. A view copies what it keeps.
+        std::unique_lock<std::recursive_mutex> lk = LockViews();
+        GlesRenderEffect *pCurrent = m_RenderEffect[m_FishEyeMode.load(std::memory_order_relaxed)];
+        GlesRenderEffect *pPlain = m_RenderEffect[0];
+        if (pCurrent) pCurrent->setConfig(dwID, pValue);
+        if (pPlain && pPlain != pCurrent) pPlain->setConfig(dwID, pValue);
         break;
+    }
     default:
         break;
     }

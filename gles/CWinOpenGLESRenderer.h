@@ -126,6 +126,8 @@ private:
     // gesture may switch the mode without waiting on itself; the render
     // thread never takes it.
     template <typename F> void WithCurrentEffect(F f);
+    // m_EffectLock as WithCurrentEffect takes it: held unless on the render thread.
+    std::unique_lock<std::recursive_mutex> LockViews();
 
     EGLDisplay m_eglDisplay = EGL_NO_DISPLAY;
     EglSurface m_eglSurface;

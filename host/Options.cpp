@@ -74,6 +74,9 @@ void PrintUsage(const char *argv0)
         "  --snapshot F.png  write a snapshot after the last frame\n"
         "  --headless        don't wait for the window to close; with --outdir write one PNG per mode\n"
         "  --outdir DIR      where headless snapshots go\n"
+        "  --faces           moving face rectangles with name, gender and age labels (default view 0)\n"
+        "  --logo F.bmp      show a 24- or 32-bit BMP logo in the top left corner of the picture\n"
+        "  --font FILE       font of the labels (default: DejaVu Sans)\n"
         "  --contact-sheet F.png  every view (or those of --mode) side by side, labelled, then stop\n"
         "  --lib PATH        libPanoview.so to load (default: the one built with this program)\n"
         "  --verbose         print every parameter sent, and FFmpeg's messages\n"
@@ -106,6 +109,14 @@ bool ParseOptions(int argc, char **argv, PlayerOptions *o, std::string *error)
             o->headless = true;
         } else if (!std::strcmp(a, "--verbose")) {
             o->verbose = true;
+        } else if (!std::strcmp(a, "--faces")) {
+            o->faces = true;
+        } else if (!std::strcmp(a, "--logo")) {
+            if (!next(&v)) return false;
+            o->logoPath = v;
+        } else if (!std::strcmp(a, "--font")) {
+            if (!next(&v)) return false;
+            o->fontPath = v;
         } else if (!std::strcmp(a, "--mode")) {
             if (!next(&v) || !ParseInt(v, 0, 10, &n)) return *error = "--mode takes 0..10", false;
             o->modes.push_back(int(n));

@@ -29,6 +29,9 @@ struct PlayerOptions {
     uint32_t rotation = 0;         // --rotation 0|90|180|270 (FrameInfo.dwRotation)
     bool headless = false;         // --headless: no waiting for a window close
     std::string outDir;            // --outdir DIR: snapshots per mode in headless runs
+    bool faces = false;            // --faces: moving labelled face rectangles (plain view)
+    std::string logoPath;          // --logo FILE.bmp
+    std::string fontPath = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"; // --font FILE
     std::string contactSheet;      // --contact-sheet OUT.png: every view on one picture, then stop
     bool verbose = false;          // --verbose
     bool help = false;

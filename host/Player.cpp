@@ -138,6 +138,33 @@ void Player::SendStartParameters()
     m_mode = RunModes().front();
     m_display.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, uint32_t(m_mode), "FISHEYE_MODE");
     m_display.Set(ZT5_CFG_DISPLAY_UICALLBACK, &m_uiRecord, "UICALLBACK");
+    if (m_opts.faces) m_faces.Start(m_display, m_opts.fontPath.c_str());
+    if (!m_opts.logoPath.empty()) SendLogo();
+}
+
+// The logo in the picture's top left corner, a fifth of its width, in the
+// proportions of the file (read from its header; the display checks the
+// file itself and shows nothing for one it refuses).
+void Player::SendLogo()
+{
+    float aspect = 1.0f;
+    if (FILE *f = std::fopen(m_opts.logoPath.c_str(), "rb")) {
+        unsigned char h[26] = {};
+        if (std::fread(h, 1, sizeof(h), f) == sizeof(h)) {
+            const int32_t w = int32_t(h[18] | h[19] << 8 | h[20] << 16 | uint32_t(h[21]) << 24);
+            const int32_t ht = int32_t(h[22] | h[23] << 8 | h[24] << 16 | uint32_t(h[25]) << 24);
+            if (w > 0 && ht != 0) aspect = float(std::abs(double(ht)) / w);
+        }
+        std::fclose(f);
+    }
+    const float pictureAspect = float(m_frameInfo.dwWidth) / float(m_frameInfo.dwHeight);
+    m_logo.pData = const_cast<char *>(m_opts.logoPath.c_str());
+    m_logo.dwDataSize = uint32_t(m_opts.logoPath.size());
+    m_logo.fX = 0.02f;
+    m_logo.fY = 0.03f;
+    m_logo.fWidth = 0.2f;
+    m_logo.fHeight = 0.2f * aspect * pictureAspect;
+    m_display.Set(ZT5_CFG_DISPLAY_LOGO_DATA, &m_logo, "LOGO_DATA");
 }
 
 void Player::SetMode(int mode)
@@ -175,6 +202,7 @@ void Player::PushPicture(const Picture &p)
         m_display.SetU32(ZT5_CFG_DISPLAY_YUV_MATRIX, colour, "YUV_MATRIX");
     }
 
+    if (m_opts.faces) m_faces.Update(m_display, m_framesShown, p.width, p.height);
     m_frameInfo.dwWidth = uint32_t(p.width);
     m_frameInfo.dwHeight = uint32_t(p.height);
     m_frameInfo.dwStride = uint32_t(p.strides[0]);
@@ -357,6 +385,7 @@ std::vector<int> Player::RunModes() const
 {
     if (!m_opts.modes.empty()) return m_opts.modes;
     if (!m_opts.contactSheet.empty()) return {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+    if (m_opts.faces) return {0}; // the faces are drawn over the plain view
     if (m_opts.headless && !m_opts.outDir.empty()) return {0, 1, 2};
     return {1};
 }

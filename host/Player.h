@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "FaceDemo.h"
 #include "FrameSource.h"
 #include "Options.h"
 #include "PanoviewHost.h"
@@ -28,6 +29,7 @@ private:
     bool Setup();
     bool OpenSource();
     void SendStartParameters();
+    void SendLogo();
     void SetMode(int mode);
     // Plays `frames` frames (or until quit when negative). False on quit or
     // a failed source.
@@ -97,6 +99,8 @@ private:
     FECurrentStatusData m_restoreState = {};
     bool m_haveSavedState = false;
     uint32_t m_cruise = 0;
+    FaceDemo m_faces;
+    ZT5VideoLogo m_logo = {};
 
     // Drag state.
     bool m_dragging = false;

@@ -74,6 +74,11 @@
 #define ZT5_CFG_DISPLAY_EDGE_EVENT              0x900004b
 #define ZT5_CFG_DISPLAY_MAX_SCALE               0x900004c
 #define ZT5_CFG_DISPLAY_DISTORTION_PARAM        0x900004d
+/* Overlays of the plain view. FONT_PATH: a NUL-terminated font file name
+ * (copied) for the face labels; FACE_INFO: a ZT5FaceInfoList (kept);
+ * FACE_MUTEX: the CZT5Mutex guarding it (kept); FACE_OPTION: u32 bits, 0
+ * rectangles, 1 gender line, 2 age line, 3 name line; BACK_COLOR: u32
+ * 0xRRGGBB clear colour of every view; LOGO_DATA: a ZT5VideoLogo (copied). */
 #define ZT5_CFG_DISPLAY_FONT_PATH               0x9000050
 #define ZT5_CFG_DISPLAY_FACE_INFO               0x9000051
 #define ZT5_CFG_DISPLAY_FACE_MUTEX              0x9000052
@@ -90,6 +95,8 @@
 #define ZT5_YUV_RANGE_FULL                      0x100
 /* Read only: a ZT5RenderStats record (draw and frame counts). */
 #define ZT5_CFG_DISPLAY_RENDER_STATS            0x9000060
+/* Faces over the plain view: a ZT5FaceList record, copied at the call. */
+#define ZT5_CFG_DISPLAY_FACE_LIST               0x9000061
 
 /* Values a codec or player gives to the display. */
 #define ZT5_CFG_CODEC_FRAME_CALLBACK            0x11000033

@@ -133,10 +133,15 @@ typedef struct ZT5UICallbackRecord {
     uint32_t dwHostWords[8];
 } ZT5UICallbackRecord;
 
-/* Video logo record. The library copies dwDataSize bytes from pData. */
+/* ZT5_CFG_DISPLAY_LOGO_DATA: a BMP file (24 or 32 bits a pixel, rows without
+ * fill bytes) shown over the plain view. pData is the file's name and
+ * dwDataSize its length in bytes; the library copies at most that many
+ * bytes (up to a NUL) and ends its copy with a NUL, so the host may free
+ * the name at once. The placement is in fractions of the picture, from its
+ * top left corner, y downward: left edge, top edge, width, height. */
 typedef struct ZT5VideoLogo {
     void *pData;
-    float fLeft, fTop, fRight, fBottom;
+    float fX, fY, fWidth, fHeight;
     uint32_t dwDataSize;
 } ZT5VideoLogo;
 
@@ -197,7 +202,9 @@ typedef struct ZT5BenchmarkRecord {
 } ZT5BenchmarkRecord;
 ZT5_STATIC_ASSERT(sizeof(ZT5BenchmarkRecord) == 92, "benchmark record is 92 bytes");
 
-/* Face rectangle of a frame's face list, 60 bytes. */
+/* Face rectangle of a face list, 60 bytes. Sizes are pixels of the video
+ * frame as the host pushes it (before any rotation). name is NUL-terminated
+ * and may be empty; dwGender 0 is female, anything else male. */
 typedef struct ZT5FaceRect {
     uint32_t dwImageID;
     uint32_t dwGender;
@@ -206,6 +213,41 @@ typedef struct ZT5FaceRect {
     char name[32];
 } ZT5FaceRect;
 ZT5_STATIC_ASSERT(sizeof(ZT5FaceRect) == 60, "face rectangle is 60 bytes");
+
+/* ZT5_CFG_DISPLAY_FACE_LIST: the faces drawn over the plain view from now
+ * on, until the next list (a count of 0 clears them). The library copies the
+ * records at the call, so the host may free them at once. Refused with 2,
+ * nothing changed: more than ZT5_FACE_LIST_MAX records, a null pFaces with
+ * a count, or a name without its NUL within 32 bytes.
+ * dwTolerance sets how far a face may move and grow between two lists and
+ * keep the name it had: left within max(32, dwTolerance >> 5) pixels, width
+ * and height within max(18, dwTolerance >> 4) (0 gives those minimums). */
+#define ZT5_FACE_LIST_MAX 50
+typedef struct ZT5FaceList {
+    uint32_t dwCount;
+    uint32_t dwTolerance;
+    const ZT5FaceRect *pFaces;
+} ZT5FaceList;
+
+/* ZT5_CFG_DISPLAY_FACE_INFO: the host's names by image id. The display
+ * keeps the pointer and reads the entries at each draw, under the
+ * CZT5Mutex given with ZT5_CFG_DISPLAY_FACE_MUTEX when there is one: the
+ * host keeps record and entries alive and holds that mutex while it changes
+ * them. A face whose dwImageID matches an entry with a name shows that
+ * name (at most 24 bytes of it). */
+typedef struct ZT5FaceInfoEntry {
+    uint32_t dwImageID;
+    int32_t left, top, width, height; /* not used by the display */
+    char name[24];
+    uint32_t dwReserve;
+    uint32_t dwUnused;
+} ZT5FaceInfoEntry;
+ZT5_STATIC_ASSERT(sizeof(ZT5FaceInfoEntry) == 52, "face info entry is 52 bytes");
+
+typedef struct ZT5FaceInfoList {
+    const ZT5FaceInfoEntry *pEntries;
+    uint32_t dwSize; /* entries */
+} ZT5FaceInfoList;
 
 /* Saved state of one view, 264 bytes, the same layout for all views. */
 typedef struct FECurrentStatusData {

@@ -41,13 +41,11 @@ TEST_F(DisplayMgr, ParameterTable)
         EXPECT_EQ(MDisplayMgrGetParam(h, id, nullptr, 4), ZT5_ERR_INVALID_PARAM) << std::hex << id;
     }
     EXPECT_EQ(MDisplayMgrSetParam(nullptr, ZT5_CFG_DISPLAY_STATUS, payload, 4), ZT5_ERR_INVALID_PARAM);
-    // Ids the front end sends regardless, the overlay ids and unknown ones:
-    // refused, stored nowhere.
+    // Ids the front end sends regardless and unknown ones: refused, stored
+    // nowhere.
     for (MDWord id : {MDWord(M_DISPLAY_PARAM_FULLSCREEN), MDWord(M_DISPLAY_PARAM_ADJUST),
                       MDWord(ZT5_CFG_DISPLAY_OPENGL_SCALE_RECT), MDWord(ZT5_CFG_DISPLAY_MULTI_DISPLAY),
-                      MDWord(ZT5_CFG_DISPLAY_FONT_PATH), MDWord(ZT5_CFG_DISPLAY_FACE_INFO), MDWord(ZT5_CFG_DISPLAY_FACE_MUTEX),
-                      MDWord(ZT5_CFG_DISPLAY_FACE_OPTION), MDWord(ZT5_CFG_DISPLAY_BACK_COLOR),
-                      MDWord(ZT5_CFG_DISPLAY_LOGO_DATA), MDWord(ZT5_CFG_CODEC_HINT), 0x12345678u})
+                      MDWord(ZT5_CFG_CODEC_HINT), 0x12345678u})
         EXPECT_EQ(MDisplayMgrSetParam(h, id, payload, 4), 3) << std::hex << id;
     EXPECT_EQ(MDisplayMgrGetParam(h, ZT5_CFG_DISPLAY_FISHEYE_MODE, payload, 4), 3);
     // A view the renderer would refuse is refused here too, so that crop and

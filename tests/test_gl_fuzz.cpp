@@ -40,6 +40,9 @@ TEST(Fuzz, RandomParametersAndFramesStayInBounds)
     auto rnd = [&](uint32_t n) { return n ? uint32_t(rng() % n) : 0u; };
     // Memory that payload pointers may keep: lives longer than the display.
     std::vector<uint8_t> yuvHost(1 << 20), agentMem(1024 * 1024 * 8), logoBytes(256);
+    std::vector<ZT5FaceRect> faces(5);
+    uint8_t *faceBytes = reinterpret_cast<uint8_t *>(faces.data());
+    for (size_t i = 0; i < faces.size() * sizeof(ZT5FaceRect); i++) faceBytes[i] = uint8_t(rng());
     CZT5Mutex hostMutex;
     FECurrentStatusData status = {};
     double table[13] = {0};
@@ -138,6 +141,13 @@ TEST(Fuzz, RandomParametersAndFramesStayInBounds)
         case ZT5_CFG_DISPLAY_LOGO_DATA: {
             ZT5VideoLogo logo = {rnd(5) ? logoBytes.data() : nullptr, 0, 0, 1, 1, rnd(uint32_t(logoBytes.size()) + 1)};
             std::memcpy(payload, &logo, sizeof(logo));
+            break;
+        }
+        case ZT5_CFG_DISPLAY_FACE_LIST: {
+            // Random records (names without their NUL among them) behind a real pointer, or none.
+            ZT5FaceList list = {rnd(60), uint32_t(rng()), rnd(8) ? faces.data() : nullptr};
+            if (list.pFaces) list.dwCount = rnd(5);
+            std::memcpy(payload, &list, sizeof(list));
             break;
         }
         case ZT5_CFG_CODEC_FRAME_CALLBACK: {
