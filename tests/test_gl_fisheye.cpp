@@ -224,7 +224,8 @@ View HalfSphereView()
         {"a double click there goes back inside", [](Display &d) { d.DoubleTap(240, 0); },
          [](const State &s) { return s.nRoamState == 1 && s.nRoamInit == 1 && Eq(s.fCamZ[0], 2.0f); }, nullptr},
         {"a double click sets off the journey out", [](Display &d) { d.DoubleTap(240, 10); },
-         [](const State &s) { return s.nRoamState == 0 && s.nRoamInit == 1 && s.fCamZ[0] > 2.5f; }, nullptr},
+         // (on a loaded machine the first save may come after the journey ended)
+         [](const State &s) { return s.nRoamState == 0 && s.fCamZ[0] > 2.5f; }, nullptr},
         {"and another on the way turns back at once", [](Display &d) { d.DoubleTap(240, 10); },
          [](const State &s) { return s.nRoamState == 1 && s.nRoamInit == 1 && Eq(s.fCamZ[0], 2.0f) && Eq(s.fCamRotZ[0], kRoamRotZ); }, nullptr},
     };
