@@ -142,3 +142,27 @@ TEST_F(OnDemand, ARotationChangeMidStreamKeepsCruiseAndCamera)
     EXPECT_EQ(before.fTz[0], after.fTz[0]);
     EXPECT_EQ(log.Values(ZT5_CFG_DISPLAY_CURISE_STATE_EVENT), (std::vector<uint32_t>{1, 0}));
 }
+
+// The half sphere's cloud and stars keep it drawing while the host's
+// animation switch is on, and stand still with it off: with the switch off
+// the view rests once the camera stops.
+TEST_F(OnDemand, TheHalfSphereBackdropMovesOnlyWithItsAnimation)
+{
+    Start(1);
+    EXPECT_TRUE(Quiet()) << "the backdrop keeps drawing with the animation off";
+    ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FE_BASE_ANIMATION, 1), ZT5_OK);
+    ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 2), ZT5_OK);
+    ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 1), ZT5_OK);
+    bool arrived = false; // the opening flight ends at the overview
+    for (int i = 0; i < 1000 && !arrived; i++) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        const FECurrentStatusData s = d().Saved();
+        arrived = s.nRoamInit == 0 && s.fCamZ[0] > 7.0f;
+    }
+    ASSERT_TRUE(arrived);
+    EXPECT_GE(DrawsOver(400), 10u) << "the backdrop stopped with the animation on";
+    ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FE_BASE_ANIMATION, 0), ZT5_OK);
+    ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 2), ZT5_OK);
+    ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 1), ZT5_OK);
+    EXPECT_TRUE(Quiet());
+}

@@ -181,6 +181,12 @@ private:
     float fBackCamZ = 0.0f, fStarCamZ = 0.0f;
     Relaxed<unsigned char> mbISDisplayBack{1};
     Relaxed<unsigned char> mbStarState{1};
+    // The cloud turns and the stars twinkle by drawn frames. They keep the
+    // display drawing only while the host's animation switch is on; with it
+    // off they stand still between the draws that something else asks for,
+    // so a still picture costs nothing. Written by the host's settings on the
+    // render thread's start or mode switch, read by Moving() on that thread.
+    Relaxed<unsigned char> bBackdropLive{1};
 
     // Camera values, read by saves on the host thread.
     Relaxed<float> fCamZ{0.0f};
@@ -486,7 +492,7 @@ void HalfSphere::Draw(const Frame &f)
 // settles the pose); a released tilt below the roam pose springs back.
 bool HalfSphere::Moving() const
 {
-    if (mbISDisplayBack.load() || mbStarState.load()) return true;
+    if (bBackdropLive.load() && (mbISDisplayBack.load() || mbStarState.load())) return true;
     const MLong state = nRoamState.load(), init = nRoamInit.load();
     if ((state == 1 && init == 0) || (state == 0 && init == 1)) return true;
     if (bAnimStarted) return true;
@@ -791,6 +797,7 @@ void HalfSphere::SetDisBackGroundSts(MDWord bCloud, MDWord bStar)
 
 void HalfSphere::SetInitAnimalSts(MDWord bAnimal)
 {
+    bBackdropLive = bAnimal ? 1 : 0;
     if (bAnimal) {
         fCamZ = mbISDisplayBack.load() ? -0.8f : -1.9f;
         bIsInitAnimal = 1;
