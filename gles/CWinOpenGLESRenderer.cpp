@@ -265,8 +265,8 @@ void CWinOpenGLESRenderer::SetFishEyeMode(MLong nFishEyeMode)
 void CWinOpenGLESRenderer::Uninitialize()
 {
     RendererLocks locks(m_pMutex);
-    if (m_eglDisplay != EGL_NO_DISPLAY)
-        eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get());
+    const bool hadDisplay = m_eglDisplay != EGL_NO_DISPLAY;
+    if (hadDisplay) eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get());
 
     // Take the views out of the table first, under the lock the gesture
     // entry points hold while they call a view, then destroy them: no host
@@ -307,7 +307,10 @@ void CWinOpenGLESRenderer::Uninitialize()
     m_eglConfig = nullptr;
     m_bSwapPreserved = false;
     m_pDisplayContext = nullptr;
-    eglReleaseThread();
+    // Only the thread that had our context current lets go of its EGL
+    // state: a second call (the destructor, on the host's thread) must not
+    // release whatever context the host itself has current there.
+    if (hadDisplay) eglReleaseThread();
 }
 
 // ------------------------------------------------------------------ draw
