@@ -21,30 +21,42 @@ namespace {
 
 // The bowl: the lens law blends from a sine-like curve through the
 // equidistant line to a cosine curve as fratio rises with the eye distance.
-const char kSphereFragment[] =
-    "precision highp float;\n"
-    "varying vec2 vTextureCoord;\n"
+// It is evaluated per vertex: the mesh is fine enough (a vertex every couple
+// of degrees) that the lookup point, interpolated linearly across a
+// triangle, stays within a tenth of a source pixel of the per-pixel result,
+// and the fragment stage is left with the three plane fetches.
+const char kSphereVertex[] =
+    "uniform mat4 uMVPMatrix;\n"
     "uniform float frad;\n"
     "uniform float fratio;\n"
-    "uniform float PlatFlag;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW
+    "uniform float PlatFlag;\n"
+    "attribute vec3 aPosition;\n"
+    "attribute vec2 aTexCoor;\n"
+    "varying vec2 vLookup;\n" FISHEYE_GLSL_LENS_LAW
     "void main() {\n"
-    "    float s = vTextureCoord.s;\n"
-    "    float t = vTextureCoord.t;\n"
+    "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"
+    "    float s = aTexCoor.s;\n"
+    "    float t = aTexCoor.t;\n"
     "    float ftmp = (0.8 - 1.0) * t + 1.0;\n"
-    "    float fir1 = frad * ftmp * cos(t);\n"
     "    float fir2 = ftmp * fisheyeEquidistant(t, frad);\n"
-    "    float fir3 = frad * ftmp * (1.0 - sin(t));\n"
     "    float tm = PlatFlag == 0.0 ? 0.25 : 0.5;\n"
     "    float m3 = 0.35;\n"
     "    float fir;\n"
     "    if (fratio >= tm) {\n"
     "        float frat = (fratio - tm) * 2.0;\n"
-    "        fir = frat * fir1 + (1.0 - frat) * fir2;\n"
+    "        fir = frat * frad * ftmp * cos(t) + (1.0 - frat) * fir2;\n"
     "    } else {\n"
     "        float frat = fratio * m3 / tm + 1.0 - m3;\n"
-    "        fir = frat * fir2 + (1.0 - frat) * fir3;\n"
+    "        fir = frat * fir2 + (1.0 - frat) * frad * ftmp * (1.0 - sin(t));\n"
     "    }\n"
-    "    gl_FragColor = yuvToRgb(fisheyeLensLookup(s, fir, -1.0, 1.0));\n"
+    "    vLookup = fisheyeLensLookup(s, fir, -1.0, 1.0);\n"
+    "}\n";
+
+const char kSphereFragment[] =
+    "precision highp float;\n"
+    "varying vec2 vLookup;\n" GLSL_YUV_TO_RGB
+    "void main() {\n"
+    "    gl_FragColor = yuvToRgb(vLookup);\n"
     "}\n";
 
 const char kBackFragment[] =
@@ -262,7 +274,7 @@ MRESULT HalfSphere::Build()
     initStars();
 
     MRESULT lRet = 0;
-    if (m_Sphere.Build("HalfSphere", FISHEYE_GLSL_DOME_VERTEX, kSphereFragment) != 0) lRet = -1;
+    if (m_Sphere.Build("HalfSphere", kSphereVertex, kSphereFragment) != 0) lRet = -1;
     const GLint radHandle = m_Sphere.Uniform("HalfSphere", "frad", "mRadHandle");
     maRatioHandle = m_Sphere.Uniform("HalfSphere", "fratio", "maRatioHandle");
     const GLint platformHandle = m_Sphere.Uniform("HalfSphere", "PlatFlag", "mFEPlatformHandle");
