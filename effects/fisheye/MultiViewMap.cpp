@@ -176,9 +176,13 @@ private:
             bTouchUpPrev = up;
             return 1;
         }
-        if (up == 0 && bTouchUpPrev == 1 && rot <= kRoamRotZ) {
-            // A finger has landed: the tilt below the rest pose is allowed,
-            // and a springing tilt is taken over without a jump.
+        // A finger landed since the last frame (seen as the change of
+        // bTouchUp, or flagged by the touch itself when it was lifted and
+        // put down again between two frames): the tilt below the rest pose
+        // is allowed, and a springing tilt is taken over without a jump.
+        const bool landed = bLanded.load() != 0;
+        bLanded = 0;
+        if (up == 0 && (bTouchUpPrev == 1 || landed) && rot <= kRoamRotZ) {
             belasticstate = 1;
             if (rot < kRoamRotZ) fTz[kPane] = (rot - kRoamRotZ) / 13.5f;
         }
@@ -259,6 +263,7 @@ private:
             mCurViewIndex = kMap;
         } else if (x >= w / 2.0f && x <= w && y >= 0.0f && y <= h) {
             bTouchUp = 0;
+            bLanded = 1;
             mCurViewIndex = kPane;
         }
     }
@@ -302,6 +307,7 @@ private:
     Relaxed<unsigned char> belasticstate{0}; // a tilt below the rest pose is allowed
     Relaxed<unsigned char> bTouchUp{1};      // 0 while a finger holds the perspective pane
     unsigned char bTouchUpPrev = 0;          // render thread
+    Relaxed<unsigned char> bLanded{0};       // a finger came down on the pane since the last frame
     Relaxed<MLong> mCurViewIndex{kPane};     // kMap after a touch on the map
 };
 
