@@ -121,6 +121,7 @@ private:
     {
         if (Cruising()) zAngle = static_cast<float>(static_cast<double>(zAngle.load()) - kCruiseStep);
         float tz = fTz.load();
+        if (std::isnan(tz)) tz = 0.0f;
         if (tz > 1.0f) tz = 1.0f;
         if (tz < -1.0f) tz = -1.0f;
         fTz = tz;

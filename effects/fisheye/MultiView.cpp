@@ -104,9 +104,16 @@ private:
         for (ViewPane &p : m_Pane) p.camera.setProjectFrustum(-mWndRatio, mWndRatio, -1.0f, 1.0f, kNear, kFar);
     }
 
-    // The motion of a pane happens as it is drawn (cruise steps count drawn
-    // panes).
-    void StepCamera() override {}
+    // Every pane's pose and turn are brought in range, the hidden ones too
+    // (gestures and restores write them from the host's thread). The cruise
+    // runs as the panes are drawn: its steps count drawn panes.
+    void StepCamera() override
+    {
+        for (int i = 0; i < 4; i++) {
+            Pose(i);
+            zAngle[i] = FisheyeWrapTurn(zAngle[i].load());
+        }
+    }
 
     void Draw(const Frame &f) override
     {
@@ -125,9 +132,7 @@ private:
     void DrawPane(int i, const Frame &f)
     {
         auto camera = [&](RotTranMatrix &m) {
-            Pose(i);
             FisheyeBowlView(m, kCamZ, fCamRotZ[i].load(), fCamTranY[i].load(), fCamTranZ[i].load());
-            zAngle[i] = FisheyeWrapTurn(zAngle[i].load());
             if (Cruising()) CruiseStep();
             RotTranMatrix::rotate(m.mVMatrix, zAngle[i].load() + kPaneOffset[i], 0.0f, 0.0f, 1.0f);
         };
