@@ -76,9 +76,12 @@ public:
                     SavedField::Checked(fCamAngleZ[kPane], d.fCamAngleZ[kPane], 0.0f),
                     SavedField::Checked(fTz[kPane], d.fTz[kPane], 0.0f),
                     SavedField::Checked(zAngle[kPane], d.zAngle[kPane], 0.0f)});
-        SaveFields({SavedField::SaveOnly(fCamZ[kMap], d.fCamZ[kMap]), SavedField::SaveOnly(fCamTranZ[kMap], d.fCamTranZ[kMap]),
-                    SavedField::SaveOnly(fCamRotZ[kMap], d.fCamRotZ[kMap]), SavedField::SaveOnly(fCamTranY[kMap], d.fCamTranY[kMap]),
-                    SavedField::SaveOnly(fCamAngleZ[kMap], d.fCamAngleZ[kMap]), SavedField::SaveOnly(fTz[kMap], d.fTz[kMap]),
+        SaveFields({SavedField::SaveOnly(fCamZ[kMap], d.fCamZ[kMap]),
+                    SavedField::SaveOnly(fCamTranZ[kMap], d.fCamTranZ[kMap]),
+                    SavedField::SaveOnly(fCamRotZ[kMap], d.fCamRotZ[kMap]),
+                    SavedField::SaveOnly(fCamTranY[kMap], d.fCamTranY[kMap]),
+                    SavedField::SaveOnly(fCamAngleZ[kMap], d.fCamAngleZ[kMap]),
+                    SavedField::SaveOnly(fTz[kMap], d.fTz[kMap]),
                     SavedField::SaveOnly(zAngle[kMap], d.zAngle[kMap])});
         SaveFields({{mCruiseState, d.mCruiseState}, SavedField::Checked(mCruiseVelocity, d.mCruiseVelocity, 1.0f)});
     }
