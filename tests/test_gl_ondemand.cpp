@@ -22,6 +22,7 @@ protected:
 
     void Start(uint32_t mode)
     {
+        rig.reset(); // first: the old window, going, would expose the new one
         rig.reset(new Rig(480, 270, mode));
         ASSERT_TRUE(rig->ok());
         ASSERT_EQ(d().Set(ZT5_CFG_DISPLAY_UICALLBACK, &log.record), ZT5_OK);
