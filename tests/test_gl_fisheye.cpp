@@ -882,3 +882,49 @@ TEST(HalfSphere, BackdropAndPlatformSettings)
     }
     EXPECT_LT(horizon[2], horizon[1] - 3) << "platform 1 keeps the horizon where platform 0 has it";
 }
+
+// ------------------------------------------------------------- four panes
+
+// The cruise steps once for each pane drawn: four steps a frame in the
+// grid, one when a pane is zoomed (its step is mCruiseVelocity * 0.043269).
+TEST(FourPanes, CruiseStepsOncePerDrawnPane)
+{
+    Rig rig(480, 360, 3);
+    ASSERT_TRUE(rig.ok());
+    ASSERT_EQ(rig.Init(), ZT5_OK);
+    Display &d = rig.display;
+    Frame scene = SceneFrame();
+    ASSERT_TRUE(d.PushUntil(scene, SceneDrawn));
+    auto draws = [&] {
+        ZT5RenderStats s = {};
+        EXPECT_EQ(d->GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS, &s), ZT5_OK);
+        return s.dwDraws;
+    };
+    // The draws and the state are read when the display rests: the cruise
+    // counted between two rests, less the draw for the switch itself.
+    auto rested = [&] {
+        uint32_t last = draws();
+        for (int i = 0; i < 100; i++) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            const uint32_t now = draws();
+            if (now == last) return now;
+            last = now;
+        }
+        ADD_FAILURE() << "the display never rested";
+        return last;
+    };
+    for (int panes : {4, 1}) {
+        SCOPED_TRACE(panes);
+        if (panes == 1) {
+            ASSERT_EQ(d.DoubleTap(100, 100), ZT5_OK);
+        }
+        const uint32_t d0 = rested();
+        const float z0 = d.Saved().zAngle[0];
+        ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1), ZT5_OK);
+        while (draws() - d0 < 60) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 0), ZT5_OK);
+        const uint32_t d1 = rested();
+        const float z1 = d.Saved().zAngle[0];
+        EXPECT_NEAR((z1 - z0) / double(d1 - d0), panes * 0.043269236, panes * 0.043269236 * 0.1) << z1 - z0 << " in " << d1 - d0;
+    }
+}
