@@ -369,6 +369,18 @@ View FourPanesView()
                         [](const State &s) { return s.fTz[1] == 5.50705986f && std::fabs(s.fCamRotZ[1]) < 1e-4f && s.fTz[0] == 0 && s.fTz[2] == 0; }, nullptr});
     v.script.push_back({"a drag down past the side returns to it; a pinch does nothing", [](Display &d) { for (int i = 0; i < 3; i++) d.Drag(100, 10, 100, 230); d.Pinch(2); d.Pinch(0.5f); },
                         [](const State &s) { return s.fTz[1] == 0 && Eq(s.fCamRotZ[1], -55.0705986f) && s.fTz[0] == 0 && s.fTz[2] == 0; }, nullptr});
+    v.script.push_back({"a mode switch with the cruise on re-arms every pane, also one a touch has stopped",
+                        [](Display &d) {
+                            d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1);
+                            d.Touch(kDown, 100, 100);
+                            d.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 1);
+                            d.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 3);
+                        },
+                        [](const State &s) {
+                            return s.mFishEyeMode == 3 && s.bIsAutoTouring[0] && s.bIsAutoTouring[1] && s.bIsAutoTouring[2] && s.bIsAutoTouring[3];
+                        }, nullptr});
+    v.script.push_back({"the host's switch stops them all", [](Display &d) { d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 0); },
+                        [](const State &s) { return !s.bIsAutoTouring[0] && !s.bIsAutoTouring[1] && !s.bIsAutoTouring[2] && !s.bIsAutoTouring[3]; }, nullptr});
     v.restoreIn = State{};
     v.restoreIn.mFishEyeMode = 3, v.restoreIn.viewBigIndex = 9, v.restoreIn.mCurViewIndex = -4, v.restoreIn.bIsZoom = 7;
     v.restoreIn.bIsAutoTouring[0] = 5, v.restoreIn.bIsAutoTouring[3] = 1, v.restoreIn.zAngle[2] = NAN, v.restoreIn.mCruiseState = 2;
