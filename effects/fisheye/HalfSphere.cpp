@@ -132,7 +132,7 @@ private:
     void StepCamera() override;
     void Draw(const Frame &f) override;
     bool Moving() const override;
-    void Touch(bool bDown) override { bTouchUp = bDown ? 0 : 1; }
+    void Touch(bool bDown, float, float) override { bTouchUp = bDown ? 0 : 1; }
     void Drag(float px, float py, float x, float y) override;
     void Fling(float fVelX, float fVelY) override;
     void DoubleTap(float x, float y) override;
@@ -415,11 +415,7 @@ void HalfSphere::DrawBehind(const Frame &)
 
 void HalfSphere::setCameraView(RotTranMatrix &m, float eyeZ)
 {
-    m.setLookAt(0.0f, 0.0f, eyeZ, 0.0f, 0.0f, -4.0f, 0.0f, 4.0f, -4.0f);
-    RotTranMatrix::rotate(m.mVMatrix, 180.0f, 0.0f, 0.0f, 1.0f);
-    RotTranMatrix::rotate(m.mVMatrix, fCamRotZ.load(), 1.0f, 0.0f, 0.0f);
-    RotTranMatrix::translate(m.mVMatrix, 0.0f, 0.0f, fCamTranZ.load());
-    RotTranMatrix::translate(m.mVMatrix, 0.0f, fCamTranY.load(), 0.0f);
+    FisheyeBowlView(m, eyeZ, fCamRotZ.load(), fCamTranY.load(), fCamTranZ.load());
 }
 
 float HalfSphere::backgroundEyeZ() const
