@@ -131,6 +131,10 @@ void ViewEffect::Render(const MLong *, MLong nDisplayWidth, MLong nDisplayHeight
     DrawBehind(f);
     StepCamera();
     Draw(f);
+    // A view of panes leaves the last pane's viewport; the snapshot reads
+    // the viewport's size from the window's corner, so the whole window is
+    // set again.
+    glViewport(0, 0, f.viewportWidth, f.viewportHeight);
     m_bDrawn = true;
     checkGlError(m_szViewName);
 }

@@ -170,7 +170,11 @@ void Frame::Fill(int x0, int y0, int x1, int y1, Rgb colour)
 
 Frame SceneFrame(int n)
 {
-    synthetic::LensFrame lens;
+    return LensSceneFrame(synthetic::LensFrame(), n);
+}
+
+Frame LensSceneFrame(const synthetic::LensFrame &lens, int n)
+{
     Frame f;
     f.width = lens.width;
     f.height = lens.height;

@@ -87,6 +87,8 @@ struct Frame {
 };
 // The built-in fisheye scene, 1920x1080 (see SyntheticScene.h).
 Frame SceneFrame(int n = 0);
+// The same scene through another lens, such as synthetic::WallLens.
+Frame LensSceneFrame(const synthetic::LensFrame &lens, int n = 0);
 // The colour the plain view shows for a colour painted into a frame.
 Rgb Shown(Rgb painted);
 
