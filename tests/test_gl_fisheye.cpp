@@ -847,6 +847,26 @@ TEST_P(Fisheye, SaveAndRestore)
     v.restoreOut(out);
 }
 
+// A still view rests: once its start and a move are over the display stops
+// drawing, and resting changes nothing in the saved state.
+TEST_P(Fisheye, RestsWhenStill)
+{
+    Start({{ZT5_CFG_DISPLAY_FE_BG_CLOUD, 0}, {ZT5_CFG_DISPLAY_FE_BG_STAR, 0}});
+    if (HasFatalFailure()) return;
+    auto rests = [&] {
+        ASSERT_TRUE(d().Quiet()) << "it never rests: " << Describe(d().Saved());
+        const State before = d().Saved();
+        EXPECT_LE(d().DrawsOver(500), 1u); // a window event may bring one redraw
+        const State after = d().Saved();
+        EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0) << Describe(before) << "\n" << Describe(after);
+    };
+    rests();
+    if (!v.prepare.act) return;
+    v.prepare.act(d());
+    ASSERT_TRUE(Until(v.prepare.reached));
+    rests();
+}
+
 // NaN and infinite gestures and release velocities are dropped: the view
 // neither moves nor stops drawing, and its saved state stays as it was.
 TEST_P(Fisheye, NonFiniteInputIsDropped)

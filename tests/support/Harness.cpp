@@ -512,6 +512,22 @@ int32_t Display::Touch(uint32_t id, float x, float y)
     return Set(id, p);
 }
 
+uint32_t Display::DrawsOver(int ms)
+{
+    ZT5RenderStats s0 = {}, s1 = {};
+    m_d->GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS, &s0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+    m_d->GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS, &s1);
+    return s1.dwDraws - s0.dwDraws;
+}
+
+bool Display::Quiet()
+{
+    for (int i = 0; i < 80; i++)
+        if (DrawsOver(250) == 0) return true;
+    return false;
+}
+
 Rig::Rig(int width, int height, uint32_t mode) : window(width, height)
 {
     if (!display.ok()) return;

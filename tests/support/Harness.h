@@ -179,6 +179,11 @@ public:
     int32_t Pinch(float rate, float cx = 0, float cy = 0);
     int32_t DoubleTap(float x, float y);
     int32_t Touch(uint32_t id, float x, float y); // down or up
+    // Draws the render thread made over the next `ms` milliseconds
+    // (ZT5_CFG_DISPLAY_RENDER_STATS), nothing being sent meanwhile.
+    uint32_t DrawsOver(int ms);
+    // Waits (bounded) until a quarter second passes without a draw.
+    bool Quiet();
 
 private:
     IZT5Display *m_d = nullptr;
