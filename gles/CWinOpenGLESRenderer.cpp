@@ -727,9 +727,11 @@ void CWinOpenGLESRenderer::SetFishEyeCruiseVelocity(float velocity)
 
 // -------------------------------------------------------------- gestures
 
-// A gesture or velocity with a NaN or infinite value is no one's touch: it
-// is dropped here, for every view, before it reaches a camera (where a NaN
-// would stay in the angles and an infinite velocity would never decay).
+// A touch point or velocity with a NaN or infinite value is no one's touch:
+// it is dropped here, for every view, before it reaches a camera (where a NaN
+// would stay in the angles and an infinite velocity would never decay). A
+// pinch is only a step in or out whatever its rate, and its point moves no
+// camera; it goes on as it is.
 static bool AllFinite(std::initializer_list<float> values)
 {
     for (float v : values)
@@ -763,7 +765,6 @@ void CWinOpenGLESRenderer::OnTouchMove(float px, float py, float x, float y)
 
 void CWinOpenGLESRenderer::OnTouchPinch(float fZoomRate, float x, float y)
 {
-    if (!AllFinite({fZoomRate, x, y})) return;
     double dx = (double(x) - double(m_fLastX.load(std::memory_order_relaxed))) * 0.1;
     double dy = (double(y) - double(m_fLastY.load(std::memory_order_relaxed))) * 0.1;
     WithCurrentEffect([&](GlesRenderEffect *e) { e->OnTouchPinch(fZoomRate, float(dx), float(dy)); });

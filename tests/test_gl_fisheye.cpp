@@ -785,6 +785,7 @@ TEST_P(Fisheye, InertiaDecaysAndEndsCruise)
             << "turned " << v.turnIn(d().Saved()) - s0 << " of " << sum * v.inertiaStep;
     }
     if (v.cruiseSign == 0) return;
+    ASSERT_TRUE(d().Quiet()) << "the last steps of inertia would end the cruise at once";
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1), ZT5_OK);
     EXPECT_EQ(d().Saved().mCruiseState, 1);
     float velocity[2] = {40, 0};
@@ -867,8 +868,8 @@ TEST_P(Fisheye, RestsWhenStill)
     rests();
 }
 
-// NaN and infinite gestures and release velocities are dropped: the view
-// neither moves nor stops drawing, and its saved state stays as it was.
+// NaN and infinite touch points and release velocities are dropped: the
+// view neither moves nor stops drawing, and its saved state stays as it was.
 TEST_P(Fisheye, NonFiniteInputIsDropped)
 {
     Start({{ZT5_CFG_DISPLAY_FE_BG_CLOUD, 0}, {ZT5_CFG_DISPLAY_FE_BG_STAR, 0}});
@@ -880,7 +881,6 @@ TEST_P(Fisheye, NonFiniteInputIsDropped)
     d().Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, nan, 100);
     d().Drag(nan, 100, 110, 100);
     d().Drag(100, 100, 110, inf);
-    d().Pinch(nan);
     d().DoubleTap(nan, 10);
     d().Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, inf, -inf);
     Settled();
