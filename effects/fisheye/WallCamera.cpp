@@ -242,6 +242,9 @@ void WallPaneCamera::Restored()
     // the distance before, the jump would count as a way out and shrink the
     // restored pan and tilt.
     fLastCamZ = fCamZ.load();
+    // A restored move to wide captures its start from the restored pose,
+    // not from a move that ran before.
+    computeAnimal = 0;
 }
 
 void WallPaneCamera::Apply(RotTranMatrix &m, float scale) const
