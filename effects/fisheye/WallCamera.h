@@ -8,15 +8,17 @@
 //                     pan and tilt limits that open along a quarter cosine as
 //                     the eye comes closer, the stretch of the dome with the
 //                     eye distance, and the cruise (zoom in, then swing).
+//   WallPaneView      the shared part of those two views around it.
 //   WallDepthShift    how far a steered dome pane moves forward for a pan
 //                     and tilt inside the diamond (modes 7 and 8).
 //   WallDomeCamera    the camera of those dome panes.
+//   WallPane          a pane's rectangle in a view of panes.
 //   WALL_GLSL_*       the stretching vertex shader of the one-pane views.
 //
-// Threads: gestures store into the Relaxed members on the host's thread;
-// Step and Cruise run on the render thread, clamp every value (a NaN
-// included) and leave the pose the draw uses in Pose(), which no gesture
-// touches.
+// Threads: gestures store into the Relaxed members on the host's thread
+// (inertia steps come from the render thread); Step and Cruise run on the
+// render thread, clamp every value (a NaN included) and leave the pose the
+// draw uses in Drawn(), which no gesture touches.
 #ifndef PANOVIEW_WALLCAMERA_H
 #define PANOVIEW_WALLCAMERA_H
 
@@ -62,12 +64,12 @@ class WallPaneCamera {
 public:
     explicit WallPaneCamera(const WallPaneConfig &c);
 
-    // ---- host thread
+    // ---- gestures
     // Flips the wanted position (wide or close) unless a move runs.
     void DoubleTap();
     // A drag of (dx, dy) window pixels: pan and tilt, 0.075 degrees a pixel.
     void Drag(float dx, float dy);
-    // An inertia step of release velocity vx.
+    // An inertia step of release velocity vx (render thread).
     void Fling(float vx);
 
     // ---- render thread
