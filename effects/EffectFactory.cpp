@@ -18,6 +18,14 @@ GlesRenderEffect *MakeMultiViewMap(MDWord dwFEPlatform);
 extern const ViewTraits kCylinderSphereTraits;
 GlesRenderEffect *MakeCylinderSphere(MDWord dwFEPlatform);
 GlesRenderEffect *MakeCylinderDome(MDWord dwFEPlatform);
+extern const ViewTraits kWallThreeViewTraits;
+GlesRenderEffect *MakeWallThreeView(MDWord dwFEPlatform);
+extern const ViewTraits kWallTwoViewTraits;
+GlesRenderEffect *MakeWallTwoView(MDWord dwFEPlatform);
+extern const ViewTraits kWallOneViewTraits;
+GlesRenderEffect *MakeWallOneView(MDWord dwFEPlatform);
+extern const ViewTraits kWallOneView180Traits;
+GlesRenderEffect *MakeWallOneView180(MDWord dwFEPlatform);
 
 namespace {
 
@@ -37,7 +45,6 @@ private:
 
 // Traits: lens box, depth test, background layers, opening animation, cruise.
 const ViewTraits kSquareTraits = {LensBox::Square, false, false, false, false};
-const ViewTraits kRectangleTraits = {LensBox::Rectangle, false, false, false, false};
 
 struct ViewEntry {
     const ViewTraits *traits;
@@ -52,10 +59,10 @@ const ViewEntry kViews[FISHEYE_MODE_MAX + 1] = {
     {&kMultiViewMapTraits, MakeMultiViewMap},  // 4 map and perspective pane
     {&kCylinderSphereTraits, MakeCylinderSphere}, // 5 cylinder from outside
     {&kCylinderSphereTraits, MakeCylinderDome},   // 6 dome from outside
-    {&kSquareTraits, nullptr},                 // 7 wall: panorama under two side views
-    {&kSquareTraits, nullptr},                 // 8 wall: overview and close pane
-    {&kSquareTraits, nullptr},                 // 9 wall: one pane
-    {&kRectangleTraits, nullptr},              // 10 wall: one pane, 180-degree lens
+    {&kWallThreeViewTraits, MakeWallThreeView},   // 7 wall: panorama under two side views
+    {&kWallTwoViewTraits, MakeWallTwoView},       // 8 wall: overview and close pane
+    {&kWallOneViewTraits, MakeWallOneView},       // 9 wall: one pane
+    {&kWallOneView180Traits, MakeWallOneView180}, // 10 wall: one pane, 180-degree lens
 };
 
 } // namespace

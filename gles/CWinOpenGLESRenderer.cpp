@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <initializer_list>
 
 #include "EffectFactory.h"
 #include "MLog.h"
@@ -727,8 +728,21 @@ void CWinOpenGLESRenderer::SetFishEyeCruiseVelocity(float velocity)
 
 // -------------------------------------------------------------- gestures
 
+// A touch point or velocity with a NaN or infinite value is no one's touch:
+// it is dropped here, for every view, before it reaches a camera (where a NaN
+// would stay in the angles and an infinite velocity would never decay). A
+// pinch is only a step in or out whatever its rate, and its point moves no
+// camera; it goes on as it is.
+static bool AllFinite(std::initializer_list<float> values)
+{
+    for (float v : values)
+        if (!std::isfinite(v)) return false;
+    return true;
+}
+
 void CWinOpenGLESRenderer::OnTouchDown(float x, float y)
 {
+    if (!AllFinite({x, y})) return;
     m_fLastX.store(x, std::memory_order_relaxed);
     m_fLastY.store(y, std::memory_order_relaxed);
     WithCurrentEffect([&](GlesRenderEffect *e) { e->OnTouchDown(x, y); });
@@ -736,6 +750,7 @@ void CWinOpenGLESRenderer::OnTouchDown(float x, float y)
 
 void CWinOpenGLESRenderer::OnTouchUp(float x, float y)
 {
+    if (!AllFinite({x, y})) return;
     WithCurrentEffect([&](GlesRenderEffect *e) { e->OnTouchUp(x, y); });
     m_fLastX.store(x, std::memory_order_relaxed);
     m_fLastY.store(y, std::memory_order_relaxed);
@@ -743,6 +758,7 @@ void CWinOpenGLESRenderer::OnTouchUp(float x, float y)
 
 void CWinOpenGLESRenderer::OnTouchMove(float px, float py, float x, float y)
 {
+    if (!AllFinite({px, py, x, y})) return;
     WithCurrentEffect([&](GlesRenderEffect *e) { e->OnTouchMove(px, py, x, y); });
     m_fLastX.store(x, std::memory_order_relaxed);
     m_fLastY.store(y, std::memory_order_relaxed);
@@ -759,6 +775,7 @@ void CWinOpenGLESRenderer::OnTouchPinch(float fZoomRate, float x, float y)
 
 void CWinOpenGLESRenderer::OnDoubleClick(float x, float y)
 {
+    if (!AllFinite({x, y})) return;
     WithCurrentEffect([&](GlesRenderEffect *e) { e->OnDoubleClick(x, y); });
     m_fLastX.store(x, std::memory_order_relaxed);
     m_fLastY.store(y, std::memory_order_relaxed);
@@ -766,6 +783,7 @@ void CWinOpenGLESRenderer::OnDoubleClick(float x, float y)
 
 void CWinOpenGLESRenderer::OnTouchMoveVelocity(float nVelX, float nVelY)
 {
+    if (!AllFinite({nVelX, nVelY})) return;
     m_fVelX.store(nVelX, std::memory_order_relaxed);
     m_fVelY.store(nVelY, std::memory_order_relaxed);
     if (std::fabs(nVelX) > 0.1f || std::fabs(nVelY) > 0.1f) m_bVelocityActive.store(1, std::memory_order_relaxed);

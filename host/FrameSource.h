@@ -45,6 +45,8 @@ public:
     explicit SyntheticSource(const synthetic::LensFrame &lens);
     bool Next(Picture *picture, std::string *error) override;
     const synthetic::LensFrame &lens() const { return m_lens; }
+    // Another lens (or scene) of the same frame size from the next frame on.
+    void SetLens(const synthetic::LensFrame &lens) { m_lens = lens; }
 
 private:
     synthetic::LensFrame m_lens;

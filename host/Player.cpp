@@ -17,9 +17,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The built-in scene: a 1920x1080 frame with the lens circle in the middle.
-synthetic::LensFrame SceneLens()
+// The built-in scene: a 1920x1080 frame with the lens circle in the middle;
+// for the wall-camera views (7 to 10) the room seen from a wall, through a
+// circle as wide as the picture for the 180-degree view (10).
+synthetic::LensFrame SceneLens(int mode = 1)
 {
+    if (mode >= 7 && mode <= 10) return synthetic::WallLens(mode == 10);
     return synthetic::LensFrame();
 }
 
@@ -74,7 +77,7 @@ bool Player::OpenSource()
         return true;
     }
     if (m_opts.inputPath.empty()) {
-        m_source.reset(new SyntheticSource(SceneLens()));
+        m_source.reset(new SyntheticSource(SceneLens(RunModes().front())));
         return true;
     }
     auto *raw = new RawI420Source();
@@ -121,7 +124,7 @@ void Player::SendStartParameters()
     } else {
         // The built-in scene's circle; for other input a circle as tall as
         // the picture, in its middle, as most fisheye cameras give.
-        synthetic::LensFrame l = SceneLens();
+        synthetic::LensFrame l = SceneLens(RunModes().front());
         if (!m_opts.videoPath.empty() || !m_opts.inputPath.empty()) {
             l.width = m_source->width();
             l.height = m_source->height();
@@ -174,6 +177,16 @@ void Player::SetMode(int mode)
     std::printf("view mode %d\n", mode);
     std::fflush(stdout);
     m_display.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, uint32_t(mode), "FISHEYE_MODE");
+    // The built-in scene follows the view: the room from a wall for the
+    // wall-camera views, the compass for the others.
+    auto *scene = dynamic_cast<SyntheticSource *>(m_source.get());
+    if (scene && !m_opts.haveLens) {
+        const synthetic::LensFrame l = SceneLens(mode);
+        scene->SetLens(l);
+        m_lens = {TenThousandths(l.cx, l.width), TenThousandths(l.cy, l.height), TenThousandths(l.radius, l.width),
+                  TenThousandths(l.radius, l.height)};
+        m_display.Set(ZT5_CFG_COMMON_FISHEYE_PARAM, &m_lens, "COMMON_FISHEYE_PARAM");
+    }
 }
 
 namespace {
@@ -386,7 +399,7 @@ std::vector<int> Player::RunModes() const
     if (!m_opts.modes.empty()) return m_opts.modes;
     if (!m_opts.contactSheet.empty()) return {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
     if (m_opts.faces) return {0}; // the faces are drawn over the plain view
-    if (m_opts.headless && !m_opts.outDir.empty()) return {0, 1, 2, 3, 4, 5, 6};
+    if (m_opts.headless && !m_opts.outDir.empty()) return {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
     return {1};
 }
 

@@ -80,6 +80,118 @@ Rgb SceneColour(double thetaDeg, double phiDeg)
     return kSectorRgb[k];
 }
 
+const Rgb kWallRgb[kWallSurfaces] = {
+    {220, 30, 30},  // left wall: red
+    {40, 190, 50},  // centre wall: green
+    {40, 70, 220},  // right wall: blue
+    {230, 220, 30}, // floor: yellow
+    {30, 200, 210}, // ceiling: cyan
+};
+
+LensFrame WallLens(bool wideCircle)
+{
+    LensFrame l;
+    l.wall = true;
+    l.orthographic = wideCircle;
+    if (wideCircle) l.radius = l.width / 2;
+    return l;
+}
+
+namespace {
+
+const double kRoomX = 1.2, kRoomY = 0.9, kRoomZ = 2.0;
+
+// The direction of (theta, phi), picture right +x, up +y, axis +z.
+void Direction(double thetaDeg, double phiDeg, double d[3])
+{
+    const double t = thetaDeg * kPi / 180.0, p = phiDeg * kPi / 180.0;
+    d[0] = std::sin(t) * std::cos(p);
+    d[1] = std::sin(t) * std::sin(p);
+    d[2] = std::cos(t);
+}
+
+// The surface a ray meets and the point where it does.
+WallSurface Hit(const double d[3], double at[3])
+{
+    double best = 1e30;
+    WallSurface s = kCentreWall;
+    auto tryPlane = [&](int axis, double plane, WallSurface surface) {
+        if (d[axis] == 0.0) return;
+        const double t = plane / d[axis];
+        if (t > 0.0 && t < best) best = t, s = surface;
+    };
+    tryPlane(0, -kRoomX, kLeftWall);
+    tryPlane(0, kRoomX, kRightWall);
+    tryPlane(1, -kRoomY, kFloor);
+    tryPlane(1, kRoomY, kCeiling);
+    tryPlane(2, kRoomZ, kCentreWall);
+    for (int i = 0; i < 3; i++) at[i] = d[i] * best;
+    return s;
+}
+
+// 5x7 capitals of the surface names.
+struct Glyph {
+    char c;
+    uint8_t rows[7];
+};
+const Glyph kLetters[] = {
+    {'C', {0x0E, 0x11, 0x10, 0x10, 0x10, 0x11, 0x0E}}, {'E', {0x1F, 0x10, 0x10, 0x1E, 0x10, 0x10, 0x1F}},
+    {'F', {0x1F, 0x10, 0x10, 0x1E, 0x10, 0x10, 0x10}}, {'G', {0x0E, 0x11, 0x10, 0x17, 0x11, 0x11, 0x0F}},
+    {'H', {0x11, 0x11, 0x11, 0x1F, 0x11, 0x11, 0x11}}, {'I', {0x0E, 0x04, 0x04, 0x04, 0x04, 0x04, 0x0E}},
+    {'L', {0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x1F}}, {'N', {0x11, 0x19, 0x15, 0x13, 0x11, 0x11, 0x11}},
+    {'O', {0x0E, 0x11, 0x11, 0x11, 0x11, 0x11, 0x0E}}, {'R', {0x1E, 0x11, 0x11, 0x1E, 0x14, 0x12, 0x11}},
+    {'T', {0x1F, 0x04, 0x04, 0x04, 0x04, 0x04, 0x04}},
+};
+
+// Each surface's name, where its middle is, and its right and up as someone
+// in the room facing it sees them.
+struct Sign {
+    const char *text;
+    double centre[3], right[3], up[3];
+};
+const Sign kSigns[kWallSurfaces] = {
+    {"LEFT", {-kRoomX, 0, kRoomZ / 2}, {0, 0, 1}, {0, 1, 0}},
+    {"CENTRE", {0, 0, kRoomZ}, {1, 0, 0}, {0, 1, 0}},
+    {"RIGHT", {kRoomX, 0, kRoomZ / 2}, {0, 0, -1}, {0, 1, 0}},
+    {"FLOOR", {0, -kRoomY, kRoomZ / 2}, {1, 0, 0}, {0, 0, 1}},
+    {"CEILING", {0, kRoomY, kRoomZ / 2}, {1, 0, 0}, {0, 0, -1}},
+};
+const double kLetterCell = 0.035; // world units a cell of the 5x7 grid
+
+bool OnSign(WallSurface s, const double at[3])
+{
+    const Sign &g = kSigns[s];
+    double rel[3], u = 0, v = 0;
+    for (int i = 0; i < 3; i++) rel[i] = at[i] - g.centre[i];
+    for (int i = 0; i < 3; i++) u += rel[i] * g.right[i], v += rel[i] * g.up[i];
+    const int n = int(std::strlen(g.text));
+    // Letters of 5 cells with a gap of 1, centred; rows from the top.
+    const double gx = u / kLetterCell + (6.0 * n - 1.0) / 2.0, gy = 3.5 - v / kLetterCell;
+    if (gx < 0 || gy < 0 || gy >= 7) return false;
+    const int letter = int(gx) / 6, col = int(gx) % 6;
+    if (letter >= n || col >= 5) return false;
+    for (const Glyph &l : kLetters)
+        if (l.c == g.text[letter]) return (l.rows[int(gy)] & (0x10 >> col)) != 0;
+    return false;
+}
+
+Rgb WallColour(double thetaDeg, double phiDeg)
+{
+    double d[3], at[3];
+    Direction(thetaDeg, phiDeg, d);
+    const WallSurface s = Hit(d, at);
+    return OnSign(s, at) ? Rgb{0, 0, 0} : kWallRgb[s];
+}
+
+} // namespace
+
+WallSurface WallSurfaceAt(double thetaDeg, double phiDeg)
+{
+    double d[3], at[3];
+    Direction(thetaDeg, phiDeg, d);
+    return Hit(d, at);
+}
+
 // 5x7 digits, one row a byte, bit 4 the leftmost column.
 static const uint8_t kDigits[10][7] = {
     {0x0E, 0x11, 0x13, 0x15, 0x19, 0x11, 0x0E}, {0x04, 0x0C, 0x04, 0x04, 0x04, 0x04, 0x0E},
@@ -128,7 +240,7 @@ void PaintBlocks(const LensFrame &lens, int frame, bool withDot, int x0, int y0,
         if (r >= R) return {0, 0, 0};
         if (withDot && (x + 0.5 - dotX) * (x + 0.5 - dotX) + (y + 0.5 - dotY) * (y + 0.5 - dotY) <= dotR * dotR)
             return {0, 0, 0};
-        for (int k = 0; k < 8; k++) {
+        for (int k = 0; k < 8 && !lens.wall; k++) {
             const Label &L = labels[k];
             const double lx = x + 0.5 - L.x, ly = y + 0.5 - L.y;
             double gx = (lx * L.rx + ly * L.ry) / L.cell + 2.5;
@@ -137,10 +249,10 @@ void PaintBlocks(const LensFrame &lens, int frame, bool withDot, int x0, int y0,
                 if (kDigits[k][int(gy)] & (0x10 >> int(gx))) return {0, 0, 0};
             }
         }
-        double theta = r * degPerPx;
+        double theta = lens.orthographic ? std::asin(r / R) * 180.0 / kPi : r * degPerPx;
         double phi = std::atan2(-dy, dx) * 180.0 / kPi;
         if (phi < 0) phi += 360.0;
-        return SceneColour(theta, phi);
+        return lens.wall ? WallColour(theta, phi) : SceneColour(theta, phi);
     };
 
     for (int y = y0; y < y1; y += 2) {
@@ -174,7 +286,8 @@ struct StillCache {
 
 bool SameLens(const LensFrame &a, const LensFrame &b)
 {
-    return a.width == b.width && a.height == b.height && a.cx == b.cx && a.cy == b.cy && a.radius == b.radius;
+    return a.width == b.width && a.height == b.height && a.cx == b.cx && a.cy == b.cy && a.radius == b.radius &&
+           a.wall == b.wall && a.orthographic == b.orthographic;
 }
 
 bool SameEncoding(const YuvEncoding &a, const YuvEncoding &b)

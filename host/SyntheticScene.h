@@ -17,6 +17,23 @@
 //   centre (as a sign on a wall looks to a camera on the ceiling).
 // - Animation: a black dot of 3 degrees radius at theta 20, phi = 2 * frame.
 // - Outside the circle: black.
+//
+// The wall variant (LensFrame::wall) is the picture of a camera on a wall of
+// a room, lens axis horizontal, through a 180-degree lens. Looking along +z
+// from the origin, the picture's right is +x and its up +y. The room is the
+// box x in [-1.2, 1.2], y in [-0.9, 0.9], z in [0, 2]; each direction shows
+// the surface it meets first, painted with kWallRgb[surface]:
+// - left wall x = -1.2, centre wall z = 2, right wall x = 1.2, floor
+//   y = -0.9, ceiling y = 0.9 (the centre wall spans about +-31 degrees
+//   across and +-24 up and down; the middle of a side wall lies 50.2
+//   degrees off the axis);
+// - each surface carries its name in black capitals at its middle (LEFT,
+//   CENTRE, RIGHT, FLOOR, CEILING), upright and readable to someone in the
+//   room facing it with the ceiling above;
+// - lens law: equidistant as above, or orthographic (LensFrame::
+//   orthographic): r = R * sin(theta). A lens as wide as the picture (R =
+//   width / 2) shows the whole width; the top and bottom of its circle fall
+//   outside the frame.
 #ifndef PANOVIEW_SYNTHETICSCENE_H
 #define PANOVIEW_SYNTHETICSCENE_H
 
@@ -39,7 +56,20 @@ struct LensFrame {
     int cx = 960;
     int cy = 540;
     int radius = 540;
+    bool wall = false;         // the room seen from a wall instead of the compass
+    bool orthographic = false; // r = R sin(theta) instead of R theta / 90
 };
+
+// The wall camera's picture: the room through the 180-degree lens, its
+// circle inscribed in the frame's height (equidistant) or as wide as the
+// frame (orthographic).
+LensFrame WallLens(bool wideCircle);
+
+enum WallSurface { kLeftWall, kCentreWall, kRightWall, kFloor, kCeiling, kWallSurfaces };
+extern const Rgb kWallRgb[kWallSurfaces];
+// The surface a direction meets: theta from the axis, phi the azimuth in
+// the picture (degrees), as for SceneColour.
+WallSurface WallSurfaceAt(double thetaDeg, double phiDeg);
 
 // How RGB becomes Y'CbCr: the luma weights of red (kr) and blue (kb), and
 // whether the samples use the full 0..255 range or the video range (luma

@@ -7,7 +7,7 @@ panoview_display_ok() {
 if ! panoview_display_ok; then
   for n in 99 98 97 96 95 94 93; do
     if [ ! -e "/tmp/.X11-unix/X$n" ] && [ ! -e "/tmp/.X$n-lock" ]; then
-      Xvfb ":$n" -screen 0 1600x1200x24 -nolisten tcp >/tmp/panoview-xvfb-$n.log 2>&1 &
+      Xvfb ":$n" -screen 0 1600x1200x24 +bs -nolisten tcp >/tmp/panoview-xvfb-$n.log 2>&1 &
       XVFB_PID=$!
       export DISPLAY=":$n"
       for _ in $(seq 1 50); do

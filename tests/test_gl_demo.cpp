@@ -55,14 +55,14 @@ TEST(DemoHost, HeadlessSnapshotShowsTheLensPicture)
     EXPECT_LE(ColourDistance(at(80, 200), Shown(synthetic::kHorizonRgb)), 12);
 }
 
-TEST(DemoHost, HeadlessRunWritesOneSnapshotPerDefaultModeAndRefusesBadArguments)
+TEST(DemoHost, HeadlessRunWritesOneSnapshotPerModeAndRefusesBadArguments)
 {
     const std::string dir = OutputDir() + "/demo_outdir";
     ASSERT_EQ(std::system(("mkdir -p '" + dir + "' && rm -f '" + dir + "'/*.png").c_str()), 0);
     std::string out;
     ASSERT_EQ(RunDemo("--headless --frames 3 --window 320x180 --outdir '" + dir + "'", &out), 0) << out;
-    std::set<uint32_t> colours[3];
-    for (int m = 0; m < 3; m++) {
+    std::set<uint32_t> colours[11];
+    for (int m = 0; m <= 10; m++) {
         const std::string path = dir + "/panoview-mode" + std::to_string(m) + ".png";
         EXPECT_NE(out.find(path), std::string::npos) << path << " not printed:\n" << out;
         Image img;
@@ -70,6 +70,7 @@ TEST(DemoHost, HeadlessRunWritesOneSnapshotPerDefaultModeAndRefusesBadArguments)
         EXPECT_EQ(img.width, 320);
         EXPECT_EQ(img.height, 180);
         for (size_t i = 0; i < img.rgba.size(); i += 4) colours[m].insert(img.rgba[i] << 16 | img.rgba[i + 1] << 8 | img.rgba[i + 2]);
+        if (m >= 3 && m <= 6) continue; // views that draw nothing yet
         EXPECT_GT(colours[m].size(), 8u) << "mode " << m << " is blank";
     }
     for (const char *args : {"--mode 11", "--input /nonexistent.yuv", "--window 12", "--bogus",

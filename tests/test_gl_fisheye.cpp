@@ -176,9 +176,11 @@ struct View {
     const char *name;
     uint32_t mode;
     int width, height;
+    synthetic::LensFrame lens;                    // the scene pushed: the compass, or the room from a wall
+    std::function<bool(const Image &)> drawn = SceneDrawn; // a picture of the scene is there
     std::function<bool(const State &)> started;   // the start animation is over
     std::function<void(const Image &)> scene;     // the start picture
-    std::function<double(const Image &)> turnOf;  // where the picture stands...
+    std::function<double(const Image &)> turnOf;  // where the picture stands (none: not measured)...
     std::function<double(const State &)> turnIn;  // ...and where the saved state says it does
     double sector;                                // one sector in those units
     double pictureSign;                           // the picture turns by this times the state
@@ -190,6 +192,8 @@ struct View {
     std::function<void(Display &)> endCruise;     // the touch that ends the cruise (default: one touch)
     std::function<bool(const State &)> cruiseEnded; // and its state (default: mCruiseState 0)
     std::function<bool(const State &)> flingEndedCruise; // the state after a fling (default: cruise off)
+    bool steerable = true;                        // gestures move it at all
+    Step prepare;                                 // where drag and inertia can turn it (none: at the start)
     std::vector<Step> script;
     State restoreIn;                              // a record (of this view) and
     std::function<void(const State &)> restoreOut; // what a save right after it shows
@@ -596,6 +600,335 @@ View ShapeView(bool dome)
     return v;
 }
 
+// ------------------------------------------------------------ wall views
+
+std::string Describe(const State &s);
+
+// The room seen from a wall (SyntheticScene.h): which surface a colour shows,
+// -1 for none (black, labels, the lit overlay).
+int Surface(Rgb c)
+{
+    int best = -1, bestDist = 36;
+    for (int k = 0; k < synthetic::kWallSurfaces; k++) {
+        const int dist = ColourDistance(c, synthetic::kWallRgb[k]);
+        if (dist < bestDist) bestDist = dist, best = k;
+    }
+    return best;
+}
+long CountSurface(const Image &img, Rect r, int surface)
+{
+    long n = 0;
+    for (int y = r.top; y < r.bottom; y++)
+        for (int x = r.left; x < r.right; x++) n += Surface(img.At(x, y)) == surface;
+    return n;
+}
+bool IsBlack(Rgb c) { return Near(c, {0, 0, 0}, 4); }
+// Columns of the centre wall along row y.
+int CentreWallWidth(const Image &img, int y)
+{
+    int n = 0;
+    for (int x = 0; x < img.width; x++) n += Surface(img.At(x, y)) == synthetic::kCentreWall;
+    return n;
+}
+State Zeroed()
+{
+    State s;
+    std::memset(&s, 0, sizeof s);
+    return s;
+}
+bool Settled(const State &s, int32_t maxState) { return s.maxState == maxState && s.maxMinInit == 1 - maxState; }
+
+// x of the first centre-wall column of row y, from the left.
+int CentreWallLeft(const Image &img, int y)
+{
+    for (int x = 0; x < img.width; x++)
+        if (Surface(img.At(x, y)) == synthetic::kCentreWall) return x;
+    return -1;
+}
+
+// Mode 9 wide, 640x360: the whole dome, its rim 180 pixels round the centre,
+// the caps above and below black; the centre wall in the middle, about 90
+// pixels wide, the side walls, floor and ceiling round it, upright and not
+// mirrored.
+void ExpectWallDome(const Image &img, double scale)
+{
+    using namespace synthetic;
+    EXPECT_EQ(Surface(img.At(320, 180)), kCentreWall);
+    EXPECT_EQ(Surface(img.At(320 - 150, 180)), kLeftWall);
+    EXPECT_EQ(Surface(img.At(320 + 150, 180)), kRightWall);
+    EXPECT_EQ(Surface(img.At(320, 80)), kCeiling);
+    EXPECT_EQ(Surface(img.At(320, 280)), kFloor);
+    if (scale > 1) return;
+    for (int y : {12, 348}) EXPECT_TRUE(IsBlack(img.At(320, y))) << "no cap at row " << y;
+    for (int x : {320 - 192, 320 + 192}) EXPECT_TRUE(IsBlack(img.At(x, 180))) << "the dome reaches column " << x;
+    EXPECT_NEAR(CentreWallWidth(img, 150), 90 * scale, 8 * scale);
+}
+
+View WallOneRow()
+{
+    View v;
+    v.name = "WallOneView", v.mode = 9, v.width = 640, v.height = 360, v.lens = synthetic::WallLens(false);
+    v.drawn = [](const Image &img) { return !img.empty() && Surface(img.At(320, 280)) == synthetic::kFloor; };
+    v.started = [](const State &s) { return s.mFishEyeMode == 9; };
+    v.scene = [](const Image &img) { ExpectWallDome(img, 1); };
+    v.turnIn = [](const State &s) { return double(s.zAngle[0]); };
+    // Wide, pan and tilt are held at 0; close, a drag turns by 0.075 degrees a pixel.
+    v.sector = 32, v.pictureSign = 0, v.dragStep = 0, v.cruiseSign = -1, v.inertiaStep = -0.405e-3;
+    auto closeUp = [](const State &s) { return Settled(s, 1) && s.fCamZ[0] < 3.06f; };
+    v.prepare = {"a double tap moves the eye in", [](Display &d) { d.DoubleTap(5, 5); }, closeUp, nullptr};
+    v.script = {
+        {"a double tap moves the eye in: the centre wall twice as large, the room all round", [](Display &d) { d.DoubleTap(5, 5); }, closeUp,
+         [](const Image &img, const State &) {
+             EXPECT_NEAR(CentreWallWidth(img, 150), 170, 15);
+             EXPECT_NEAR(CentreWallLeft(img, 150), 235, 8);
+             EXPECT_EQ(Surface(img.At(5, 180)), synthetic::kLeftWall);
+             EXPECT_EQ(Surface(img.At(634, 180)), synthetic::kRightWall);
+             EXPECT_EQ(Surface(img.At(320, 5)), synthetic::kCeiling);
+         }},
+        {"a drag to the right turns the room to the right", [](Display &d) { d.Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 320, 180); d.Drag(320, 180, 520, 180); },
+         [](const State &s) { return Eq(s.zAngle[0], -15); },
+         [](const Image &img, const State &) { EXPECT_GT(CentreWallLeft(img, 150), 235 + 20); }},
+        {"long drags stop at the limits", [](Display &d) { for (int i = 0; i < 4; i++) d.Drag(10, 10, 630, 350); },
+         [](const State &s) { return s.zAngle[0] >= -32 && s.zAngle[0] < -31 && s.fCamRotX[0] >= -26 && s.fCamRotX[0] < -25; }, nullptr},
+        {"a drag outside the window moves nothing", [](Display &d) { d.Drag(300, 180, 900, 180); d.Drag(300, 180, 300, -5); },
+         [](const State &s) { return s.zAngle[0] < -31 && s.fCamRotX[0] < -25; }, nullptr},
+        {"a double tap goes back to wide, pan and tilt to 0", [](Display &d) { d.Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, 320, 180); d.DoubleTap(5, 5); },
+         [](const State &s) { return Settled(s, 0) && s.fCamZ[0] == 6 && s.zAngle[0] == 0 && s.fCamRotX[0] == 0; },
+         [](const Image &img, const State &) { ExpectWallDome(img, 1); }},
+        {"pinching in stops at the closest", [](Display &d) { for (int i = 0; i < 40; i++) d.Pinch(2.0f); },
+         [](const State &s) { return Settled(s, 1) && s.fCamZ[0] == 3 && s.fTz[0] == 3; }, nullptr},
+        {"the host's picture scale is held to its maximum", [](Display &d) {
+             d.SetU32(ZT5_CFG_DISPLAY_MAX_SCALE, 150);
+             d.SetU32(ZT5_CFG_DISPLAY_SCALE_RATIO, 400);
+             d.DoubleTap(5, 5);
+         },
+         [](const State &s) { return Settled(s, 0) && s.fCamZ[0] == 6; },
+         [](const Image &img, const State &) { ExpectWallDome(img, 1.5); EXPECT_NEAR(CentreWallWidth(img, 150), 135, 12); }},
+    };
+    v.restoreIn = Zeroed();
+    v.restoreIn.mFishEyeMode = 9, v.restoreIn.fCamZ[0] = NAN, v.restoreIn.fTz[0] = 4, v.restoreIn.zAngle[0] = 5;
+    v.restoreIn.maxState = 7, v.restoreIn.maxMinInit = -2, v.restoreIn.nCruiseDir = 0, v.restoreIn.xMove = 9.5f;
+    v.restoreOut = [](const State &s) { // words brought into range; a NaN eye distance is the widest
+        EXPECT_EQ(s.maxState, 1);
+        EXPECT_EQ(s.maxMinInit, 1);
+        EXPECT_EQ(s.nCruiseDir, -1);
+        EXPECT_EQ(s.fCamZ[0], 6.0f);
+        EXPECT_EQ(s.fTz[0], 4.0f);
+        EXPECT_EQ(s.xMove, 9.5f) << "a field the view doesn't use travels through";
+    };
+    return v;
+}
+
+// Mode 10 wide, 640x360: the picture itself, undistorted: each point of
+// the picture shows where a scale and a shift put it (the disc of radius 6
+// at 6.4 before the eye: 28.125 pixels a unit, the circle 12 units wide, the
+// picture's height 12 / (16/9) units), inside the lens's dark rim.
+void ExpectFlatPicture(const Image &img)
+{
+    const synthetic::LensFrame lens = synthetic::WallLens(true);
+    const double unit = 180 / 6.4, aspect = double(lens.width) / lens.height;
+    auto surfaceAt = [&](double px, double py) { // the picture's pixel
+        const double dx = px - lens.cx, dy = py - lens.cy, r = std::hypot(dx, dy);
+        if (r >= lens.radius) return -1;
+        return int(synthetic::WallSurfaceAt(std::asin(r / lens.radius) * 180 / kPi, std::atan2(-dy, dx) * 180 / kPi));
+    };
+    int checked = 0, same = 0;
+    for (double u = 0.04; u < 0.97; u += 0.03)
+        for (double t = 0.04; t < 0.97; t += 0.03) {
+            const double ds = u - 0.5, dt = t - 0.5;
+            if (ds * ds / 0.079102 + dt * dt / 0.25 > 1.6 * 1.6) continue; // near or past the rim
+            const int s = surfaceAt(u * lens.width, t * lens.height);
+            bool inside = s >= 0;
+            for (int k = 0; k < 4 && inside; k++) inside = surfaceAt(u * lens.width + (k & 1 ? 8 : -8), t * lens.height + (k & 2 ? 8 : -8)) == s;
+            if (!inside) continue; // an edge between surfaces
+            checked++;
+            same += Surface(img.At(int(320 + ds * 12 * unit), int(180 + dt * 12 / aspect * unit))) == s;
+        }
+    EXPECT_GT(checked, 300);
+    EXPECT_GT(same, checked * 95 / 100) << "of " << checked << " points of the picture";
+    EXPECT_TRUE(IsBlack(img.At(320, 60)) && IsBlack(img.At(320, 300))) << "something above or below the picture";
+}
+
+View WallOne180Row()
+{
+    View v;
+    v.name = "WallOneView180", v.mode = 10, v.width = 640, v.height = 360, v.lens = synthetic::WallLens(true);
+    v.drawn = [](const Image &img) { return !img.empty() && Surface(img.At(320, 140)) == synthetic::kCentreWall; };
+    v.started = [](const State &s) { return s.mFishEyeMode == 10; };
+    v.scene = ExpectFlatPicture;
+    v.turnIn = [](const State &s) { return double(s.zAngle[0]); };
+    v.sector = 60, v.pictureSign = 0, v.dragStep = 0, v.cruiseSign = -1, v.inertiaStep = -0.405e-3;
+    auto closeUp = [](const State &s) { return Settled(s, 1) && s.fCamZ[0] < -0.74f; };
+    v.prepare = {"a double tap moves the eye in", [](Display &d) { d.DoubleTap(5, 5); }, closeUp, nullptr};
+    v.script = {
+        {"a double tap takes the eye through the rim: the centre wall dewarped", [](Display &d) { d.DoubleTap(5, 5); }, closeUp,
+         [](const Image &img, const State &) {
+             // Its left edge, a curve in the picture, comes out a straight upright line.
+             const int x0 = CentreWallLeft(img, 180);
+             EXPECT_GT(x0, 10);
+             for (int y = 120; y <= 240; y += 20) EXPECT_NEAR(CentreWallLeft(img, y), x0, 3) << "row " << y;
+             EXPECT_EQ(Surface(img.At(x0 - 20, 180)), synthetic::kLeftWall);
+             EXPECT_EQ(Surface(img.At(320, 20)), synthetic::kCeiling);
+             EXPECT_EQ(Surface(img.At(320, 340)), synthetic::kFloor);
+         }},
+        {"held past the soft range, the pan stays at the hard limit", [](Display &d) {
+             d.Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 320, 180);
+             for (int i = 0; i < 3; i++) d.Drag(20, 180, 620, 180);
+         },
+         [](const State &s) { return s.zAngle[0] < -59 && s.zAngle[0] >= -60; }, nullptr},
+        {"released, it springs back to the soft range", [](Display &d) { d.Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, 620, 180); },
+         [](const State &s) { return s.zAngle[0] <= -37 && s.zAngle[0] > -37.3f; },
+         [](const Image &img, const State &) { EXPECT_EQ(Surface(img.At(240, 260)), synthetic::kLeftWall); }},
+        {"cruising, the swing passes the soft range", [](Display &d) { d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1); },
+         [](const State &s) { return s.mCruiseState == 1 && s.zAngle[0] < -45; }, nullptr},
+        {"a tap ends the cruise, and the pan springs back", [](Display &d) {
+             d.Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 10, 10);
+             d.Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, 10, 10);
+         },
+         [](const State &s) { return s.mCruiseState == 0 && s.zAngle[0] <= -37 && s.zAngle[0] > -37.3f; }, nullptr},
+        {"a double tap goes back to the flat picture", [](Display &d) { d.DoubleTap(5, 5); },
+         [](const State &s) { return Settled(s, 0) && Eq(s.fCamZ[0], 6.4f) && s.zAngle[0] == 0; },
+         [](const Image &img, const State &) { ExpectFlatPicture(img); }},
+    };
+    v.restoreIn = Zeroed();
+    v.restoreIn.mFishEyeMode = 10, v.restoreIn.fCamZ[0] = 2, v.restoreIn.fTz[0] = 2, v.restoreIn.zAngle[0] = 20;
+    v.restoreIn.maxState = 1, v.restoreIn.maxMinInit = 0, v.restoreIn.nCruiseDir = 3, v.restoreIn.mCruiseState = 9;
+    v.restoreOut = [](const State &s) {
+        EXPECT_EQ(s.nCruiseDir, 1);
+        EXPECT_EQ(s.mCruiseState, 1);
+        EXPECT_EQ(s.zAngle[0], 20.0f);
+    };
+    return v;
+}
+
+// Mode 8 in 640x360: the overview's square (316 pixels) on the left, the
+// close pane's on the right, both 22 pixels from the top.
+const Rect kOverview = {4, 22, 320, 338};
+// Mean x of the lit pixels of the overview (the part the close pane
+// shows), and how many there are.
+double LitCentre(const Image &img, long *count = nullptr)
+{
+    double sum = 0;
+    long n = 0;
+    for (int y = kOverview.top; y < kOverview.bottom; y++)
+        for (int x = kOverview.left; x < kOverview.right; x++) {
+            const Rgb c = img.At(x, y);
+            if (std::min({c.r, c.g, c.b}) >= 70) sum += x, n++;
+        }
+    if (count) *count = n;
+    return n ? sum / n : -1;
+}
+double Diamond(const State &s) { return std::fabs(s.zAngle[0]) + std::fabs(s.fCamRotX[0]); }
+const double kDiamond = 50.4, kMoveStep = 1.44;
+
+View WallTwoRow()
+{
+    View v;
+    v.name = "WallTwoView", v.mode = 8, v.width = 640, v.height = 360, v.lens = synthetic::WallLens(false);
+    v.started = [](const State &s) { return s.mFishEyeMode == 8; };
+    v.scene = [](const Image &img) {
+        long lit = 0;
+        EXPECT_NEAR(LitCentre(img, &lit), 162, 6) << "the close pane's part isn't lit in the middle";
+        EXPECT_GT(lit, 2000);
+        EXPECT_EQ(Surface(img.At(30, 180)), synthetic::kLeftWall) << "the overview's left is lit or not the left wall";
+        EXPECT_EQ(Surface(img.At(290, 180)), synthetic::kRightWall);
+        EXPECT_EQ(Surface(img.At(480, 230)), synthetic::kCentreWall);
+        EXPECT_EQ(Surface(img.At(480, 40)), synthetic::kCeiling);
+    };
+    v.turnIn = [](const State &s) { return double(s.zAngle[0]); };
+    // A 100-pixel drag asks 3 degrees, made as two steps of 1.44.
+    v.sector = 50, v.pictureSign = 0, v.dragStep = 2 * kMoveStep, v.cruiseSign = 0, v.inertiaStep = 3 * 0.1125 * 1.2e-3;
+    v.prepare = {"a drag in the close pane sets the sense of inertia", [](Display &d) { d.Drag(400, 100, 400.5f, 100); },
+                 [](const State &) { return true; }, nullptr};
+    v.script = {
+        {"a drag in the close pane turns it, and the lit part follows", [](Display &d) {
+             d.Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 620, 180);
+             d.Drag(620, 180, 330, 180);
+         },
+         [](const State &s) { return Eq(s.zAngle[0], 5 * kMoveStep); }, // 8.7 degrees asked, in steps
+         [](const Image &img, const State &) { EXPECT_GT(LitCentre(img), 162 + 8); }},
+        {"a tap left of the overview's middle re-aims the close pane there", [](Display &d) {
+             d.Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, 330, 180);
+             d.Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 4 + 316 * 0.35f, 180);
+         },
+         [](const State &s) { return s.zAngle[0] < -15; },
+         [](const Image &img, const State &) {
+             EXPECT_LT(LitCentre(img), 162 - 25);
+             EXPECT_GT(CountSurface(img, Rect{320, 22, 636, 338}, synthetic::kLeftWall), 316 * 316 / 8);
+         }},
+        {"pinches and double taps do nothing", [](Display &d) { for (int i = 0; i < 5; i++) d.Pinch(2.0f); d.DoubleTap(480, 180); },
+         [](const State &s) { return s.zAngle[0] < -15 && s.fCamZ[0] == 2; }, nullptr},
+        {"long drags reach the diamond and stay within one step of it", [](Display &d) {
+             for (int i = 0; i < 12; i++) {
+                 d.Drag(600, 300, 330, 40);
+                 State s;
+                 ASSERT_TRUE(d.Save(&s));
+                 EXPECT_LE(Diamond(s), kDiamond + 2 * kMoveStep + 1e-3) << Describe(s);
+             }
+         },
+         [](const State &s) { return Diamond(s) > kDiamond - 1 && Diamond(s) <= kDiamond + kMoveStep + 1e-3; }, nullptr},
+        {"a huge drag and a huge fling end at once and keep to the diamond", [](Display &d) {
+             d.Drag(600, 300, 1e30f, -1e30f);
+             float velocity[2] = {3e38f, -3e38f};
+             d.Set(ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY, velocity);
+         },
+         [](const State &s) { return Diamond(s) > kDiamond - 1 && Diamond(s) <= kDiamond + kMoveStep + 1e-3; }, nullptr},
+    };
+    v.restoreIn = Zeroed();
+    v.restoreIn.mFishEyeMode = 8, v.restoreIn.fCamZ[0] = 2.5f, v.restoreIn.fCamZ[1] = 12.5f, v.restoreIn.zAngle[0] = NAN;
+    v.restoreIn.fCamRotX[1] = 7, v.restoreIn.mCruiseState = 1, v.restoreIn.xMove = 3;
+    v.restoreOut = [](const State &s) {
+        EXPECT_EQ(s.fCamZ[0], 2.5f);
+        EXPECT_EQ(s.fCamZ[1], 12.5f);
+        EXPECT_EQ(s.zAngle[0], 0.0f) << "a NaN pan";
+        EXPECT_EQ(s.fCamRotX[1], 7.0f);
+        EXPECT_EQ(s.xMove, 3.0f);
+    };
+    return v;
+}
+
+// Mode 7 in 640x360: the panorama in rows 181..359 (top down), the two side
+// panes above it, rows 0..178, columns 0..318 and 321..639; two-pixel gaps.
+void ExpectWallThree(const Image &img)
+{
+    using namespace synthetic;
+    const Rect left = {0, 0, 319, 179}, right = {321, 0, 640, 179};
+    const long area = 319 * 179;
+    EXPECT_GT(CountSurface(img, left, kLeftWall), area / 4);
+    EXPECT_LT(CountSurface(img, left, kRightWall), area / 50) << "the right wall in the left pane";
+    EXPECT_GT(CountSurface(img, right, kRightWall), area / 4);
+    EXPECT_LT(CountSurface(img, right, kLeftWall), area / 50) << "the left wall in the right pane";
+    // The panorama: left wall, centre, right wall from left to right, the
+    // ceiling above the floor.
+    const long band = 80 * 40;
+    EXPECT_GT(CountSurface(img, Rect{0, 250, 80, 290}, kLeftWall), band * 8 / 10);
+    EXPECT_GT(CountSurface(img, Rect{240, 286, 400, 304}, kCentreWall), 160 * 18 * 8 / 10);
+    EXPECT_GT(CountSurface(img, Rect{560, 250, 640, 290}, kRightWall), band * 8 / 10);
+    EXPECT_EQ(Surface(img.At(320, 184)), kCeiling);
+    EXPECT_EQ(Surface(img.At(320, 356)), kFloor);
+    for (int x = 0; x < 640; x += 3) EXPECT_TRUE(IsBlack(img.At(x, 179)) && IsBlack(img.At(x, 180))) << "column " << x;
+    for (int y = 0; y < 179; y += 3) EXPECT_TRUE(IsBlack(img.At(319, y)) && IsBlack(img.At(320, y))) << "row " << y;
+}
+
+View WallThreeRow()
+{
+    View v;
+    v.name = "WallThreeView", v.mode = 7, v.width = 640, v.height = 360, v.lens = synthetic::WallLens(false);
+    v.drawn = [](const Image &img) { return !img.empty() && Surface(img.At(40, 270)) == synthetic::kLeftWall; };
+    v.started = [](const State &s) { return s.mFishEyeMode == 7; };
+    v.scene = ExpectWallThree;
+    v.turnIn = [](const State &s) { return double(s.zAngle[0]); };
+    v.sector = 50, v.pictureSign = 0, v.dragStep = 0, v.cruiseSign = 0, v.inertiaStep = 0, v.steerable = false;
+    v.restoreIn = Zeroed();
+    v.restoreIn.mFishEyeMode = 7, v.restoreIn.fCamZ[2] = 4, v.restoreIn.zAngle[0] = 33, v.restoreIn.maxState = 9;
+    v.restoreOut = [](const State &s) { // kept as it came
+        EXPECT_EQ(s.fCamZ[2], 4.0f);
+        EXPECT_EQ(s.zAngle[0], 33.0f);
+        EXPECT_EQ(s.maxState, 9);
+    };
+    return v;
+}
+
 // Difference of two turns folded into (-sector/2, sector/2] around `expect`:
 // the boundary measured may be another sector's.
 double Folded(double diff, double expect, double sector)
@@ -608,9 +941,9 @@ double Folded(double diff, double expect, double sector)
 std::string Describe(const State &s)
 {
     char b[300];
-    std::snprintf(b, sizeof b, "fCamZ %g fCamRotZ %g fTz %g zAngle %g xMove %g roam %d/%d max %d/%d cruise %d",
-                  s.fCamZ[0], s.fCamRotZ[0], s.fTz[0], s.zAngle[0], s.xMove, s.nRoamState, s.nRoamInit, s.maxState,
-                  s.maxMinInit, s.mCruiseState);
+    std::snprintf(b, sizeof b, "fCamZ %g fCamRotZ %g fTz %g zAngle %g fCamRotX %g xMove %g roam %d/%d max %d/%d cruise %d",
+                  s.fCamZ[0], s.fCamRotZ[0], s.fTz[0], s.zAngle[0], s.fCamRotX[0], s.xMove, s.nRoamState, s.nRoamInit,
+                  s.maxState, s.maxMinInit, s.mCruiseState);
     return b;
 }
 
@@ -618,7 +951,7 @@ class Fisheye : public ::testing::TestWithParam<View> {
 protected:
     const View &v = GetParam();
     std::unique_ptr<Rig> rig;
-    Frame scene = SceneFrame();
+    Frame scene = LensSceneFrame(v.lens);
 
     // A display of the view (or another mode), settings set before Init.
     void Start(std::vector<std::pair<uint32_t, uint32_t>> settings = {}, uint32_t mode = ~0u, EventLog *log = nullptr)
@@ -632,7 +965,7 @@ protected:
         ASSERT_EQ(rig->Init(), ZT5_OK);
         if (mode == ~0u) {
             ASSERT_TRUE(Until(v.started)) << "the view never finished its start";
-            ASSERT_TRUE(d().PushUntil(scene, SceneDrawn)) << "no picture of the scene";
+            ASSERT_TRUE(d().PushUntil(scene, v.drawn)) << "no picture of the scene";
         }
     }
     Display &d() { return rig->display; }
@@ -686,13 +1019,13 @@ TEST_P(Fisheye, DragTurnsByTheDocumentedStep)
     Start({{ZT5_CFG_DISPLAY_FE_BG_CLOUD, 0}, {ZT5_CFG_DISPLAY_FE_BG_STAR, 0}});
     if (HasFatalFailure()) return;
     const Image before = Settled();
-    const double s0 = v.turnIn(d().Saved());
     const float x = v.dragX, y = v.dragY;
     d().Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, x, y);
+    const double s0 = v.turnIn(d().Saved());
     d().Drag(x, y, x + 100, y);
     d().Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, x + 100, y);
+    const Image after = Settled(); // the view's limits have had their frame
     EXPECT_NEAR(v.turnIn(d().Saved()) - s0, v.dragStep, 1e-3);
-    const Image after = Settled();
     SaveShot(after);
     ExpectTurn(before, after, v.dragStep);
 }
@@ -705,12 +1038,22 @@ TEST_P(Fisheye, CruiseTurnsUntilATouchAndTheHostHearsOfIt)
     EventLog log;
     Start({{ZT5_CFG_DISPLAY_FE_BG_CLOUD, 0}, {ZT5_CFG_DISPLAY_FE_BG_STAR, 0}}, 0, &log);
     if (HasFatalFailure()) return;
-    ASSERT_TRUE(d().PushUntil(scene, SceneDrawn));
+    // The plain view of the scene: the compass right of the centre, or the
+    // room's centre wall below it.
+    ASSERT_TRUE(d().PushUntil(scene, [&](const Image &i) {
+        return v.lens.wall ? !i.empty() && Surface(i.At(i.width / 2, i.height * 5 / 8)) == synthetic::kCentreWall : SceneDrawn(i);
+    }));
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, v.mode), ZT5_OK);
     ASSERT_TRUE(Until(v.started));
     const Image before = Settled();
     const double s0 = v.turnIn(d().Saved());
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1), ZT5_OK);
+    if (v.cruiseSign == 0) { // no cruise: nothing turns, the host hears nothing
+        EXPECT_EQ(Settled().rgba, before.rgba);
+        EXPECT_EQ(v.turnIn(d().Saved()), s0);
+        EXPECT_TRUE(log.Values(ZT5_CFG_DISPLAY_CURISE_STATE_EVENT).empty());
+        return;
+    }
     float speed = 4; // taken by a view that has a speed
     ASSERT_EQ(d().Set(ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY, &speed), ZT5_OK);
     ASSERT_TRUE(Until([&](const State &s) { return s.mCruiseState == 1 && v.cruiseSign * (v.turnIn(s) - s0) > v.sector / 6; }));
@@ -740,7 +1083,11 @@ TEST_P(Fisheye, CruiseTurnsUntilATouchAndTheHostHearsOfIt)
 TEST_P(Fisheye, InertiaDecaysAndEndsCruise)
 {
     Start({{ZT5_CFG_DISPLAY_FE_BG_CLOUD, 0}, {ZT5_CFG_DISPLAY_FE_BG_STAR, 0}});
-    if (HasFatalFailure()) return;
+    if (HasFatalFailure() || v.inertiaStep == 0) return;
+    if (v.prepare.act) {
+        v.prepare.act(d());
+        ASSERT_TRUE(Until(v.prepare.reached)) << v.prepare.what;
+    }
     for (float v0 : {-50.0f, 100.0f}) {
         SCOPED_TRACE(v0);
         Settled();
@@ -753,6 +1100,8 @@ TEST_P(Fisheye, InertiaDecaysAndEndsCruise)
         ASSERT_TRUE(Until([&](const State &s) { return std::fabs(v.turnIn(s) - s0 - sum * step) < std::fabs(sum * step) * 0.01; }))
             << "turned " << v.turnIn(d().Saved()) - s0 << " of " << sum * step;
     }
+    if (v.cruiseSign == 0) return;
+    ASSERT_TRUE(d().Quiet()) << "the last steps of inertia would end the cruise at once";
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1), ZT5_OK);
     EXPECT_EQ(d().Saved().mCruiseState, 1);
     float velocity[2] = {40, 0};
@@ -771,7 +1120,7 @@ TEST_P(Fisheye, GestureScript)
         Image shot;
         ASSERT_TRUE(Until(s.reached, &shot)) << "not reached: " << Describe(d().Saved());
         if (s.check) {
-            ASSERT_TRUE(d().Snapshot(&shot));
+            shot = Settled(); // a gesture's state is there before its picture
             SaveShot(shot, "_" + std::to_string(&s - v.script.data()));
             s.check(shot, d().Saved());
         }
@@ -791,7 +1140,10 @@ TEST_P(Fisheye, SaveAndRestore)
     const State rec = d().Saved();
     d().DoubleTap(10, 10);
     d().Drag(0, 10, 300, 100);
-    ASSERT_TRUE(d().PushUntil(scene, [&](const Image &i) { return i.rgba != saved.rgba; }));
+    if (v.steerable)
+        ASSERT_TRUE(d().PushUntil(scene, [&](const Image &i) { return i.rgba != saved.rgba; }));
+    else
+        EXPECT_EQ(Settled().rgba, saved.rgba) << "gestures moved a view that has none";
     Settled();
     ASSERT_EQ(d().Restore(rec), ZT5_OK);
     Image shot;
@@ -812,9 +1164,51 @@ TEST_P(Fisheye, SaveAndRestore)
     v.restoreOut(out);
 }
 
+// A still view rests: once its start and a move are over the display stops
+// drawing, and resting changes nothing in the saved state.
+TEST_P(Fisheye, RestsWhenStill)
+{
+    Start({{ZT5_CFG_DISPLAY_FE_BG_CLOUD, 0}, {ZT5_CFG_DISPLAY_FE_BG_STAR, 0}});
+    if (HasFatalFailure()) return;
+    auto rests = [&] {
+        ASSERT_TRUE(d().Quiet()) << "it never rests: " << Describe(d().Saved());
+        const State before = d().Saved();
+        EXPECT_LE(d().DrawsOver(500), 1u); // a window event may bring one redraw
+        const State after = d().Saved();
+        EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0) << Describe(before) << "\n" << Describe(after);
+    };
+    rests();
+    if (!v.prepare.act) return;
+    v.prepare.act(d());
+    ASSERT_TRUE(Until(v.prepare.reached));
+    rests();
+}
+
+// NaN and infinite touch points and release velocities are dropped: the
+// view neither moves nor stops drawing, and its saved state stays as it was.
+TEST_P(Fisheye, NonFiniteInputIsDropped)
+{
+    Start({{ZT5_CFG_DISPLAY_FE_BG_CLOUD, 0}, {ZT5_CFG_DISPLAY_FE_BG_STAR, 0}});
+    if (HasFatalFailure()) return;
+    Settled();
+    const State before = d().Saved();
+    const float inf = INFINITY, nan = NAN;
+    for (std::array<float, 2> vel : {std::array<float, 2>{inf, 0}, {-inf, nan}, {0, nan}}) d().Set(ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY, vel.data());
+    d().Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, nan, 100);
+    d().Drag(nan, 100, 110, 100);
+    d().Drag(100, 100, 110, inf);
+    d().DoubleTap(nan, 10);
+    d().Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, inf, -inf);
+    Settled();
+    ASSERT_TRUE(d().PushUntil(scene, v.drawn)) << "the view stopped drawing";
+    const State after = d().Saved();
+    EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0) << Describe(after);
+}
+
 INSTANTIATE_TEST_SUITE_P(Views, Fisheye,
                          ::testing::Values(HalfSphereView(), StripView(), FourPanesView(), MapView(640, 300),
-                                           MapView(360, 480), ShapeView(false), ShapeView(true)),
+                                           MapView(360, 480), ShapeView(false), ShapeView(true), WallThreeRow(),
+                                           WallTwoRow(), WallOneRow(), WallOne180Row()),
                          [](const ::testing::TestParamInfo<View> &i) { return std::string(i.param.name); });
 
 // ------------------------------------------------------------- half sphere

@@ -47,20 +47,8 @@ protected:
         }
         return false;
     }
-    // Draws made over the next `ms` milliseconds with nothing sent.
-    uint32_t DrawsOver(int ms)
-    {
-        const uint32_t d0 = Stats().dwDraws;
-        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-        return Stats().dwDraws - d0;
-    }
-    // Waits (bounded) until a quarter second passes without a draw.
-    bool Quiet()
-    {
-        for (int i = 0; i < 80; i++)
-            if (DrawsOver(250) == 0) return true;
-        return false;
-    }
+    uint32_t DrawsOver(int ms) { return d().DrawsOver(ms); }
+    bool Quiet() { return d().Quiet(); }
 };
 
 } // namespace

@@ -231,6 +231,7 @@ TEST(FrameInput, LensBoxesStayInsideTheFrame)
         {2, 64, 65, {5000, 9000, 3000, 3000}},    // a box of odd rows to the last row of an odd height
         {1, 641, 361, {9500, 9500, 5000, 5000}}, // reaching past the bottom right
         {10, 1920, 1080, {0, 0, 0, 0}},          // no lens: the whole picture
+        {10, 1920, 1080, {5000, 5000, 5000, 8889}}, // a 180-degree circle as wide as the picture: taller than it
         {2, 1920, 1080, {5000, 5000, 2812, 5000}},
     };
     std::mt19937 rng(1234);

@@ -246,6 +246,22 @@ TEST(DisplayThreads, GestureStormsLeaveEachViewInRange)
              EXPECT_TRUE(s.fTz[0] >= -1 && s.fTz[0] <= 1) << s.fTz[0];
          }},
         {6, [](const FECurrentStatusData &s) { EXPECT_TRUE(s.fTilt >= -4.3201f && s.fTilt <= 56.12f) << s.fTilt; }},
+        {7, [](const FECurrentStatusData &s) { EXPECT_EQ(s.zAngle[0], 0.0f) << "a view without gestures moved"; }},
+        {8, [](const FECurrentStatusData &s) { // the diamond, and one step of 1.44 degrees past it
+             EXPECT_TRUE(std::fabs(s.zAngle[0]) <= 50.4f && std::fabs(s.fCamRotX[0]) <= 50.4f);
+             EXPECT_LE(std::fabs(s.zAngle[0]) + std::fabs(s.fCamRotX[0]), 50.4f + 1.44f + 1e-3f);
+         }},
+        {9, [](const FECurrentStatusData &s) {
+             EXPECT_TRUE(s.fCamZ[0] >= 3 && s.fCamZ[0] <= 6) << s.fCamZ[0];
+             EXPECT_TRUE(std::fabs(s.zAngle[0]) <= 32 && std::fabs(s.fCamRotX[0]) <= 26) << s.zAngle[0] << " " << s.fCamRotX[0];
+             EXPECT_TRUE((s.maxState | s.maxMinInit) <= 1 && s.maxState >= 0 && s.maxMinInit >= 0);
+             EXPECT_TRUE(s.nCruiseDir == 1 || s.nCruiseDir == -1);
+         }},
+        {10, [](const FECurrentStatusData &s) {
+             EXPECT_TRUE(s.fCamZ[0] >= -0.8f && s.fCamZ[0] <= 6.4f) << s.fCamZ[0];
+             EXPECT_TRUE(std::fabs(s.zAngle[0]) <= 60 && std::fabs(s.fCamRotX[0]) <= 32) << s.zAngle[0] << " " << s.fCamRotX[0];
+             EXPECT_TRUE((s.maxState | s.maxMinInit) <= 1 && s.maxState >= 0 && s.maxMinInit >= 0);
+         }},
     };
     for (const View &v : views) {
         SCOPED_TRACE(v.mode);

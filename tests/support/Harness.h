@@ -87,6 +87,8 @@ struct Frame {
 };
 // The built-in fisheye scene, 1920x1080 (see SyntheticScene.h).
 Frame SceneFrame(int n = 0);
+// The same scene through another lens, such as synthetic::WallLens.
+Frame LensSceneFrame(const synthetic::LensFrame &lens, int n = 0);
 // The colour the plain view shows for a colour painted into a frame.
 Rgb Shown(Rgb painted);
 
@@ -177,6 +179,11 @@ public:
     int32_t Pinch(float rate, float cx = 0, float cy = 0);
     int32_t DoubleTap(float x, float y);
     int32_t Touch(uint32_t id, float x, float y); // down or up
+    // Draws the render thread made over the next `ms` milliseconds
+    // (ZT5_CFG_DISPLAY_RENDER_STATS), nothing being sent meanwhile.
+    uint32_t DrawsOver(int ms);
+    // Waits (bounded) until a quarter second passes without a draw.
+    bool Quiet();
 
 private:
     IZT5Display *m_d = nullptr;

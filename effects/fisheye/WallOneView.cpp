@@ -1,0 +1,80 @@
+// FishEyeMode 9: a wall camera's dome as one full-window pane. Wide, the
+// whole dome is in the window, its top and bottom caps blacked out; a double
+// tap or a pinch moves the eye in, and a drag then looks around within
+// limits that open as the eye comes closer. The dome is stretched along x
+// and z with the eye distance. Cruise zooms in, then swings left and right.
+#include <new>
+
+#include "FisheyeCommon.h"
+#include "MLog.h"
+#include "ViewEffect.h"
+#include "WallCamera.h"
+
+namespace {
+
+// Equidistant lens law, s sign +, t sign -. The caps: two planes through the
+// stretched dome, fixed to it before any camera motion, so that the black
+// edges move with the picture.
+const char kFragment[] = "precision highp float;\n"
+                         "varying vec2 vTextureCoord;\n"
+                         "varying vec3 vPosition;\n"
+                         "uniform float frad;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW
+                         "void main() {\n"
+                         "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"
+                         "    vec2 p = fisheyeLensLookup(vTextureCoord.s, fir, 1.0, -1.0);\n"
+                         "    if (0.8 * vPosition.z + vPosition.y > 4.8 || 0.8 * vPosition.z - vPosition.y > 4.8)\n"
+                         "        gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
+                         "    else\n"
+                         "        gl_FragColor = yuvToRgb(p);\n"
+                         "}\n";
+
+const float kPinchStep = 0.115425f;
+// Eye from 6 (wide) to 3 (close); pan 32 and tilt 26 degrees at the closest;
+// the dome 1.25 deep and 1.0 wide when wide, 0.7 deep and 1.05 wide close.
+const WallPaneConfig kConfig = {3.0f, 6.0f, 32.0f, 26.0f, 0.2f, {1.0f, 1.0f, 1.25f}, {1.05f, 1.0f, 0.7f}};
+
+} // namespace
+
+extern const ViewTraits kWallOneViewTraits = {LensBox::Square, false, false, false, true};
+
+class WallOneView final : public WallPaneView {
+public:
+    WallOneView() : WallPaneView("WallOneView", kWallOneViewTraits, kConfig, kPinchStep) {}
+
+private:
+    MRESULT Build() override
+    {
+        if (DomeMesh::Upload(m_Dome, DomeParams()) != 0) MLogInfo("[%s] WallOneView::Initialize no mesh", MLOG_TAG);
+        m_Program.Build("WallOneView", WALL_GLSL_STRETCH_VERTEX, kFragment);
+        const char *where = "WallOneView";
+        const GLint rad = m_Program.Uniform(where, "frad", "mRadHandle");
+        muXCoff = m_Program.Uniform(where, "xCoff", "xCoff");
+        muYCoff = m_Program.Uniform(where, "yCoff", "yCoff");
+        muZCoff = m_Program.Uniform(where, "zCoff", "zCoff");
+        m_Program.Use();
+        glUniform1f(rad, kFisheyeLensRadius);
+        return (rad < 0 || muXCoff < 0 || muZCoff < 0 || !m_Dome) ? 1 : 0;
+    }
+
+    void Draw(const Frame &f) override
+    {
+        const float scale = mScaleRatio.load();
+        const WallStretch s = m_Cam.Drawn().stretch;
+        auto camera = [&](RotTranMatrix &m) { m_Cam.Apply(m, scale); };
+        auto uniforms = [&] {
+            glUniform1f(muXCoff, s.x);
+            glUniform1f(muYCoff, s.y);
+            glUniform1f(muZCoff, s.z);
+        };
+        DrawPass(m_Camera, camera, m_Program, m_Dome, f.pTextures, uniforms);
+    }
+
+    ViewProgram m_Program;
+    GLint muXCoff = -1, muYCoff = -1, muZCoff = -1;
+    ViewMesh m_Dome;
+};
+
+GlesRenderEffect *MakeWallOneView(MDWord)
+{
+    return new (std::nothrow) WallOneView();
+}

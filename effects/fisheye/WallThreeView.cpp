@@ -1,0 +1,138 @@
+// FishEyeMode 7: a wall camera's picture in three fixed panes: a panorama
+// across the lower half of the window and, above it, a dome view of the left
+// wall and one of the right wall, with gaps of two pixels between them. No
+// gestures, no cruise; the only input is the window's size.
+#include <new>
+
+#include "FisheyeCommon.h"
+#include "MLog.h"
+#include "ViewEffect.h"
+#include "WallCamera.h"
+
+namespace {
+
+// The side panes: equidistant lens law, s sign -, t sign +.
+const char kDomeFragment[] = "precision highp float;\n"
+                             "varying vec2 vTextureCoord;\n"
+                             "uniform float frad;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW
+                             "void main() {\n"
+                             "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"
+                             "    gl_FragColor = yuvToRgb(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n"
+                             "}\n";
+
+// The panorama: an equirectangular unwrap of the lens per pixel. (s, t) of
+// the rectangle become latitude and longitude on the unit sphere, z along
+// the lens axis; the direction's angle off the axis gives the radius by the
+// equidistant law (0.5 at 90 degrees, the rim), its angle about the axis
+// the direction in the picture.
+const char kPanoramaVertex[] = "uniform mat4 uMVPMatrix;\n"
+                               "attribute vec3 aPosition;\n"
+                               "attribute vec2 aTexCoor;\n"
+                               "varying vec2 vTextureCoord;\n"
+                               "void main() {\n"
+                               "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"
+                               "    vTextureCoord = aTexCoor;\n"
+                               "}\n";
+const char kPanoramaFragment[] = "precision highp float;\n"
+                                 "varying vec2 vTextureCoord;\n" GLSL_YUV_TO_RGB
+                                 "void main() {\n"
+                                 "    float latitude = 3.1415927 * vTextureCoord.s;\n"
+                                 "    float longitude = 3.1415927 * (1.0 - vTextureCoord.t);\n"
+                                 "    vec3 d = vec3(-sin(latitude) * cos(longitude), cos(latitude),\n"
+                                 "                  sin(latitude) * sin(longitude));\n"
+                                 "    float phi = atan(d.y, d.x) + 3.1415927;\n"
+                                 "    float p = (0.5 * acos(d.z)) / (3.1415927 / 2.0);\n"
+                                 "    gl_FragColor = yuvToRgb(vec2(p * cos(phi) + 0.5, p * sin(phi) + 0.5));\n"
+                                 "}\n";
+
+const float kDomeNear = 1.5f, kDomeFar = 25.0f;
+const float kCamZ = 2.0f;
+const float kViewLimit = 50.4f;   // how far the side panes look left and right
+const float kDepthGain = 1.0486f; // their forward shift at that pan
+// The panorama's rectangle, 3.3 by 2, seen through a 1.8 window at 1.0:
+// about 162 degrees of longitude across and 98 of latitude up.
+const float kHalfWidth = 1.65f, kHalfHeight = 1.0f, kPanoramaWindow = 0.9f;
+
+enum { kLeft = 0, kPanorama = 1, kRight = 2 };
+
+} // namespace
+
+extern const ViewTraits kWallThreeViewTraits = {LensBox::Square, false, false, false, false};
+
+class WallThreeView final : public ViewEffect {
+public:
+    WallThreeView() : ViewEffect("WallThreeView", kWallThreeViewTraits) { m_CruiseEnd = kCruiseEndsNever; }
+
+private:
+    MRESULT Build() override
+    {
+        DomeParams dome;
+        dome.zScale = 0.97f;
+        if (DomeMesh::Upload(m_Dome, dome) != 0) MLogInfo("[%s] WallThreeView::Initialize no mesh", MLOG_TAG);
+        const float v[12] = {-kHalfWidth, -kHalfHeight, 0, kHalfWidth, -kHalfHeight, 0,
+                             -kHalfWidth, kHalfHeight,  0, kHalfWidth, kHalfHeight,  0};
+        const float t[8] = {0, 0, 1, 0, 0, 1, 1, 1};
+        if (m_Rectangle.Upload(v, t, 4, GL_TRIANGLE_STRIP) != 0)
+            MLogInfo("[%s] WallThreeView::Initialize no rectangle", MLOG_TAG);
+        int failures = m_DomeProgram.Build("WallThreeView", FISHEYE_GLSL_DOME_VERTEX, kDomeFragment);
+        const GLint rad = m_DomeProgram.Uniform("WallThreeView", "frad", "mRadHandle");
+        if (rad < 0) failures++;
+        if (failures != 0 || !m_Dome) return 1;
+        m_DomeProgram.Use();
+        glUniform1f(rad, kFisheyeLensRadius);
+        m_PanoramaProgram.Build("WallThreeView", kPanoramaVertex, kPanoramaFragment); // a miss only logs
+        return 0;
+    }
+
+    // Panes in glViewport's terms, two pixels apart. The side panes' frustum
+    // takes their real width over height.
+    void Project(MLong w, MLong h) override
+    {
+        m_Pane[kLeft] = {0, h / 2 + 1, w / 2 - 1, h / 2 - 1};
+        m_Pane[kPanorama] = {0, 0, w, h / 2 - 1};
+        m_Pane[kRight] = {w / 2 + 1, h / 2 + 1, w / 2 - 1, h / 2 - 1};
+        for (int i : {kLeft, kRight}) {
+            const float ratio = m_Pane[i].h > 0 ? float(m_Pane[i].w) / float(m_Pane[i].h) : 1.0f;
+            m_Camera[i].setProjectFrustum(-ratio, ratio, -1.0f, 1.0f, kDomeNear, kDomeFar);
+        }
+        const float k = kPanoramaWindow;
+        m_Camera[kPanorama].setProjectFrustum(-k, k, -k, k, 1.0f, 30.0f);
+    }
+
+    void StepCamera() override {}
+
+    // The panorama first, then the left and the right wall.
+    void Draw(const Frame &f) override
+    {
+        auto none = [] {};
+        if (m_PanoramaProgram) {
+            auto camera = [](RotTranMatrix &m) {
+                m.setLookAt(0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f);
+                RotTranMatrix::rotate(m.mVMatrix, 90.0f, 0.0f, 0.0f, 1.0f);
+            };
+            m_Pane[kPanorama].Viewport();
+            DrawPass(m_Camera[kPanorama], camera, m_PanoramaProgram, m_Rectangle, f.pTextures, none);
+        }
+        // Each side pane looks 50.4 degrees to its side, moved forward as
+        // far as a pan to the diamond's rim moves the close pane of mode 8.
+        const float shift = WallDepthShift(0.0f, kViewLimit, kViewLimit, kDepthGain);
+        for (int i : {kLeft, kRight}) {
+            const float angle = i == kLeft ? -kViewLimit : kViewLimit;
+            auto camera = [&](RotTranMatrix &m) { WallDomeCamera(m, kCamZ, shift, 0.0f, angle); };
+            m_Pane[i].Viewport();
+            DrawPass(m_Camera[i], camera, m_DomeProgram, m_Dome, f.pTextures, none);
+        }
+    }
+
+    ViewProgram m_DomeProgram;
+    ViewProgram m_PanoramaProgram;
+    ViewMesh m_Dome;
+    ViewMesh m_Rectangle;
+    RotTranMatrix m_Camera[3] = {};
+    WallPane m_Pane[3] = {};
+};
+
+GlesRenderEffect *MakeWallThreeView(MDWord)
+{
+    return new (std::nothrow) WallThreeView();
+}
