@@ -64,17 +64,38 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "                0.5 + signT * fir * cos(s) / 2.0);\n"                      \
     "}\n"
 
-// What a pane's camera sees, for another pane that marks it (a map that
-// lights the area a perspective pane shows). The vertex stage passes the
-// position as the watching pane's matrix puts it, clip coordinates
-// (uMVPMatrixRect); fisheyeSeenByPane is true when that point lies inside
-// the pane's view volume, bounds included: inside its viewport and between
-// its near and far planes (x, y and z within -1..1 after the division by
-// |w|; a point behind the eye has |z| beyond |w| and fails).
-#define FISHEYE_GLSL_PANE_SEEN                                          \
-    "bool fisheyeSeenByPane(vec4 clip) {\n"                            \
-    "    vec3 p = clip.xyz / abs(clip.w);\n"                           \
-    "    return all(lessThanEqual(abs(p), vec3(1.0)));\n"              \
+// A map of the whole lens that lights what a pane sees. The map is drawn
+// with the pane's whole matrix of this frame in uMVPMatrixRect; a point is
+// lit (with `mode` 1) when it lies inside the pane's view volume, bounds
+// included: inside its viewport and between its near and far planes (x, y
+// and z within -1..1 after the division by |w|; a point behind the eye has
+// |z| beyond |w| and fails). Equidistant lens law, the views' sign pair.
+#define FISHEYE_GLSL_LIT_MAP_VERTEX                                       \
+    "uniform mat4 uMVPMatrix;\n"                                         \
+    "uniform mat4 uMVPMatrixRect;\n"                                     \
+    "attribute vec3 aPosition;\n"                                        \
+    "attribute vec2 aTexCoor;\n"                                         \
+    "varying vec2 vTextureCoord;\n"                                      \
+    "varying vec4 vPositionRect;\n"                                      \
+    "void main() {\n"                                                    \
+    "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"            \
+    "    vPositionRect = uMVPMatrixRect * vec4(aPosition, 1.0);\n"      \
+    "    vTextureCoord = aTexCoor;\n"                                    \
+    "}\n"
+
+#define FISHEYE_GLSL_LIT_MAP_FRAGMENT                                     \
+    "precision highp float;\n"                                           \
+    "varying vec2 vTextureCoord;\n"                                      \
+    "varying vec4 vPositionRect;\n"                                      \
+    "uniform float frad;\n"                                              \
+    "uniform float mode;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW        \
+    "void main() {\n"                                                    \
+    "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"      \
+    "    vec4 c = yuvToRgb(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n" \
+    "    vec3 p = vPositionRect.xyz / abs(vPositionRect.w);\n"          \
+    "    if (mode == 1.0 && all(lessThanEqual(abs(p), vec3(1.0))))\n"  \
+    "        c += vec4(0.3, 0.3, 0.3, 1.0);\n"                          \
+    "    gl_FragColor = c;\n"                                            \
     "}\n"
 
 // ------------------------------------------------------------ dome mesh

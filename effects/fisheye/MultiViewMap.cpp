@@ -13,33 +13,6 @@
 
 namespace {
 
-// uMVPMatrixRect is the perspective pane's matrix of this frame: a map
-// fragment is lit when that pane sees the same point of the bowl.
-const char kVertex[] = "uniform mat4 uMVPMatrix;\n"
-                       "uniform mat4 uMVPMatrixRect;\n"
-                       "attribute vec3 aPosition;\n"
-                       "attribute vec2 aTexCoor;\n"
-                       "varying vec2 vTextureCoord;\n"
-                       "varying vec4 vPositionRect;\n"
-                       "void main() {\n"
-                       "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"
-                       "    vPositionRect = uMVPMatrixRect * vec4(aPosition, 1.0);\n"
-                       "    vTextureCoord = aTexCoor;\n"
-                       "}\n";
-
-const char kFragment[] = "precision highp float;\n"
-                         "varying vec2 vTextureCoord;\n"
-                         "varying vec4 vPositionRect;\n"
-                         "uniform float frad;\n"
-                         "uniform float mode;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_PANE_SEEN
-                         "void main() {\n"
-                         "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"
-                         "    vec4 c = yuvToRgb(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n"
-                         "    if (mode == 1.0 && fisheyeSeenByPane(vPositionRect))\n"
-                         "        c += vec4(0.3, 0.3, 0.3, 1.0);\n"
-                         "    gl_FragColor = c;\n"
-                         "}\n";
-
 const float kNear = 1.0f, kFar = 25.0f;
 // Eye distances: the perspective pane, the map (from there the bowl's rim
 // fills 6 / 6.2 of the map's half side).
@@ -90,7 +63,7 @@ private:
     MRESULT Build() override
     {
         DomeMesh::Upload(m_Dome, DomeParams());
-        m_Program.Build("MultiViewMap", kVertex, kFragment);
+        m_Program.Build("MultiViewMap", FISHEYE_GLSL_LIT_MAP_VERTEX, FISHEYE_GLSL_LIT_MAP_FRAGMENT);
         const char *where = "MultiViewMap";
         const GLint rad = m_Program.Uniform(where, "frad", "mRadHandle");
         muRect = m_Program.Uniform(where, "uMVPMatrixRect", "muMVPMatrixRectHandle");

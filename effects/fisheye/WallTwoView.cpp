@@ -15,35 +15,6 @@
 
 namespace {
 
-// Pane 1 (the overview) is drawn with uMVPMatrixRect, the close pane's
-// whole matrix of this frame: a dome point that falls inside the close
-// pane's clip volume is one the close pane shows, and is lit.
-const char kVertex[] = "uniform mat4 uMVPMatrix;\n"
-                       "uniform mat4 uMVPMatrixRect;\n"
-                       "attribute vec3 aPosition;\n"
-                       "attribute vec2 aTexCoor;\n"
-                       "varying vec2 vTextureCoord;\n"
-                       "varying vec4 vPositionRect;\n"
-                       "void main() {\n"
-                       "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"
-                       "    vPositionRect = uMVPMatrixRect * vec4(aPosition, 1.0);\n"
-                       "    vTextureCoord = aTexCoor;\n"
-                       "}\n";
-
-const char kFragment[] = "precision highp float;\n"
-                         "varying vec2 vTextureCoord;\n"
-                         "varying vec4 vPositionRect;\n"
-                         "uniform float frad;\n"
-                         "uniform float mode;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW
-                         "void main() {\n"
-                         "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"
-                         "    vec4 c = yuvToRgb(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n"
-                         "    vec3 p = vPositionRect.xyz / abs(vPositionRect.w);\n"
-                         "    if (mode == 1.0 && all(lessThanEqual(abs(p), vec3(1.0))))\n"
-                         "        c += vec4(0.3, 0.3, 0.3, 1.0);\n"
-                         "    gl_FragColor = c;\n"
-                         "}\n";
-
 const float kNear = 1.5f, kFar = 25.0f;
 const float kViewLimit = 50.4f;   // 0x4249999A
 const float kDepthGain = 1.0486f; // 0x3F863886
@@ -93,7 +64,7 @@ private:
     MRESULT Build() override
     {
         if (DomeMesh::Upload(m_Dome, DomeParams()) != 0) MLogInfo("[%s] WallTwoView::Initialize no mesh", MLOG_TAG);
-        m_Program.Build("WallTwoView", kVertex, kFragment);
+        m_Program.Build("WallTwoView", FISHEYE_GLSL_LIT_MAP_VERTEX, FISHEYE_GLSL_LIT_MAP_FRAGMENT);
         const char *where = "WallTwoView";
         const GLint rad = m_Program.Uniform(where, "frad", "mRadHandle");
         muRect = m_Program.Uniform(where, "uMVPMatrixRect", "muMVPMatrixRectHandle");
