@@ -338,3 +338,25 @@ void WallPaneView::DoubleTap(float, float)
 {
     if (m_nInit.load()) m_Cam.DoubleTap();
 }
+
+bool WallPaneView::BuildStretched(const char *fragment)
+{
+    m_Program.Build(m_szViewName, WALL_GLSL_STRETCH_VERTEX, fragment);
+    muXCoff = m_Program.Uniform(m_szViewName, "xCoff", "xCoff");
+    muYCoff = m_Program.Uniform(m_szViewName, "yCoff", "yCoff");
+    muZCoff = m_Program.Uniform(m_szViewName, "zCoff", "zCoff");
+    return muXCoff >= 0 && muYCoff >= 0 && muZCoff >= 0;
+}
+
+void WallPaneView::DrawStretched(const Frame &f)
+{
+    const float scale = mScaleRatio.load();
+    const WallStretch s = m_Cam.Drawn().stretch;
+    auto camera = [&](RotTranMatrix &m) { m_Cam.Apply(m, scale); };
+    auto uniforms = [&] {
+        glUniform1f(muXCoff, s.x);
+        glUniform1f(muYCoff, s.y);
+        glUniform1f(muZCoff, s.z);
+    };
+    DrawPass(m_Camera, camera, m_Program, m_Dome, f.pTextures, uniforms);
+}

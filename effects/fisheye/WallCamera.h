@@ -151,7 +151,16 @@ protected:
     // What a view does before the zoom's step when no cruise runs.
     virtual void BeforeStep() {}
 
+    // The pane's program: WALL_GLSL_STRETCH_VERTEX with the view's
+    // fragment stage; false when a stretch uniform is missing.
+    bool BuildStretched(const char *fragment);
+    // One pass of the dome with the camera and stretch of this frame.
+    void DrawStretched(const Frame &f);
+
     RotTranMatrix m_Camera = {};
+    ViewProgram m_Program;
+    ViewMesh m_Dome;
+    GLint muXCoff = -1, muYCoff = -1, muZCoff = -1;
     WallPaneCamera m_Cam;
     Relaxed<float> mScaleRatio{1.0f};
     Relaxed<float> mMaxScale{4.0f};

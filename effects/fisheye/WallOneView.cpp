@@ -45,33 +45,14 @@ private:
     MRESULT Build() override
     {
         if (DomeMesh::Upload(m_Dome, DomeParams()) != 0) MLogInfo("[%s] WallOneView::Initialize no mesh", MLOG_TAG);
-        m_Program.Build("WallOneView", WALL_GLSL_STRETCH_VERTEX, kFragment);
-        const char *where = "WallOneView";
-        const GLint rad = m_Program.Uniform(where, "frad", "mRadHandle");
-        muXCoff = m_Program.Uniform(where, "xCoff", "xCoff");
-        muYCoff = m_Program.Uniform(where, "yCoff", "yCoff");
-        muZCoff = m_Program.Uniform(where, "zCoff", "zCoff");
+        const bool built = BuildStretched(kFragment);
+        const GLint rad = m_Program.Uniform("WallOneView", "frad", "mRadHandle");
         m_Program.Use();
         glUniform1f(rad, kFisheyeLensRadius);
-        return (rad < 0 || muXCoff < 0 || muZCoff < 0 || !m_Dome) ? 1 : 0;
+        return (!built || rad < 0 || !m_Dome) ? 1 : 0;
     }
 
-    void Draw(const Frame &f) override
-    {
-        const float scale = mScaleRatio.load();
-        const WallStretch s = m_Cam.Drawn().stretch;
-        auto camera = [&](RotTranMatrix &m) { m_Cam.Apply(m, scale); };
-        auto uniforms = [&] {
-            glUniform1f(muXCoff, s.x);
-            glUniform1f(muYCoff, s.y);
-            glUniform1f(muZCoff, s.z);
-        };
-        DrawPass(m_Camera, camera, m_Program, m_Dome, f.pTextures, uniforms);
-    }
-
-    ViewProgram m_Program;
-    GLint muXCoff = -1, muYCoff = -1, muZCoff = -1;
-    ViewMesh m_Dome;
+    void Draw(const Frame &f) override { DrawStretched(f); }
 };
 
 GlesRenderEffect *MakeWallOneView(MDWord)

@@ -72,15 +72,8 @@ private:
     MRESULT Build() override
     {
         if (UploadDome(kDefaultAspect, false) != 0) MLogInfo("[%s] WallOneView180::Initialize no mesh", MLOG_TAG);
-        m_Program.Build("WallOneView180", WALL_GLSL_STRETCH_VERTEX, kFragment);
-        const char *where = "WallOneView180";
-        muXCoff = m_Program.Uniform(where, "xCoff", "xCoff");
-        muYCoff = m_Program.Uniform(where, "yCoff", "yCoff");
-        muZCoff = m_Program.Uniform(where, "zCoff", "zCoff");
-        return (muXCoff < 0 || muYCoff < 0 || muZCoff < 0 || m_Program.aTexCoor < 0 || m_Program.uMVPMatrix < 0 ||
-                !m_Dome)
-                   ? 1
-                   : 0;
+        const bool built = BuildStretched(kFragment);
+        return (!built || m_Program.aTexCoor < 0 || m_Program.uMVPMatrix < 0 || !m_Dome) ? 1 : 0;
     }
 
     // The coordinates for a picture of `aspect`, uploaded once a shape.
@@ -130,20 +123,9 @@ private:
         const float aspect = f.videoWidth > 0 && f.videoHeight > 0 ? float(f.videoWidth) / float(f.videoHeight)
                                                                    : kDefaultAspect;
         if (aspect != m_fAspect) UploadDome(aspect, true);
-        const float scale = mScaleRatio.load();
-        const WallStretch s = m_Cam.Drawn().stretch;
-        auto camera = [&](RotTranMatrix &m) { m_Cam.Apply(m, scale); };
-        auto uniforms = [&] {
-            glUniform1f(muXCoff, s.x);
-            glUniform1f(muYCoff, s.y);
-            glUniform1f(muZCoff, s.z);
-        };
-        DrawPass(m_Camera, camera, m_Program, m_Dome, f.pTextures, uniforms);
+        DrawStretched(f);
     }
 
-    ViewProgram m_Program;
-    GLint muXCoff = -1, muYCoff = -1, muZCoff = -1;
-    ViewMesh m_Dome;
     float m_fAspect = 0.0f;
     Relaxed<unsigned char> bTouchReleased{1}; // no finger on the view
 };
