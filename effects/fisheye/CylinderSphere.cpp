@@ -15,15 +15,6 @@
 
 namespace {
 
-const char kVertex[] = "uniform mat4 uMVPMatrix;\n"
-                       "attribute vec3 aPosition;\n"
-                       "attribute vec2 aTexCoor;\n"
-                       "varying vec2 vTextureCoord;\n"
-                       "void main() {\n"
-                       "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"
-                       "    vTextureCoord = aTexCoor;\n"
-                       "}\n";
-
 const char kFragment[] = "precision highp float;\n"
                          "varying vec2 vTextureCoord;\n" GLSL_YUV_TO_RGB
                          "void main() {\n"
@@ -107,7 +98,7 @@ private:
     {
         DomeParams params;
         DomeMesh::Upload(m_Shape, params, ShapeVertex, const_cast<Flavour *>(&m_F));
-        if (m_Program.Build("CylinderSphere", kVertex, kFragment) != 0) return -1;
+        if (m_Program.Build("CylinderSphere", FISHEYE_GLSL_DOME_VERTEX, kFragment) != 0) return -1;
         return m_Shape ? 0 : 3;
     }
 

@@ -25,14 +25,6 @@ const char kDomeFragment[] = "precision highp float;\n"
 // the lens axis; the direction's angle off the axis gives the radius by the
 // equidistant law (0.5 at 90 degrees, the rim), its angle about the axis
 // the direction in the picture.
-const char kPanoramaVertex[] = "uniform mat4 uMVPMatrix;\n"
-                               "attribute vec3 aPosition;\n"
-                               "attribute vec2 aTexCoor;\n"
-                               "varying vec2 vTextureCoord;\n"
-                               "void main() {\n"
-                               "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"
-                               "    vTextureCoord = aTexCoor;\n"
-                               "}\n";
 const char kPanoramaFragment[] = "precision highp float;\n"
                                  "varying vec2 vTextureCoord;\n" GLSL_YUV_TO_RGB
                                  "void main() {\n"
@@ -80,7 +72,7 @@ private:
         if (failures != 0 || !m_Dome) return 1;
         m_DomeProgram.Use();
         glUniform1f(rad, kFisheyeLensRadius);
-        m_PanoramaProgram.Build("WallThreeView", kPanoramaVertex, kPanoramaFragment); // a miss only logs
+        m_PanoramaProgram.Build("WallThreeView", FISHEYE_GLSL_DOME_VERTEX, kPanoramaFragment); // a miss only logs
         return 0;
     }
 
