@@ -454,6 +454,7 @@ void CWinOpenGLDisplay::Internal_Blit()
         m_dwNewestDrawn.store(dwSerial, std::memory_order_release);
     }
     if (!bReleased) pFrameMutex->Unlock();
+    if (!bStale) m_pRenderer->DeliverHostEvents();
 }
 
 MRESULT CWinOpenGLDisplay::Internal_Init()

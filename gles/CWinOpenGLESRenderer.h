@@ -66,6 +66,10 @@ public:
     // Cheap and never blocks; the render thread asks it while idle.
     bool WindowNeedsRedraw();
     void SetFishEyeMode(MLong nFishEyeMode);
+    // After a Render, with no lock held: tells the host of a changed cruise
+    // state and of an edge the view met while it drew. Its callback may
+    // call the display again, even rebuild the renderer.
+    void DeliverHostEvents();
     void Uninitialize();
     // Reads the surface as the last draw left it (RGBA, bottom row first).
     // Result ZT5_SNAPSHOT_RGBA, -1 for no memory, ZT5_ERR_DISPLAY_CREATE when
@@ -116,6 +120,7 @@ private:
     void CreateEffect(MDWord mode);
     bool UploadPlanes(unsigned char *const *planes, const MLong *strides); // false: nothing uploaded
     void ReportCruiseState(MLong state);
+    void SendHostEvent(MDWord dwParamId, MDWord dwValue); // under the record's mutex
     MRESULT ReadSurface(void **ppBuffer, MDWord *pWidth, MDWord *pHeight); // GL part of a capture
     MRESULT InitializeLocked(MGLDisplayContext *pDisplayContext, MLong lWidth, MLong lHeight);
 
@@ -148,6 +153,9 @@ private:
     GLsizei m_TextureHeight[3] = {0, 0, 0};
     bool m_bPlanesUploaded = false;        // the textures hold a frame
     bool m_bWantsAnotherFrame = false;     // render thread only
+    bool m_bDrawn = false;                 // a view has drawn on this surface
+    MLong m_lCruiseSeen = -1;              // render thread: the last draw's cruise state
+    MDWord m_dwEdgeSeen = 0;               // render thread: edges met while drawing
     std::atomic<MDWord> m_FishEyeMode{0};
     // Slots are read by host threads while the render thread fills them.
     std::atomic<GlesRenderEffect *> m_RenderEffect[GL_RENDER_MODE_COUNT] = {};
