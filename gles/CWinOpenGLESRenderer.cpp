@@ -102,6 +102,15 @@ static bool AllFinite(std::initializer_list<float> values)
     return true;
 }
 
+// A point far outside any window is brought to this distance: the views add
+// differences of points to their angles, and two points near the largest
+// float would make an infinite difference.
+static float Bounded(float v)
+{
+    const float kMaxCoordinate = 1.0e6f;
+    return std::max(-kMaxCoordinate, std::min(kMaxCoordinate, v));
+}
+
 std::unique_lock<std::recursive_mutex> CWinOpenGLESRenderer::LockViews()
 {
     // The render thread is the one that deletes views: it calls them as they
@@ -778,6 +787,7 @@ void CWinOpenGLESRenderer::SetFishEyeCruiseVelocity(float velocity)
 void CWinOpenGLESRenderer::OnTouchDown(float x, float y)
 {
     if (!AllFinite({x, y})) return;
+    x = Bounded(x), y = Bounded(y);
     m_fLastX.store(x, std::memory_order_relaxed);
     m_fLastY.store(y, std::memory_order_relaxed);
     WithCurrentEffect([&](GlesRenderEffect *e) { e->OnTouchDown(x, y); });
@@ -786,6 +796,7 @@ void CWinOpenGLESRenderer::OnTouchDown(float x, float y)
 void CWinOpenGLESRenderer::OnTouchUp(float x, float y)
 {
     if (!AllFinite({x, y})) return;
+    x = Bounded(x), y = Bounded(y);
     WithCurrentEffect([&](GlesRenderEffect *e) { e->OnTouchUp(x, y); });
     m_fLastX.store(x, std::memory_order_relaxed);
     m_fLastY.store(y, std::memory_order_relaxed);
@@ -794,6 +805,7 @@ void CWinOpenGLESRenderer::OnTouchUp(float x, float y)
 void CWinOpenGLESRenderer::OnTouchMove(float px, float py, float x, float y)
 {
     if (!AllFinite({px, py, x, y})) return;
+    px = Bounded(px), py = Bounded(py), x = Bounded(x), y = Bounded(y);
     WithCurrentEffect([&](GlesRenderEffect *e) { e->OnTouchMove(px, py, x, y); });
     m_fLastX.store(x, std::memory_order_relaxed);
     m_fLastY.store(y, std::memory_order_relaxed);
@@ -802,6 +814,7 @@ void CWinOpenGLESRenderer::OnTouchMove(float px, float py, float x, float y)
 void CWinOpenGLESRenderer::OnTouchPinch(float fZoomRate, float x, float y)
 {
     if (!AllFinite({fZoomRate, x, y})) return;
+    x = Bounded(x), y = Bounded(y);
     double dx = (double(x) - double(m_fLastX.load(std::memory_order_relaxed))) * 0.1;
     double dy = (double(y) - double(m_fLastY.load(std::memory_order_relaxed))) * 0.1;
     WithCurrentEffect([&](GlesRenderEffect *e) { e->OnTouchPinch(fZoomRate, float(dx), float(dy)); });
@@ -812,6 +825,7 @@ void CWinOpenGLESRenderer::OnTouchPinch(float fZoomRate, float x, float y)
 void CWinOpenGLESRenderer::OnDoubleClick(float x, float y)
 {
     if (!AllFinite({x, y})) return;
+    x = Bounded(x), y = Bounded(y);
     WithCurrentEffect([&](GlesRenderEffect *e) { e->OnDoubleClick(x, y); });
     m_fLastX.store(x, std::memory_order_relaxed);
     m_fLastY.store(y, std::memory_order_relaxed);
