@@ -156,6 +156,34 @@ TEST_F(Reliability, WindowDestroyedWhileDrawingThenANewOneAndUnmapRemap)
     SaveShot(shot);
 }
 
+// A snapshot before anything was drawn has no picture to give, and one taken
+// right after the window shrank, before the next draw, reads no more than the
+// window still holds (reading the last draw's size crashed in the driver).
+TEST_F(Reliability, SnapshotsBeforeTheFirstDrawAndRightAfterAShrink)
+{
+    Rig rig(320, 240);
+    ASSERT_TRUE(rig.ok());
+    harness::Display &d = rig.display;
+    ASSERT_EQ(rig.Init(), ZT5_OK);
+    // Hidden, a frame makes the renderer but no draw.
+    Frame grey(320, 240, kGrey);
+    d.SetU32(ZT5_CFG_DISPLAY_STATUS, 0);
+    for (int i = 0; i < 5; i++) d.Push(grey);
+    Image img;
+    EXPECT_FALSE(d.Snapshot(&img)) << "a picture before the first draw: " << img.width << "x" << img.height;
+    d.SetU32(ZT5_CFG_DISPLAY_STATUS, 1);
+    ASSERT_TRUE(d.PushUntil(grey, CentreNear(Shown(kGrey))));
+    for (int round = 0; round < 6; round++) {
+        const int w = round % 2 ? 320 : 96, h = round % 2 ? 240 : 64;
+        ASSERT_TRUE(rig.window.Resize(w, h));
+        if (d.Snapshot(&img)) {
+            EXPECT_TRUE(img.width <= w && img.height <= h) << img.width << "x" << img.height;
+        }
+        d.Push(grey);
+    }
+    EXPECT_TRUE(d.PushUntil(grey, [](const Image &i) { return i.width == 320 && i.height == 240; }, &img));
+}
+
 // The host's callback, told of an edge from inside a drag, gives the display
 // a new window. The rebuild that follows waits for the render thread, which
 // must not wait for the drag in turn.
