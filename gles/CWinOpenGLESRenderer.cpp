@@ -448,23 +448,15 @@ CWinOpenGLESRenderer::Timings CWinOpenGLESRenderer::GetTimings() const
 
 void CWinOpenGLESRenderer::DeliverHostEvents()
 {
-    if (m_dwEdgeSeen) SendHostEvent(ZT5_CFG_DISPLAY_EDGE_EVENT, m_dwEdgeSeen);
+    if (m_dwEdgeSeen) m_Courier.Post(m_pUICallback.load(std::memory_order_relaxed), ZT5_CFG_DISPLAY_EDGE_EVENT, m_dwEdgeSeen);
     m_dwEdgeSeen = 0;
     ReportCruiseState(m_lCruiseSeen);
 }
 
 void CWinOpenGLESRenderer::SendHostEvent(MDWord dwParamId, MDWord dwValue)
 {
-    ZT5UICallbackRecord *pRecord = m_pUICallback.load(std::memory_order_relaxed);
-    if (!pRecord) return;
-    CZT5Mutex *pRecordMutex = static_cast<CZT5Mutex *>(pRecord->pMutex);
-    if (pRecordMutex) pRecordMutex->Lock();
-    pRecord->msg.dwEvent = ZT5_UI_EVENT;
-    pRecord->msg.dwValue1 = dwValue;
-    pRecord->msg.dwValue2 = dwValue;
-    pRecord->msg.dwParamID = dwParamId;
-    if (pRecord->pfnCallback) pRecord->pfnCallback(&pRecord->msg, pRecord->pArg);
-    if (pRecordMutex) pRecordMutex->Unlock();
+    if (ZT5UICallbackRecord *pRecord = m_pUICallback.load(std::memory_order_relaxed))
+        HostEventCourier::Deliver(pRecord, dwParamId, dwValue);
 }
 
 void CWinOpenGLESRenderer::ReportCruiseState(MLong state)
@@ -478,9 +470,10 @@ void CWinOpenGLESRenderer::ReportCruiseState(MLong state)
         m_lastCuriseState = state;
         return;
     }
-    if (!m_pUICallback.load(std::memory_order_relaxed) || state == m_lastCuriseState) return;
+    ZT5UICallbackRecord *pRecord = m_pUICallback.load(std::memory_order_relaxed);
+    if (!pRecord || state == m_lastCuriseState) return;
     m_lastCuriseState = state;
-    SendHostEvent(ZT5_CFG_DISPLAY_CURISE_STATE_EVENT, MDWord(state));
+    m_Courier.Post(pRecord, ZT5_CFG_DISPLAY_CURISE_STATE_EVENT, MDWord(state));
 }
 
 bool CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLong *strides)

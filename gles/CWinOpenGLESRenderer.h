@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "EglObjects.h"
+#include "HostEventCourier.h"
 #include "GlesRenderEffect.h"
 #include "WindowWatch.h"
 #include "MDisplayMgr.h"
@@ -66,9 +67,8 @@ public:
     // Cheap and never blocks; the render thread asks it while idle.
     bool WindowNeedsRedraw();
     void SetFishEyeMode(MLong nFishEyeMode);
-    // After a Render, with no lock held: tells the host of a changed cruise
-    // state and of an edge the view met while it drew. Its callback may
-    // call the display again, even rebuild the renderer.
+    // After a Render, with no lock held: hands the courier a changed cruise
+    // state and an edge the view met while it drew, for the host.
     void DeliverHostEvents();
     void Uninitialize();
     // Reads the surface as the last draw left it (RGBA, bottom row first).
@@ -120,7 +120,8 @@ private:
     void CreateEffect(MDWord mode);
     bool UploadPlanes(unsigned char *const *planes, const MLong *strides); // false: nothing uploaded
     void ReportCruiseState(MLong state);
-    void SendHostEvent(MDWord dwParamId, MDWord dwValue); // under the record's mutex
+    // To the host at once, on the calling (gesture) thread, no lock held.
+    void SendHostEvent(MDWord dwParamId, MDWord dwValue);
     MRESULT ReadSurface(void **ppBuffer, MDWord *pWidth, MDWord *pHeight); // GL part of a capture
     MRESULT InitializeLocked(MGLDisplayContext *pDisplayContext, MLong lWidth, MLong lHeight);
 
@@ -171,6 +172,7 @@ private:
     std::atomic<MDWord> m_CruiseState{0};
     std::atomic<float> m_fAutoCuriseVelocity{1.0f};
     std::atomic<ZT5UICallbackRecord *> m_pUICallback{nullptr};
+    HostEventCourier m_Courier; // the render thread's events to the host
     MLong m_lastCuriseState = -2;
     FECurrentStatusData m_FECurrentStatusData = {};
     float m_fScaleRatio = 1.0f;

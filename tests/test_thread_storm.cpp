@@ -120,7 +120,7 @@ TEST(Storm, EveryHostCallAtOnceOnTwoDisplays)
             std::_Exit(1);
         }
     EXPECT_EQ(ops.load(), 8L * kOpsPerThread);
-    std::printf("%ld operations; draws: %u and %u\n", ops.load(), Stats(a.display).dwDraws, Stats(b.display).dwDraws);
+    std::printf("%ld operations\n", ops.load());
 
     // Calm again: on the high handle, shown, each display draws a new frame.
     for (Rig *r : {&a, &b}) {
