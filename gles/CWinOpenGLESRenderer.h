@@ -66,6 +66,9 @@ public:
     // surface has another size than the last draw used, or it was exposed.
     // Cheap and never blocks; the render thread asks it while idle.
     bool WindowNeedsRedraw();
+    // Render thread: the window was destroyed and another took its id; the
+    // surface must be made anew.
+    bool WindowReplaced() { return m_WindowWatch.Replaced(); }
     void SetFishEyeMode(MLong nFishEyeMode);
     // After a Render, with no lock held: hands the courier a changed cruise
     // state and an edge the view met while it drew, for the host.

@@ -76,3 +76,15 @@ bool WindowWatch::Gone()
     Poll();
     return m_bGone;
 }
+
+bool WindowWatch::Replaced()
+{
+    if (!Gone()) return false;
+    xcb_generic_error_t *pError = nullptr;
+    xcb_get_geometry_reply_t *pReply =
+        xcb_get_geometry_reply(m_pConnection, xcb_get_geometry(m_pConnection, m_window), &pError);
+    std::free(pError);
+    const bool bExists = pReply != nullptr;
+    std::free(pReply);
+    return bExists;
+}

@@ -36,6 +36,10 @@ public:
     bool Exists();
     // True once the window's destruction has been seen. Never blocks.
     bool Gone();
+    // True when the window was destroyed and a window of the same id exists
+    // now: X hands out the ids of a closed connection again, so a host's new
+    // window may carry the old one's id. One round trip while gone.
+    bool Replaced();
 
 private:
     xcb_connection_t *m_pConnection = nullptr;

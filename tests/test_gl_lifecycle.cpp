@@ -65,10 +65,13 @@ Usage Measure()
     return {CountEntries("/proc/self/task"), CountEntries("/proc/self/fd"), ResidentKb()};
 }
 
+// Posts `f` and waits until a draw has shown it (long enough for the first
+// draw of a view under valgrind); posts it again now and then, since a post
+// may land before the renderer is up.
 bool DrawnNewest(Display &d, Frame &f)
 {
-    for (int i = 0; i < kPollRounds; i++) {
-        d.Push(f);
+    for (int i = 0; i < 20 * kPollRounds; i++) {
+        if (i % 50 == 0) d.Push(f);
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
         ZT5RenderStats s = {};
         d->GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS, &s);

@@ -156,6 +156,29 @@ TEST_F(Reliability, WindowDestroyedWhileDrawingThenANewOneAndUnmapRemap)
     SaveShot(shot);
 }
 
+// X hands out the ids of a closed connection again: the host's new window
+// may carry the id of the one it destroyed. The display draws on it.
+TEST_F(Reliability, ANewWindowWithTheIdOfTheDestroyedOne)
+{
+    auto first = std::make_unique<XWindow>(320, 240);
+    harness::Display d;
+    ASSERT_TRUE(first->ok() && d.ok());
+    d.SetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 1);
+    ASSERT_EQ(d.Init(*first), ZT5_OK);
+    Frame grey(320, 240, kGrey), red(320, 240, kRed);
+    ASSERT_TRUE(d.PushUntil(grey, CentreNear(Shown(kGrey))));
+    const uint32_t id = first->id();
+    first.reset();
+    for (int i = 0; i < 10; i++) d.Push(grey), std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    XWindow second(200, 150);
+    ASSERT_TRUE(second.ok());
+    if (second.id() != id) GTEST_SKIP() << "the X server gave the new window another id";
+    ASSERT_EQ(d.SetWindow(second.id(), 200, 150), ZT5_OK);
+    Image shot;
+    EXPECT_TRUE(d.PushUntil(red, CentreNear(Shown(kRed)), &shot)) << "nothing drawn on the new window";
+    EXPECT_EQ(shot.width, 200);
+}
+
 // A snapshot before anything was drawn has no picture to give, and one taken
 // right after the window shrank, before the next draw, reads no more than the
 // window still holds (reading the last draw's size crashed in the driver).
