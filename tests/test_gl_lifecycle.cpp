@@ -11,6 +11,7 @@
 
 #include <dirent.h>
 #include <unistd.h>
+#include <valgrind/valgrind.h>
 
 #include <chrono>
 #include <cstdio>
@@ -128,6 +129,8 @@ TEST(Lifecycle, CyclesLeaveNoThreadsFilesOrMemoryBehind)
     EXPECT_EQ(after.threads, before.threads);
     EXPECT_EQ(after.fds, before.fds);
     // Allocator fragmentation may add a little whatever the count; a leak
-    // of a frame copy, a texture or a view a cycle grows with it.
-    EXPECT_LT(after.rssKb - before.rssKb, 8192 + 16L * cycles) << "resident memory grows with the cycles";
+    // of a frame copy, a texture or a view a cycle grows with it. Under
+    // valgrind the resident memory is valgrind's; memcheck judges there.
+    if (!RUNNING_ON_VALGRIND)
+        EXPECT_LT(after.rssKb - before.rssKb, 8192 + 16L * cycles) << "resident memory grows with the cycles";
 }
