@@ -11,6 +11,13 @@ extern const ViewTraits kHalfSphereTraits;
 GlesRenderEffect *MakeHalfSphere(MDWord dwFEPlatform);
 extern const ViewTraits kCylinderSideTraits;
 GlesRenderEffect *MakeCylinderSide(MDWord dwFEPlatform);
+extern const ViewTraits kMultiViewTraits;
+GlesRenderEffect *MakeMultiView(MDWord dwFEPlatform);
+extern const ViewTraits kMultiViewMapTraits;
+GlesRenderEffect *MakeMultiViewMap(MDWord dwFEPlatform);
+extern const ViewTraits kCylinderSphereTraits;
+GlesRenderEffect *MakeCylinderSphere(MDWord dwFEPlatform);
+GlesRenderEffect *MakeCylinderDome(MDWord dwFEPlatform);
 
 namespace {
 
@@ -30,7 +37,6 @@ private:
 
 // Traits: lens box, depth test, background layers, opening animation, cruise.
 const ViewTraits kSquareTraits = {LensBox::Square, false, false, false, false};
-const ViewTraits kDepthTraits = {LensBox::Square, true, false, false, false};
 const ViewTraits kRectangleTraits = {LensBox::Rectangle, false, false, false, false};
 
 struct ViewEntry {
@@ -42,10 +48,10 @@ const ViewEntry kViews[FISHEYE_MODE_MAX + 1] = {
     {&kCommonEffectTraits, MakeCommonEffect},  // 0 plain view
     {&kHalfSphereTraits, MakeHalfSphere},      // 1 half sphere
     {&kCylinderSideTraits, MakeCylinderSide},  // 2 panorama strip
-    {&kSquareTraits, nullptr},                 // 3 four panes
-    {&kSquareTraits, nullptr},                 // 4 map and perspective pane
-    {&kDepthTraits, nullptr},                  // 5 cylinder from outside
-    {&kDepthTraits, nullptr},                  // 6 dome from outside
+    {&kMultiViewTraits, MakeMultiView},        // 3 four panes
+    {&kMultiViewMapTraits, MakeMultiViewMap},  // 4 map and perspective pane
+    {&kCylinderSphereTraits, MakeCylinderSphere}, // 5 cylinder from outside
+    {&kCylinderSphereTraits, MakeCylinderDome},   // 6 dome from outside
     {&kSquareTraits, nullptr},                 // 7 wall: panorama under two side views
     {&kSquareTraits, nullptr},                 // 8 wall: overview and close pane
     {&kSquareTraits, nullptr},                 // 9 wall: one pane

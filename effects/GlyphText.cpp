@@ -11,15 +11,6 @@
 
 namespace {
 
-const char kVertexShader[] = "attribute vec4 aPosition;\n"
-                             "attribute vec2 aTexCoor;\n"
-                             "uniform mat4 uMVPMatrix;\n"
-                             "varying vec2 vTexCoor;\n"
-                             "void main() {\n"
-                             "  gl_Position = uMVPMatrix * aPosition;\n"
-                             "  vTexCoor = aTexCoor;\n"
-                             "}\n";
-
 const char kFragmentShader[] = "precision mediump float;\n"
                                "uniform sampler2D uTexture;\n"
                                "uniform vec3 uColor;\n"
@@ -126,19 +117,13 @@ MRESULT GlyphText::Init(const char *pFontPath)
     m_nLineHeight = int(ft.face->glyph->metrics.vertAdvance >> 6) + kBaseMargin;
     if (m_nLineHeight <= kBaseMargin) m_nLineHeight = 48 + kBaseMargin;
 
-    m_Program = GlProgram::Adopt(buildProgram(kVertexShader, kFragmentShader));
-    if (!m_Program) {
+    if (!m_Quad.Build(kFragmentShader)) {
         ReleaseGlyphs();
         return -1;
     }
-    const GLuint p = m_Program.id();
-    m_aPosition = glGetAttribLocation(p, "aPosition");
-    m_aTexCoor = glGetAttribLocation(p, "aTexCoor");
-    m_uMVPMatrix = glGetUniformLocation(p, "uMVPMatrix");
-    m_uTexture = glGetUniformLocation(p, "uTexture");
-    m_uColor = glGetUniformLocation(p, "uColor");
+    m_uColor = m_Quad.Uniform("uColor");
     m_Texture = GlTexture::Create();
-    if (m_aPosition < 0 || m_aTexCoor < 0 || !m_Texture) {
+    if (!m_Texture) {
         ReleaseGlyphs();
         return -1;
     }
@@ -229,20 +214,7 @@ void GlyphText::Draw(const float *mvp, const float colour[3], float x, float y, 
     // is the top of the line.
     const float positions[12] = {x, y, 0.0f, x + w, y, 0.0f, x, y + h, 0.0f, x + w, y + h, 0.0f};
     const float texCoords[8] = {0, 1, 1, 1, 0, 0, 1, 0};
-    glUseProgram(m_Program.id());
-    glVertexAttribPointer(GLuint(m_aPosition), 3, GL_FLOAT, GL_FALSE, 0, positions);
-    glEnableVertexAttribArray(GLuint(m_aPosition));
-    glVertexAttribPointer(GLuint(m_aTexCoor), 2, GL_FLOAT, GL_FALSE, 0, texCoords);
-    glEnableVertexAttribArray(GLuint(m_aTexCoor));
-    glUniformMatrix4fv(m_uMVPMatrix, 1, GL_FALSE, mvp);
+    m_Quad.Begin();
     glUniform3fv(m_uColor, 1, colour);
-    glActiveTexture(GL_TEXTURE0);
-    glBindTexture(GL_TEXTURE_2D, m_Texture.id());
-    glUniform1i(m_uTexture, 0);
-    glEnable(GL_BLEND);
-    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
-    glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
-    glDisable(GL_BLEND);
-    glDisableVertexAttribArray(GLuint(m_aPosition));
-    glDisableVertexAttribArray(GLuint(m_aTexCoor));
+    m_Quad.Draw(mvp, positions, texCoords, m_Texture.id());
 }

@@ -7,6 +7,7 @@
 #define PANOVIEW_GLYPHTEXT_H
 
 #include "GlObjects.h"
+#include "OverlayQuad.h"
 #include "MRuntime.h"
 
 class GlyphText {
@@ -59,11 +60,7 @@ private:
     unsigned char *m_pLine = nullptr; // composed line, grows, never shrinks
     size_t m_nLineSize = 0;
 
-    GlProgram m_Program;
-    GLint m_aPosition = -1;
-    GLint m_aTexCoor = -1;
-    GLint m_uMVPMatrix = -1;
-    GLint m_uTexture = -1;
+    OverlayQuad m_Quad;
     GLint m_uColor = -1;
     GlTexture m_Texture;
 };

@@ -7,15 +7,6 @@
 
 namespace {
 
-const char kVertexShader[] = "attribute vec4 aPosition;\n"
-                             "attribute vec2 aTexCoor;\n"
-                             "uniform mat4 uMVPMatrix;\n"
-                             "varying vec2 vTexCoor;\n"
-                             "void main() {\n"
-                             "  gl_Position = uMVPMatrix * aPosition;\n"
-                             "  vTexCoor = aTexCoor;\n"
-                             "}\n";
-
 // The texture holds the file's bytes as they are, B, G, R (A): the swizzle
 // puts red back in front. The mark, being white, doesn't care.
 const char kFragmentShader[] = "precision mediump float;\n"
@@ -29,18 +20,13 @@ const char kFragmentShader[] = "precision mediump float;\n"
 
 bool VideoLogo::Create()
 {
-    m_Program = GlProgram::Adopt(buildProgram(kVertexShader, kFragmentShader));
-    if (!m_Program) {
+    if (!m_Quad.Build(kFragmentShader)) {
         MLogInfo("[%s] VideoLogo::Create buildProgram error", MLOG_TAG);
         return false;
     }
-    m_aPosition = glGetAttribLocation(m_Program.id(), "aPosition");
-    m_aTexCoor = glGetAttribLocation(m_Program.id(), "aTexCoor");
-    m_uMVPMatrix = glGetUniformLocation(m_Program.id(), "uMVPMatrix");
-    m_uTexture = glGetUniformLocation(m_Program.id(), "uTexture");
     m_Texture = GlTexture::Create();
-    if (m_aPosition < 0 || m_aTexCoor < 0 || !m_Texture) {
-        m_Program.reset();
+    if (!m_Texture) {
+        m_Quad.Reset();
         return false;
     }
     return true;
@@ -48,7 +34,7 @@ bool VideoLogo::Create()
 
 bool VideoLogo::Upload(const unsigned char *pixels, MLong width, MLong height, GLenum format, MDWord state)
 {
-    if (!m_Program || !m_Texture) return false;
+    if (!m_Quad || !m_Texture) return false;
     GLint maxSide = 0;
     glGetIntegerv(GL_MAX_TEXTURE_SIZE, &maxSide);
     if (width <= 0 || height <= 0 || width > maxSide || height > maxSide) return false;
@@ -104,7 +90,7 @@ bool VideoLogo::LoadMark()
 
 void VideoLogo::Draw(const float *mvp, const float *quad) const
 {
-    if (!m_Program || m_dwState == kEmpty) return;
+    if (!m_Quad || m_dwState == kEmpty) return;
     float l, b, r, t;
     if (m_bPlaced) {
         // Fractions of the picture, y downward, into its -1..1 square.
@@ -122,20 +108,6 @@ void VideoLogo::Draw(const float *mvp, const float *quad) const
     const float positions[12] = {l, b, 0.0f, r, b, 0.0f, l, t, 0.0f, r, t, 0.0f};
     const float topDown[8] = {0, 1, 1, 1, 0, 0, 1, 0};
     const float bottomUp[8] = {0, 0, 1, 0, 0, 1, 1, 1};
-    glUseProgram(m_Program.id());
-    glVertexAttribPointer(GLuint(m_aPosition), 3, GL_FLOAT, GL_FALSE, 0, positions);
-    glEnableVertexAttribArray(GLuint(m_aPosition));
-    glVertexAttribPointer(GLuint(m_aTexCoor), 2, GL_FLOAT, GL_FALSE, 0, m_dwState == kTopDown ? topDown : bottomUp);
-    glEnableVertexAttribArray(GLuint(m_aTexCoor));
-    glUniformMatrix4fv(m_uMVPMatrix, 1, GL_FALSE, mvp);
-    glActiveTexture(GL_TEXTURE0);
-    glBindTexture(GL_TEXTURE_2D, m_Texture.id());
-    glUniform1i(m_uTexture, 0);
-    glEnable(GL_BLEND);
-    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
-    glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
-    glDisable(GL_BLEND);
-    // The arrays point at this frame's stack: no later draw may read them.
-    glDisableVertexAttribArray(GLuint(m_aPosition));
-    glDisableVertexAttribArray(GLuint(m_aTexCoor));
+    m_Quad.Begin();
+    m_Quad.Draw(mvp, positions, m_dwState == kTopDown ? topDown : bottomUp, m_Texture.id());
 }

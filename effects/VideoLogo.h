@@ -5,6 +5,7 @@
 #define PANOVIEW_VIDEOLOGO_H
 
 #include "GlObjects.h"
+#include "OverlayQuad.h"
 #include "MRuntime.h"
 
 class VideoLogo {
@@ -34,11 +35,7 @@ private:
     enum : MDWord { kEmpty = 0, kTopDown = 1, kBottomUp = 2 };
     bool Upload(const unsigned char *pixels, MLong width, MLong height, GLenum format, MDWord state);
 
-    GlProgram m_Program;
-    GLint m_aPosition = -1;
-    GLint m_aTexCoor = -1;
-    GLint m_uMVPMatrix = -1;
-    GLint m_uTexture = -1;
+    OverlayQuad m_Quad;
     GlTexture m_Texture;
     MDWord m_dwState = kEmpty;
     bool m_bPlaced = false;

@@ -131,6 +131,9 @@ void ViewEffect::Render(const MLong *, MLong nDisplayWidth, MLong nDisplayHeight
     DrawBehind(f);
     StepCamera();
     Draw(f);
+    // A view with panes moved the viewport; the window's is left behind,
+    // which is what a snapshot reads.
+    glViewport(0, 0, f.viewportWidth, f.viewportHeight);
     m_bDrawn = true;
     checkGlError(m_szViewName);
 }
@@ -140,7 +143,7 @@ bool ViewEffect::NeedsAnotherFrame()
     // A view that could not draw has nothing in motion on screen: its steps
     // run only in draws, so drawing again would change nothing.
     if (!m_bDrawn) return false;
-    return (m_Traits.cruises && Cruising()) || Moving();
+    return (m_Traits.cruises && CruiseMoving()) || Moving();
 }
 
 // -------------------------------------------------------------- gestures
@@ -150,15 +153,15 @@ void ViewEffect::EndCruise()
     if (m_CruiseEnd != kCruiseEndsNever) mCruiseState = 0;
 }
 
-void ViewEffect::OnTouchDown(float, float)
+void ViewEffect::OnTouchDown(float x, float y)
 {
     EndCruise();
-    Touch(true);
+    Touch(true, x, y);
 }
 
-void ViewEffect::OnTouchUp(float, float)
+void ViewEffect::OnTouchUp(float x, float y)
 {
-    Touch(false);
+    Touch(false, x, y);
 }
 
 void ViewEffect::OnTouchMove(float x0, float y0, float x1, float y1)

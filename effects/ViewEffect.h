@@ -44,7 +44,7 @@ public:
     // size; otherwise `fallback`.
     static SavedField Checked(Relaxed<float> &live, float &field, float fallback);
     // Saved, but not restored by the table: the view's Restored decides.
-    template <typename T> static SavedField SaveOnly(Relaxed<T> &live, int32_t &field)
+    template <typename T, typename F> static SavedField SaveOnly(Relaxed<T> &live, F &field)
     {
         SavedField f(live, field);
         f.m_bRestore = false;
@@ -128,10 +128,14 @@ protected:
     // next step moves nothing), a spring-back, layers that change every
     // frame. The cruise is counted here already.
     virtual bool Moving() const { return false; }
+    // Whether the cruise moves anything on the next draw. A view whose
+    // cruise runs per pane says false when every pane has been stopped.
+    virtual bool CruiseMoving() const { return Cruising(); }
 
     // Gestures, their factors in the view. The shared part has already
     // ended the cruise where m_CruiseEnd says so; the pinch is m_Pinch.
-    virtual void Touch(bool bDown) {}
+    // Touch down or up at (x, y), window pixels.
+    virtual void Touch(bool bDown, float x, float y) {}
     virtual void Drag(float x0, float y0, float x1, float y1) {}
     virtual void Fling(float fVelX, float fVelY) {}
     virtual void DoubleTap(float x, float y) {}
@@ -168,8 +172,13 @@ protected:
         m.popMatrix();
     }
 
-    // The saved-state table: one line a field, given in the constructor.
-    void SaveFields(std::initializer_list<SavedField> fields) { m_SavedFields.assign(fields); }
+    // The saved-state table: one line a field, given in the constructor
+    // (the lines of several calls add up: a view with panes gives a call
+    // a pane).
+    void SaveFields(std::initializer_list<SavedField> fields)
+    {
+        m_SavedFields.insert(m_SavedFields.end(), fields.begin(), fields.end());
+    }
 
     bool Cruising() const { return mCruiseState.load() == 1; }
 

@@ -183,6 +183,8 @@ int32_t CZT5Panoview::Init(const ZT5DisplayParam *pDisplayParam)
     MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_MAX_SCALE, &m_dwDisplayMaxScale, 4);
     MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_DISTORTION_PARAM, m_pDistortionParam, 4);
     m_Overlay.Replay([h](MDWord id, void *p) { MDisplayMgrSetParam(h, id, p, OverlayPayloadSize(id)); });
+    // The decoder's alignment, told before Init, describes the frames to come.
+    if (m_AlignInfo.bNeedCrop || m_AlignInfo.dwAlignCrop) MDisplayMgrSetParam(h, ZT5_CFG_CODEC_ALIGNINFO, &m_AlignInfo, 8);
     // The colour matrix is a property of the stream, so both handles get it;
     // a new handle starts with the default and needs no word for it.
     if (m_dwYuvMatrix != 0) {

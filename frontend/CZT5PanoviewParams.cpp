@@ -96,6 +96,7 @@ MRESULT CZT5Panoview::SetOverlay(MDWord id, const void *pValue)
 int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
 {
     if (!pValue) return ZT5_ERR_INVALID_PARAM;
+    if (COverlaySettings::IsOverlayId(dwParamID)) return SetOverlay(dwParamID, pValue);
 
     switch (dwParamID) {
     case ZT5_CFG_COMMON_ROTATION: {
@@ -270,15 +271,6 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
     case ZT5_CFG_DISPLAY_UITOUCH_DOWN:
         Forward(dwParamID, pValue, 4);
         return 0;
-
-    case ZT5_CFG_DISPLAY_FONT_PATH:
-    case ZT5_CFG_DISPLAY_FACE_INFO:
-    case ZT5_CFG_DISPLAY_FACE_MUTEX:
-    case ZT5_CFG_DISPLAY_FACE_OPTION:
-    case ZT5_CFG_DISPLAY_BACK_COLOR:
-    case ZT5_CFG_DISPLAY_LOGO_DATA:
-    case ZT5_CFG_DISPLAY_FACE_LIST:
-        return SetOverlay(dwParamID, pValue);
 
     // Single words: remembered for the next Init, then passed on.
     case ZT5_CFG_DISPLAY_USE_OPENGLES:

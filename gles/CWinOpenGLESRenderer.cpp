@@ -143,7 +143,7 @@ MRESULT CWinOpenGLESRenderer::Initialize(MGLDisplayContext *pDisplayContext, MLo
 
     RendererLocks locks(m_pMutex);
     if (eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
-        for (int i = 0; i < 3; i++) glGenTextures(1, &m_Textures[i]);
+        for (GlTexture &t : m_Planes) t = GlTexture::Create();
     }
     return 0;
 }
@@ -294,8 +294,8 @@ void CWinOpenGLESRenderer::SetFishEyeMode(MLong nFishEyeMode)
 void CWinOpenGLESRenderer::Uninitialize()
 {
     RendererLocks locks(m_pMutex);
-    if (m_eglDisplay != EGL_NO_DISPLAY)
-        eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get());
+    const bool hadDisplay = m_eglDisplay != EGL_NO_DISPLAY;
+    if (hadDisplay) eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get());
 
     // Take the views out of the table first, under the lock the gesture
     // entry points hold while they call a view, then destroy them: no host
@@ -312,10 +312,7 @@ void CWinOpenGLESRenderer::Uninitialize()
     for (int i = 0; i < GL_RENDER_MODE_COUNT; i++) delete effects[i];
 
     for (int i = 0; i < 3; i++) {
-        if (m_Textures[i]) {
-            glDeleteTextures(1, &m_Textures[i]);
-            m_Textures[i] = 0;
-        }
+        m_Planes[i].reset();
         m_TextureWidth[i] = m_TextureHeight[i] = 0;
     }
     m_bPlanesUploaded = false;
@@ -337,7 +334,10 @@ void CWinOpenGLESRenderer::Uninitialize()
     m_eglConfig = nullptr;
     m_bSwapPreserved = false;
     m_pDisplayContext = nullptr;
-    eglReleaseThread();
+    // Only the thread that had our context current lets go of its EGL
+    // state: a second call (the destructor, on the host's thread) must not
+    // release whatever context the host itself has current there.
+    if (hadDisplay) eglReleaseThread();
 }
 
 // ------------------------------------------------------------------ draw
@@ -405,7 +405,8 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
             for (int i = 0; i < 4; i++) rect[i] = m_pDisplayContext->rectOpenglScale[i];
         // The stream's colour description reaches whichever view draws.
         pEffect->SetYuvConversion(YuvConversionFor(m_dwYuvMatrix.load(std::memory_order_relaxed)));
-        pEffect->Render(rect, m_dwDisplayWidth, m_dwDisplayHeight, m_Width, m_Height, m_Textures, bIsNewScaleMode,
+        GLuint planes[3] = {m_Planes[0].id(), m_Planes[1].id(), m_Planes[2].id()};
+        pEffect->Render(rect, m_dwDisplayWidth, m_dwDisplayHeight, m_Width, m_Height, planes, bIsNewScaleMode,
                         dwRotation);
         // Inertia decays here, one step a draw, and needs the draws to go on
         // until it has died out; everything else that moves is the view's.
@@ -539,7 +540,7 @@ bool CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLon
     const unsigned char *pixels[3] = {y, u, v};
     glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
     for (int i = 0; i < 3; i++) {
-        glBindTexture(GL_TEXTURE_2D, m_Textures[i]);
+        glBindTexture(GL_TEXTURE_2D, m_Planes[i].id());
         if (m_TextureWidth[i] != widths[i] || m_TextureHeight[i] != heights[i]) {
             // Storage is made once per size; every later frame only replaces
             // the texels.

@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "EglObjects.h"
+#include "GlObjects.h"
 #include "HostEventCourier.h"
 #include "GlesRenderEffect.h"
 #include "WindowWatch.h"
@@ -152,7 +153,7 @@ private:
     MDWord m_dwPadBufferSize = 0;
     MLong m_dwDisplayWidth = 0;
     MLong m_dwDisplayHeight = 0;
-    GLuint m_Textures[3] = {0, 0, 0};
+    GlTexture m_Planes[3]; // Y, U, V of the posted frame
     GLsizei m_TextureWidth[3] = {0, 0, 0}; // storage size of each plane texture
     GLsizei m_TextureHeight[3] = {0, 0, 0};
     bool m_bPlanesUploaded = false;        // the textures hold a frame

@@ -57,7 +57,7 @@ void PrintUsage(const char *argv0)
         "usage: %s [options] [FILE]\n"
         "  FILE              a video file (MP4, MKV, MOV, AVI, ... whatever FFmpeg decodes), played in a loop\n"
         "                    at its own pace. Default: the built-in fisheye scene\n"
-        "  --mode N          view 0..10 (repeat for several in a headless run; default: 0, 1, 2 headless,\n"
+        "  --mode N          view 0..10 (repeat for several in a headless run; default: 0 to 6 headless,\n"
         "                    1 in a window)\n"
         "  --format F        pictures handed to the display: as-decoded (default), i420 or nv12\n"
         "  --colour M        YUV matrix: auto (the stream's; default), bt601, bt709 or bt2020\n"

@@ -379,14 +379,14 @@ bool Player::WriteSnapshot(const std::string &path)
 }
 
 // The views a run shows: those asked for; else, in a headless run that writes
-// a snapshot per view, the raw lens picture and the first two dewarped views;
+// a snapshot per view, the raw lens picture and the dewarped views 1 to 6;
 // else the first dewarped view.
 std::vector<int> Player::RunModes() const
 {
     if (!m_opts.modes.empty()) return m_opts.modes;
     if (!m_opts.contactSheet.empty()) return {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
     if (m_opts.faces) return {0}; // the faces are drawn over the plain view
-    if (m_opts.headless && !m_opts.outDir.empty()) return {0, 1, 2};
+    if (m_opts.headless && !m_opts.outDir.empty()) return {0, 1, 2, 3, 4, 5, 6};
     return {1};
 }
 

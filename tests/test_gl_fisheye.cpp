@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <memory>
 #include <cmath>
@@ -42,10 +43,14 @@ double SectorZeroAngle(const Image &img, double r)
     return NAN;
 }
 
-// A picture of the scene has been drawn: a sector right of the centre.
+// A picture of the scene has been drawn: a sector right of the centre, or
+// below that, or left of it (where a ring, the moving dot or a bar may be).
 bool SceneDrawn(const Image &img)
 {
-    return !img.empty() && Sector(img.At(img.width / 2 + 20, img.height / 2)) >= 0;
+    if (img.empty()) return false;
+    const int w = img.width, h = img.height;
+    return Sector(img.At(w / 2 + 20, h / 2)) >= 0 || Sector(img.At(w / 2 + 20, h * 3 / 4)) >= 0 ||
+           Sector(img.At(w / 2 - 25, h / 2 - 5)) >= 0;
 }
 
 int SectorAt(const Image &img, double deg, double r)
@@ -180,6 +185,11 @@ struct View {
     double dragStep;                              // a drag of 100 px to the right
     double cruiseSign;                            // the way cruise turns
     double inertiaStep;                           // turn a unit of inertia velocity
+    double inertiaStepBack = 0;                   // the same for a negative velocity (0: alike)
+    float dragX = 100, dragY = 100;               // where the drag starts
+    std::function<void(Display &)> endCruise;     // the touch that ends the cruise (default: one touch)
+    std::function<bool(const State &)> cruiseEnded; // and its state (default: mCruiseState 0)
+    std::function<bool(const State &)> flingEndedCruise; // the state after a fling (default: cruise off)
     std::vector<Step> script;
     State restoreIn;                              // a record (of this view) and
     std::function<void(const State &)> restoreOut; // what a save right after it shows
@@ -289,6 +299,303 @@ View StripView()
     return v;
 }
 
+// ------------------------------------------------------------- four panes
+
+double Folded(double diff, double expect, double sector);
+
+const uint32_t kDown = ZT5_CFG_DISPLAY_UITOUCH_DOWN;
+
+// Pane i of the four in a window (y down): left half 0 (bottom) and 1 (top),
+// right half 2 (top) and 3 (bottom); at zAngle 0 they face azimuths a
+// quarter turn apart.
+Rect PaneRect(int w, int h, int i)
+{
+    const bool left = i < 2, top = i == 1 || i == 2;
+    return {left ? 0 : w / 2, top ? 0 : h / 2, left ? w / 2 : w, top ? h / 2 : h};
+}
+const int kPaneFacing[4] = {270, 0, 90, 180};
+
+// A perspective pane facing azimuth a (a multiple of 45) from inside the
+// bowl: the sector above a left of its middle, the one below right of it.
+void ExpectFacing(const Image &img, Rect r, int azimuth, double row = 0.7)
+{
+    const int y = r.top + int(r.height() * row), dx = r.height() * 15 / 100, x = r.left + r.width() / 2;
+    EXPECT_EQ(Sector(img.At(x - dx, y)), (azimuth / 45) % 8) << "left of the middle, facing " << azimuth;
+    EXPECT_EQ(Sector(img.At(x + dx, y)), (azimuth / 45 + 7) % 8) << "right of the middle, facing " << azimuth;
+}
+
+// A turn in degrees as a signed one.
+double Signed(float a) { return a > 180 ? a - 360.0 : a; }
+
+View FourPanesView()
+{
+    View v;
+    v.name = "FourPanes", v.mode = 3, v.width = 640, v.height = 480;
+    v.started = [](const State &s) { return s.mFishEyeMode == 3; };
+    v.scene = [](const Image &img) {
+        for (int i = 0; i < 4; i++) ExpectFacing(img, PaneRect(img.width, img.height, i), kPaneFacing[i]);
+    };
+    v.turnIn = [](const State &s) { return Signed(s.zAngle[std::min(3, std::max(0, s.mCurViewIndex))]); };
+    v.sector = 45, v.pictureSign = 1, v.dragStep = 22.5, v.cruiseSign = 1, v.inertiaStep = 6.075e-3, v.inertiaStepBack = 4.86e-3;
+    v.endCruise = [](Display &d) { // a touch stops its own pane only
+        for (int i = 0; i < 4; i++) {
+            const Rect r = PaneRect(640, 480, i);
+            d.Touch(kDown, (r.left + r.right) / 2, (r.top + r.bottom) / 2);
+        }
+    };
+    v.cruiseEnded = [](const State &s) { return !s.bIsAutoTouring[0] && !s.bIsAutoTouring[1] && !s.bIsAutoTouring[2] && !s.bIsAutoTouring[3]; };
+    v.flingEndedCruise = [](const State &s) { return s.mCruiseState == 1 && !s.bIsAutoTouring[0] && s.bIsAutoTouring[1]; };
+    auto turns = [](float a0, float a1, float a2, float a3) {
+        return [=](const State &s) { return Eq(s.zAngle[0], a0) && Eq(s.zAngle[1], a1) && Eq(s.zAngle[2], a2) && Eq(s.zAngle[3], a3); };
+    };
+    for (int i = 0; i < 4; i++) {
+        const Rect r = PaneRect(640, 480, i);
+        v.script.push_back({"a double click on a pane brings it to the window", [=](Display &d) { d.DoubleTap((r.left + r.right) / 2, (r.top + r.bottom) / 2); },
+                            [=](const State &s) { return s.bIsZoom == 1 && s.viewBigIndex == i; },
+                            [=](const Image &img, const State &) { ExpectFacing(img, Rect{0, 0, img.width, img.height}, kPaneFacing[i]); }});
+        v.script.push_back({"a second one returns to the grid", [](Display &d) { d.DoubleTap(5, 5); },
+                            [=](const State &s) { return s.bIsZoom == 0 && s.viewBigIndex == i; }, nullptr});
+    }
+    v.script.push_back({"zoomed, a drag anywhere turns the zoomed pane, 0.1125 a pixel", [](Display &d) { d.DoubleTap(480, 120); d.Drag(10, 400, 110, 400); },
+                        turns(0, 0, 11.25f, 0), nullptr});
+    v.script.push_back({"in the grid a drag turns only the pane under it, 0.225 a pixel", [](Display &d) { d.DoubleTap(1, 1); d.Drag(100, 100, 140, 100); },
+                        turns(0, 9, 11.25f, 0), nullptr});
+    v.script.push_back({"crossing into the next pane, the drag goes on there", [](Display &d) { d.Drag(300, 100, 340, 100); },
+                        turns(0, 9, 20.25f, 0), [](const Image &img, const State &) {
+                            ExpectFacing(img, PaneRect(img.width, img.height, 0), 270);
+                            ExpectFacing(img, PaneRect(img.width, img.height, 3), 180);
+                        }});
+    v.script.push_back({"a drag up tilts the pane to the axis and no further", [](Display &d) { for (int i = 0; i < 2; i++) d.Drag(100, 230, 100, 10); },
+                        [](const State &s) { return s.fTz[1] == 5.50705986f && std::fabs(s.fCamRotZ[1]) < 1e-4f && s.fTz[0] == 0 && s.fTz[2] == 0; }, nullptr});
+    v.script.push_back({"a drag down past the side returns to it; a pinch does nothing", [](Display &d) { for (int i = 0; i < 3; i++) d.Drag(100, 10, 100, 230); d.Pinch(2); d.Pinch(0.5f); },
+                        [](const State &s) { return s.fTz[1] == 0 && Eq(s.fCamRotZ[1], -55.0705986f) && s.fTz[0] == 0 && s.fTz[2] == 0; }, nullptr});
+    v.script.push_back({"a mode switch with the cruise on re-arms every pane, also one a touch has stopped",
+                        [](Display &d) {
+                            d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1);
+                            d.Touch(kDown, 100, 100);
+                            d.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 1);
+                            d.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 3);
+                        },
+                        [](const State &s) {
+                            return s.mFishEyeMode == 3 && s.bIsAutoTouring[0] && s.bIsAutoTouring[1] && s.bIsAutoTouring[2] && s.bIsAutoTouring[3];
+                        }, nullptr});
+    v.script.push_back({"the host's switch stops them all", [](Display &d) { d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 0); },
+                        [](const State &s) { return !s.bIsAutoTouring[0] && !s.bIsAutoTouring[1] && !s.bIsAutoTouring[2] && !s.bIsAutoTouring[3]; }, nullptr});
+    v.restoreIn = State{};
+    v.restoreIn.mFishEyeMode = 3, v.restoreIn.viewBigIndex = 9, v.restoreIn.mCurViewIndex = -4, v.restoreIn.bIsZoom = 7;
+    v.restoreIn.bIsAutoTouring[0] = 5, v.restoreIn.bIsAutoTouring[3] = 1, v.restoreIn.zAngle[2] = NAN, v.restoreIn.mCruiseState = 2;
+    v.restoreIn.mCruiseVelocity = 1, v.restoreIn.xMove = 3.5f;
+    v.restoreOut = [](const State &s) { // indices clamped to the four panes, no NaN
+        EXPECT_EQ(s.viewBigIndex, 3);
+        EXPECT_EQ(s.mCurViewIndex, 0);
+        EXPECT_EQ(s.bIsZoom, 1);
+        EXPECT_EQ(s.bIsAutoTouring[0], 1);
+        EXPECT_EQ(s.bIsAutoTouring[1], 0);
+        EXPECT_TRUE(std::isfinite(s.zAngle[2]));
+        EXPECT_EQ(s.mCruiseState, 1);
+        EXPECT_EQ(s.xMove, 3.5f);
+    };
+    return v;
+}
+
+// ------------------------------------------------------------ map and pane
+
+// The map square in a window (y down): its centre, its side and the lens
+// circle's radius on it (the bowl's rim of radius 6 seen from 6.2).
+struct MapLayout {
+    double cx, cy, side, lens;
+};
+MapLayout MapOf(int w, int h)
+{
+    int side, left, top;
+    if (w / 2 > h) {
+        const int m = h / 75;
+        side = h - 2 * m, left = (w - 2 * side) / 2, top = m;
+    } else {
+        const int m = w / 150;
+        side = (w - 2 * m) / 2, left = m, top = h - (h - side) / 2 - side;
+    }
+    return {left + side / 2.0, top + side / 2.0, double(side), side / 2.0 * 6.0 / 6.2};
+}
+// The map point at azimuth a (degrees) and a share f of the lens radius.
+std::array<float, 2> MapPoint(int w, int h, double a, double f)
+{
+    const MapLayout m = MapOf(w, h);
+    return {float(m.cx + f * m.lens * std::cos(a * kPi / 180)), float(m.cy - f * m.lens * std::sin(a * kPi / 180))};
+}
+// The map lights what the pane sees by 0.3 in each channel: the scene's
+// colours have no channel as low as 70 there, and none above 60 elsewhere.
+bool IsLit(Rgb c)
+{
+    const int lo = std::min({c.r, c.g, c.b});
+    return lo >= 70 && lo < 240;
+}
+// Direction (degrees, counter-clockwise from the right) of the lit area's
+// centre seen from the map's centre.
+double LitAzimuth(const Image &img)
+{
+    const MapLayout m = MapOf(img.width, img.height);
+    double sx = 0, sy = 0;
+    for (int y = int(m.cy - m.lens); y < int(m.cy + m.lens); y++)
+        for (int x = int(m.cx - m.lens); x < int(m.cx + m.lens); x++)
+            if (std::hypot(x - m.cx, y - m.cy) < m.lens * 0.97 && IsLit(img.At(x, y))) sx += x - m.cx, sy += m.cy - y;
+    return std::fmod(std::atan2(sy, sx) * 180 / kPi + 360, 360);
+}
+Rect PaneOf(int w, int h)
+{
+    const MapLayout m = MapOf(w, h);
+    const int left = int(m.cx + m.side / 2), top = int(m.cy - m.side / 2);
+    return {left, top, left + int(m.side), top + int(m.side)};
+}
+
+// The whole lens circle on the map, upright (screen angle a shows azimuth
+// a), lit where the pane looks; the pane facing azimuth `facing`.
+void ExpectMap(const Image &img, int facing)
+{
+    const MapLayout m = MapOf(img.width, img.height);
+    auto at = [&](double a, double f) { return img.At(int(m.cx + f * m.lens * std::cos(a * kPi / 180)), int(m.cy - f * m.lens * std::sin(a * kPi / 180))); };
+    int plain = 0;
+    for (int k = 0; k < 8; k++) {
+        const Rgb c = at(45 * k + 22.5, 0.45);
+        if (IsLit(c)) continue;
+        EXPECT_EQ(Sector(c), k) << "azimuth " << 45 * k + 22.5;
+        plain++;
+    }
+    EXPECT_GE(plain, 5) << "most of the map is lit";
+    for (int a = 0; a < 360; a += 10) {
+        EXPECT_TRUE(IsHorizon(at(a, 0.89))) << "no horizon at " << a;
+        EXPECT_TRUE(Near(at(a, 1.02), {0, 0, 0}, 10)) << "not black beyond the lens at " << a;
+    }
+    EXPECT_NEAR(Folded(LitAzimuth(img) - facing, 0, 360), 0, 3) << "the lit area isn't where the pane looks";
+    ExpectFacing(img, PaneOf(img.width, img.height), facing, 0.85);
+}
+
+View MapView(int w, int h)
+{
+    View v;
+    v.name = w > h ? "MapAndPaneWide" : "MapAndPaneTall", v.mode = 4, v.width = w, v.height = h;
+    v.started = [](const State &s) { return s.mFishEyeMode == 4; };
+    v.scene = [](const Image &img) { ExpectMap(img, 90); };
+    v.turnOf = LitAzimuth;
+    v.turnIn = [](const State &s) { return double(s.zAngle[0]); };
+    v.sector = 45, v.pictureSign = 1, v.dragStep = 11.25, v.cruiseSign = 1, v.inertiaStep = 5.0625e-3;
+    v.dragX = float(PaneOf(w, h).left + 10), v.dragY = float(h / 2);
+    v.endCruise = [](Display &d) { d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 0); }; // touches don't end it
+    v.flingEndedCruise = [](const State &s) { return s.mCruiseState == 1; };
+    const Rect pane = PaneOf(w, h);
+    v.script.push_back({"cruise goes on through touches on the map and the pane, drags and a double click",
+                        [=](Display &d) {
+                            d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1);
+                            const auto p = MapPoint(w, h, 200, 0.5);
+                            d.Touch(kDown, p[0], p[1]);
+                            d.Drag(p[0], p[1], p[0] + 5, p[1]);
+                            d.Touch(kDown, pane.left + 20, h / 2);
+                            d.Drag(pane.left + 20, h / 2, pane.left + 40, h / 2);
+                            d.DoubleTap(pane.left + 20, h / 2);
+                            d.Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, pane.left + 20, h / 2);
+                        },
+                        [](const State &s) { return s.mCruiseState == 1; }, nullptr});
+    v.script.push_back({"cruise off", [](Display &d) { d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 0); },
+                        [](const State &s) { return s.mCruiseState == 0; }, nullptr});
+    for (int k : {0, 3, 6}) {
+        const double a = 45 * k + 22.5;
+        v.script.push_back({"a touch on the map turns the pane to the sector touched",
+                            [=](Display &d) { const auto p = MapPoint(w, h, a, 0.6); d.Touch(kDown, p[0], p[1]); },
+                            [](const State &) { return true; },
+                            [=](const Image &img, const State &) {
+                                EXPECT_EQ(Sector(img.At((pane.left + pane.right) / 2, pane.top + pane.height() * 6 / 10)), k);
+                                EXPECT_NEAR(Folded(LitAzimuth(img) - a, 0, 360), 0, 3);
+                            }});
+    }
+    v.script.push_back({"a drag after it aims from the map as well",
+                        [=](Display &d) { const auto p = MapPoint(w, h, 22.5, 0.6), q = MapPoint(w, h, 112.5, 0.3); d.Drag(p[0], p[1], q[0], q[1]); },
+                        [](const State &) { return true; },
+                        [=](const Image &img, const State &) { EXPECT_NEAR(Folded(LitAzimuth(img) - 112.5, 0, 360), 0, 3); }});
+    v.script.push_back({"a touch at the map's very centre keeps the aim",
+                        [=](Display &d) { const MapLayout m = MapOf(w, h); d.Touch(kDown, float(m.cx), float(m.cy)); },
+                        [](const State &s) { return std::isfinite(s.zAngle[0]) && std::isfinite(s.fCamAngleZ[0]); },
+                        [=](const Image &img, const State &) { EXPECT_NEAR(Folded(LitAzimuth(img) - 112.5, 0, 360), 0, 3); }});
+    const float px = float(pane.left + 30);
+    v.script.push_back({"a drag down in the pane stops at the rest pose", [=](Display &d) { d.Touch(kDown, px, 20); d.Drag(px, 20, px, 320); },
+                        [](const State &s) { return Eq(s.fCamRotZ[0], kRoamRotZ) && s.fTz[0] == 0; }, nullptr});
+    v.script.push_back({"a finger put down there tilts deeper, to the limit", [=](Display &d) {
+                            d.Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, px, 320);
+                            d.Touch(kDown, px, 20);
+                            d.Drag(px, 20, px, 320);
+                        },
+                        [](const State &s) { return Eq(s.fCamRotZ[0], -65.9005966f); }, nullptr});
+    v.script.push_back({"released, it springs back to the rest pose", [=](Display &d) { d.Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, px, 320); },
+                        [](const State &s) { return Eq(s.fCamRotZ[0], kRoamRotZ) && s.fTz[0] == 0; }, nullptr});
+    v.restoreIn = State{};
+    v.restoreIn.mFishEyeMode = 4, v.restoreIn.zAngle[0] = 7200.5f, v.restoreIn.fTz[0] = NAN, v.restoreIn.fCamZ[1] = 0;
+    v.restoreIn.mCruiseState = 9, v.restoreIn.nRoamState = 4;
+    v.restoreOut = [](const State &s) {
+        EXPECT_EQ(s.mCruiseState, 1);
+        EXPECT_EQ(s.fTz[0], 0) << "NaN taken";
+        EXPECT_EQ(s.fCamZ[1], 6.2f) << "the map's eye moved";
+        EXPECT_EQ(s.nRoamState, 4);
+    };
+    return v;
+}
+
+// ------------------------------------------------------ cylinder and dome
+
+// Seen from outside from the side of azimuth 90: sectors 2 and 1 low on the
+// near side (mirrored on the dome), and through the open top the inside of
+// the far side, sectors 6 and 5 (mirrored on the cylinder). Positions in
+// window heights from the middle. Without the depth test the far side
+// would cover parts of the near side.
+void ExpectShape(const Image &img, bool dome)
+{
+    const int w = img.width, h = img.height, dx = h * 14 / 100;
+    const int nearY = h * 80 / 100, farY = h * (dome ? 40 : 33) / 100;
+    EXPECT_EQ(Sector(img.At(w / 2 - dx, nearY)), dome ? 1 : 2) << "near side";
+    EXPECT_EQ(Sector(img.At(w / 2 + dx, nearY)), dome ? 2 : 1) << "near side";
+    EXPECT_EQ(Sector(img.At(w / 2 - dx, farY)), dome ? 6 : 5) << "far side, inside";
+    EXPECT_EQ(Sector(img.At(w / 2 + dx, farY)), dome ? 5 : 6) << "far side, inside";
+    EXPECT_TRUE(Near(img.At(5, 5), {0, 0, 0}, 10));
+    // Below the near rim only the near side: none of the far side's sectors.
+    int far = 0;
+    for (int y = h * (dome ? 80 : 55) / 100; y < h * 95 / 100; y += 3)
+        for (int x = 0; x < w; x += 2) far += Sector(img.At(x, y)) >= 4;
+    EXPECT_EQ(far, 0) << "the far side shows through the near side";
+}
+
+View ShapeView(bool dome)
+{
+    View v;
+    v.name = dome ? "Dome" : "Cylinder", v.mode = dome ? 6 : 5, v.width = 640, v.height = 360;
+    const int mode = v.mode;
+    v.started = [=](const State &s) { return s.mFishEyeMode == mode; };
+    v.scene = [=](const Image &img) { ExpectShape(img, dome); };
+    v.turnIn = [](const State &s) { return double(s.zAngle[0]); };
+    v.sector = 45, v.pictureSign = 1, v.dragStep = 11.25, v.cruiseSign = -1, v.inertiaStep = 6.075e-3, v.inertiaStepBack = 7.59375e-3;
+    uint32_t bits[2] = {dome ? 0x42607AE0u : 0x42687DF4u, dome ? 0xC08A3D80u : 0xBF858100u};
+    float limit[2];
+    std::memcpy(limit, bits, sizeof limit);
+    const float hi = limit[0], lo = limit[1];
+    v.script = {
+        {"a drag up tilts to the upper limit exactly", [](Display &d) { for (int i = 0; i < 3; i++) d.Drag(100, 300, 100, 50); },
+         [=](const State &s) { return s.fTilt == hi; }, [](const Image &, const State &) {}},
+        {"and back down at once", [](Display &d) { d.Drag(100, 100, 100, 110); },
+         [=](const State &s) { return Eq(s.fTilt, hi - 1.125f); }, nullptr},
+        {"a drag down tilts to the lower limit exactly", [](Display &d) { for (int i = 0; i < 3; i++) d.Drag(100, 50, 100, 300); },
+         [=](const State &s) { return s.fTilt == lo; }, [](const Image &, const State &) {}},
+        {"pinching moves the eye by 1 at most", [](Display &d) { for (int i = 0; i < 20; i++) d.Pinch(0.5f); },
+         [](const State &s) { return s.fTz[0] == 1; }, nullptr},
+    };
+    v.restoreIn = State{};
+    v.restoreIn.mFishEyeMode = mode, v.restoreIn.fTilt = NAN, v.restoreIn.zAngle[0] = INFINITY, v.restoreIn.mCruiseState = 2;
+    v.restoreIn.bIsZoom = 3;
+    v.restoreOut = [](const State &s) {
+        EXPECT_EQ(s.fTilt, 0);
+        EXPECT_EQ(s.zAngle[0], 0);
+        EXPECT_EQ(s.mCruiseState, 1);
+        EXPECT_EQ(s.bIsZoom, 3);
+    };
+    return v;
+}
+
 // Difference of two turns folded into (-sector/2, sector/2] around `expect`:
 // the boundary measured may be another sector's.
 double Folded(double diff, double expect, double sector)
@@ -346,9 +653,14 @@ protected:
         ADD_FAILURE() << "the picture never settled";
         return shot;
     }
-    // The turn between two pictures against the state's.
+    // The turn between two pictures against the state's; a view without a
+    // measure of its picture's turn shows at least another picture.
     void ExpectTurn(const Image &a, const Image &b, double stateDiff)
     {
+        if (!v.turnOf) {
+            EXPECT_NE(a.rgba == b.rgba, std::fabs(stateDiff) > 1e-3) << "the picture and the state disagree";
+            return;
+        }
         const double want = v.pictureSign * stateDiff;
         EXPECT_NEAR(Folded(v.turnOf(b) - v.turnOf(a), want, v.sector), want, v.sector / 30) << "picture turned otherwise than the state";
     }
@@ -375,9 +687,10 @@ TEST_P(Fisheye, DragTurnsByTheDocumentedStep)
     if (HasFatalFailure()) return;
     const Image before = Settled();
     const double s0 = v.turnIn(d().Saved());
-    d().Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 100, 100);
-    d().Drag(100, 100, 200, 100);
-    d().Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, 200, 100);
+    const float x = v.dragX, y = v.dragY;
+    d().Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, x, y);
+    d().Drag(x, y, x + 100, y);
+    d().Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, x + 100, y);
     EXPECT_NEAR(v.turnIn(d().Saved()) - s0, v.dragStep, 1e-3);
     const Image after = Settled();
     SaveShot(after);
@@ -401,8 +714,12 @@ TEST_P(Fisheye, CruiseTurnsUntilATouchAndTheHostHearsOfIt)
     float speed = 4; // taken by a view that has a speed
     ASSERT_EQ(d().Set(ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY, &speed), ZT5_OK);
     ASSERT_TRUE(Until([&](const State &s) { return s.mCruiseState == 1 && v.cruiseSign * (v.turnIn(s) - s0) > v.sector / 6; }));
-    d().Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 10, 10);
-    EXPECT_EQ(d().Saved().mCruiseState, 0);
+    if (v.endCruise)
+        v.endCruise(d());
+    else
+        d().Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 10, 10);
+    const State ended = d().Saved();
+    EXPECT_TRUE(v.cruiseEnded ? v.cruiseEnded(ended) : ended.mCruiseState == 0);
     const Image after = Settled();
     const double s1 = v.turnIn(d().Saved());
     ExpectTurn(before, after, s1 - s0);
@@ -430,16 +747,17 @@ TEST_P(Fisheye, InertiaDecaysAndEndsCruise)
         const double s0 = v.turnIn(d().Saved());
         double sum = 0;
         for (double vel = v0 * 0.9; std::fabs(vel) >= 0.5; vel *= 0.9) sum += vel;
+        const double step = v0 < 0 && v.inertiaStepBack ? v.inertiaStepBack : v.inertiaStep;
         float velocity[2] = {v0, 0};
         ASSERT_EQ(d().Set(ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY, velocity), ZT5_OK);
-        ASSERT_TRUE(Until([&](const State &s) { return std::fabs(v.turnIn(s) - s0 - sum * v.inertiaStep) < std::fabs(sum * v.inertiaStep) * 0.01; }))
-            << "turned " << v.turnIn(d().Saved()) - s0 << " of " << sum * v.inertiaStep;
+        ASSERT_TRUE(Until([&](const State &s) { return std::fabs(v.turnIn(s) - s0 - sum * step) < std::fabs(sum * step) * 0.01; }))
+            << "turned " << v.turnIn(d().Saved()) - s0 << " of " << sum * step;
     }
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1), ZT5_OK);
     EXPECT_EQ(d().Saved().mCruiseState, 1);
     float velocity[2] = {40, 0};
     ASSERT_EQ(d().Set(ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY, velocity), ZT5_OK);
-    EXPECT_TRUE(Until([](const State &s) { return s.mCruiseState == 0; }));
+    EXPECT_TRUE(Until(v.flingEndedCruise ? v.flingEndedCruise : [](const State &s) { return s.mCruiseState == 0; }));
 }
 
 TEST_P(Fisheye, GestureScript)
@@ -494,7 +812,9 @@ TEST_P(Fisheye, SaveAndRestore)
     v.restoreOut(out);
 }
 
-INSTANTIATE_TEST_SUITE_P(Views, Fisheye, ::testing::Values(HalfSphereView(), StripView()),
+INSTANTIATE_TEST_SUITE_P(Views, Fisheye,
+                         ::testing::Values(HalfSphereView(), StripView(), FourPanesView(), MapView(640, 300),
+                                           MapView(360, 480), ShapeView(false), ShapeView(true)),
                          [](const ::testing::TestParamInfo<View> &i) { return std::string(i.param.name); });
 
 // ------------------------------------------------------------- half sphere
@@ -573,4 +893,50 @@ TEST(HalfSphere, BackdropAndPlatformSettings)
         horizon[i] /= std::max(1, n);
     }
     EXPECT_LT(horizon[2], horizon[1] - 3) << "platform 1 keeps the horizon where platform 0 has it";
+}
+
+// ------------------------------------------------------------- four panes
+
+// The cruise steps once for each pane drawn: four steps a frame in the
+// grid, one when a pane is zoomed (its step is mCruiseVelocity * 0.043269).
+TEST(FourPanes, CruiseStepsOncePerDrawnPane)
+{
+    Rig rig(480, 360, 3);
+    ASSERT_TRUE(rig.ok());
+    ASSERT_EQ(rig.Init(), ZT5_OK);
+    Display &d = rig.display;
+    Frame scene = SceneFrame();
+    ASSERT_TRUE(d.PushUntil(scene, SceneDrawn));
+    auto draws = [&] {
+        ZT5RenderStats s = {};
+        EXPECT_EQ(d->GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS, &s), ZT5_OK);
+        return s.dwDraws;
+    };
+    // The draws and the state are read when the display rests: the cruise
+    // counted between two rests, less the draw for the switch itself.
+    auto rested = [&] {
+        uint32_t last = draws();
+        for (int i = 0; i < 100; i++) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            const uint32_t now = draws();
+            if (now == last) return now;
+            last = now;
+        }
+        ADD_FAILURE() << "the display never rested";
+        return last;
+    };
+    for (int panes : {4, 1}) {
+        SCOPED_TRACE(panes);
+        if (panes == 1) {
+            ASSERT_EQ(d.DoubleTap(100, 100), ZT5_OK);
+        }
+        const uint32_t d0 = rested();
+        const float z0 = d.Saved().zAngle[0];
+        ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1), ZT5_OK);
+        while (draws() - d0 < 60) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 0), ZT5_OK);
+        const uint32_t d1 = rested();
+        const float z1 = d.Saved().zAngle[0];
+        EXPECT_NEAR((z1 - z0) / double(d1 - d0), panes * 0.043269236, panes * 0.043269236 * 0.1) << z1 - z0 << " in " << d1 - d0;
+    }
 }

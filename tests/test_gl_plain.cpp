@@ -1,6 +1,8 @@
 // The plain view's pixels as a host sees them: frames pushed through the
 // loaded library into an X window, snapshots measured against the reference
 // YUV->RGB conversion and the letterbox geometry.
+#include <EGL/egl.h>
+#include <GLES2/gl2.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -330,4 +332,39 @@ TEST(PlainView, DistortionCorrectionTable)
             EXPECT_EQ(param.pTable, nullptr) << "a table of the wrong length is dropped";
         }
     }
+}
+
+// A host that draws with GL itself keeps its own context current on its
+// thread through a display's whole life: the library's EGL work stays on its
+// render thread.
+TEST(PlainView, TheHostsOwnGlContextIsLeftAlone)
+{
+    EGLDisplay dpy = eglGetDisplay(EGL_DEFAULT_DISPLAY);
+    ASSERT_TRUE(eglInitialize(dpy, nullptr, nullptr));
+    const EGLint attribs[] = {EGL_SURFACE_TYPE, EGL_PBUFFER_BIT, EGL_RENDERABLE_TYPE, EGL_OPENGL_ES2_BIT, EGL_NONE};
+    EGLConfig cfg;
+    EGLint n = 0;
+    ASSERT_TRUE(eglChooseConfig(dpy, attribs, &cfg, 1, &n) && n == 1);
+    const EGLint size[] = {EGL_WIDTH, 8, EGL_HEIGHT, 8, EGL_NONE};
+    const EGLint version[] = {EGL_CONTEXT_CLIENT_VERSION, 2, EGL_NONE};
+    EGLSurface surface = eglCreatePbufferSurface(dpy, cfg, size);
+    EGLContext ctx = eglCreateContext(dpy, cfg, EGL_NO_CONTEXT, version);
+    ASSERT_TRUE(eglMakeCurrent(dpy, surface, surface, ctx));
+    {
+        Rig rig(160, 120);
+        ASSERT_TRUE(rig.ok());
+        ASSERT_EQ(rig.Init(), ZT5_OK);
+        Frame f(64, 64, kRed);
+        ASSERT_TRUE(rig.display.PushUntil(f, CentreIs(kRed, 160, 120)));
+        EXPECT_EQ(rig.display->Uninit(), ZT5_OK);
+    }
+    EXPECT_EQ(eglGetCurrentContext(), ctx) << "the host's context was released";
+    glClearColor(0, 1, 0, 1);
+    glClear(GL_COLOR_BUFFER_BIT);
+    uint8_t px[4] = {};
+    glReadPixels(0, 0, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, px);
+    EXPECT_EQ(px[1], 255) << "the host can no longer draw";
+    eglMakeCurrent(dpy, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+    eglDestroyContext(dpy, ctx);
+    eglDestroySurface(dpy, surface);
 }

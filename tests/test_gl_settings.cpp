@@ -134,6 +134,7 @@ TEST(FrameInput, LayoutsAndCropsReachThePicture)
         int winW, winH;
         std::function<void(Display &, Frame &)> prepare; // after Init, before the first frame
         std::function<bool(const Image &)> shows;
+        bool beforeInit = false; // prepare before Init: what was set must outlive it
     } cases[] = {
         {"semi-planar", 320, 180,
          [](Display &, Frame &f) {
@@ -153,6 +154,15 @@ TEST(FrameInput, LayoutsAndCropsReachThePicture)
              f.Fill(960, 0, 968, 540, kGreen); // the decoder's padding
          },
          [](const Image &img) { return Near(img.At(479, 135), Shown(kBlue), 4) && Near(img.At(240, 1), Shown(kBlue), 4); }},
+        {"alignment columns told before Init", 480, 270,
+         [](Display &d, Frame &f) {
+             static ZT5AlignInfo align = {1, 8};
+             d.Set(ZT5_CFG_CODEC_ALIGNINFO, &align);
+             f = Frame(968, 540, kBlue);
+             f.Fill(960, 0, 968, 540, kGreen);
+         },
+         [](const Image &img) { return Near(img.At(479, 135), Shown(kBlue), 4) && Near(img.At(240, 1), Shown(kBlue), 4); },
+         true},
         {"cover crop", 400, 400,
          [](Display &d, Frame &f) {
              d.SetU32(ZT5_CFG_DISPLAY_FIT_MODE, 5);
@@ -169,8 +179,9 @@ TEST(FrameInput, LayoutsAndCropsReachThePicture)
         Rig rig(c.winW, c.winH);
         ASSERT_TRUE(rig.ok());
         Frame f;
+        if (c.beforeInit) c.prepare(rig.display, f);
         ASSERT_EQ(rig.Init(), ZT5_OK);
-        c.prepare(rig.display, f);
+        if (!c.beforeInit) c.prepare(rig.display, f);
         Image shot;
         const bool ok = rig.display.PushUntil(f, c.shows, &shot);
         SaveShot(shot, std::string("_") + c.name);

@@ -228,6 +228,24 @@ TEST(DisplayThreads, GestureStormsLeaveEachViewInRange)
              EXPECT_TRUE(s.fTz[0] >= -0.85f - 1e-4 && s.fTz[0] <= 1e-4) << s.fTz[0];
              EXPECT_TRUE(s.maxState == 0 || s.maxState == 1);
          }},
+        {3, [](const FECurrentStatusData &s) {
+             for (int i = 0; i < 4; i++) {
+                 EXPECT_TRUE(s.zAngle[i] >= 0 && s.zAngle[i] < 360) << s.zAngle[i];
+                 EXPECT_TRUE(s.fTz[i] >= 0 && s.fTz[i] <= 5.5071f) << s.fTz[i];
+             }
+             EXPECT_TRUE(s.viewBigIndex >= 0 && s.viewBigIndex <= 3 && s.mCurViewIndex >= 0 && s.mCurViewIndex <= 3);
+         }},
+        {4, [](const FECurrentStatusData &s) {
+             EXPECT_TRUE(s.zAngle[0] > -360 && s.zAngle[0] < 360) << s.zAngle[0];
+             EXPECT_TRUE(s.fTz[0] >= -1.51f && s.fTz[0] <= 4.5561f) << s.fTz[0];
+             EXPECT_TRUE(s.fCamRotZ[0] >= -65.91f && s.fCamRotZ[0] <= 0) << s.fCamRotZ[0];
+         }},
+        {5, [](const FECurrentStatusData &s) {
+             EXPECT_TRUE(s.zAngle[0] > -360 && s.zAngle[0] < 360) << s.zAngle[0];
+             EXPECT_TRUE(s.fTilt >= -1.0431f && s.fTilt <= 58.1231f) << s.fTilt;
+             EXPECT_TRUE(s.fTz[0] >= -1 && s.fTz[0] <= 1) << s.fTz[0];
+         }},
+        {6, [](const FECurrentStatusData &s) { EXPECT_TRUE(s.fTilt >= -4.3201f && s.fTilt <= 56.12f) << s.fTilt; }},
     };
     for (const View &v : views) {
         SCOPED_TRACE(v.mode);

@@ -136,3 +136,24 @@ float FisheyeWrapDegrees(float angle)
     long long whole = static_cast<long long>(angle);
     return angle - static_cast<float>((whole / 360) * 360);
 }
+
+float FisheyeWrapTurn(float angle)
+{
+    if (!std::isfinite(angle)) return 0.0f;
+    if (angle <= 0.0f) angle += 360.0f;
+    if (angle >= 360.0f) angle -= 360.0f;
+    if (angle < 0.0f || angle >= 360.0f) {
+        angle = std::fmod(angle, 360.0f);
+        if (angle < 0.0f) angle += 360.0f;
+        if (angle >= 360.0f) angle = 0.0f;
+    }
+    return angle;
+}
+
+void FisheyeBowlView(RotTranMatrix &m, float eyeZ, float rotX, float tranY, float tranZ)
+{
+    m.setLookAt(0.0f, 0.0f, eyeZ, 0.0f, 0.0f, -4.0f, 0.0f, 4.0f, -4.0f);
+    RotTranMatrix::rotate(m.mVMatrix, 180.0f, 0.0f, 0.0f, 1.0f);
+    RotTranMatrix::rotate(m.mVMatrix, rotX, 1.0f, 0.0f, 0.0f);
+    RotTranMatrix::translate(m.mVMatrix, 0.0f, tranY, tranZ);
+}

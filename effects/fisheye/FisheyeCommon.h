@@ -13,6 +13,8 @@
 //                     equidistant lens law and its lookup (the colour
 //                     conversion is GLSL_YUV_TO_RGB, shared with every view).
 //   TwoPositionZoom   the wide/close double-tap state machine.
+//   FisheyeBowlView   the camera of the views that look into the bowl.
+//   ViewPane          one pane of a multi-pane view: its viewport and camera.
 //
 // All motion is counted in rendered frames; nothing here reads a clock.
 #ifndef PANOVIEW_FISHEYECOMMON_H
@@ -60,6 +62,19 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "vec2 fisheyeLensLookup(float s, float fir, float signS, float signT) {\n" \
     "    return vec2(0.5 + signS * fir * sin(s) / 2.0,\n"                       \
     "                0.5 + signT * fir * cos(s) / 2.0);\n"                      \
+    "}\n"
+
+// What a pane's camera sees, for another pane that marks it (a map that
+// lights the area a perspective pane shows). The vertex stage passes the
+// position as the watching pane's matrix puts it, clip coordinates
+// (uMVPMatrixRect); fisheyeSeenByPane is true when that point lies inside
+// the pane's view volume, bounds included: inside its viewport and between
+// its near and far planes (x, y and z within -1..1 after the division by
+// |w|; a point behind the eye has |z| beyond |w| and fails).
+#define FISHEYE_GLSL_PANE_SEEN                                          \
+    "bool fisheyeSeenByPane(vec4 clip) {\n"                            \
+    "    vec3 p = clip.xyz / abs(clip.w);\n"                           \
+    "    return all(lessThanEqual(abs(p), vec3(1.0)));\n"              \
     "}\n"
 
 // ------------------------------------------------------------ dome mesh
@@ -124,8 +139,29 @@ struct TwoPositionZoom {
     }
 };
 
+// The camera that looks into the bowl from its axis: the eye at eyeZ on the
+// axis looking towards (0, 0, -4) with up (0, 4, -4), turned half a turn
+// about the axis, tilted by rotX degrees about x and moved by (0, tranY,
+// tranZ). The view's turn about the axis is the caller's last rotation.
+void FisheyeBowlView(RotTranMatrix &m, float eyeZ, float rotX, float tranY, float tranZ);
+
+// One pane of a multi-pane view: its place in the window (GL viewport,
+// origin bottom left) and its own camera.
+struct ViewPane {
+    GLint x = 0, y = 0, width = 0, height = 0;
+    RotTranMatrix camera = {};
+    void SetViewport(GLint px, GLint py, GLint w, GLint h)
+    {
+        x = px, y = py, width = w, height = h;
+    }
+    void Apply() const { glViewport(x, y, width, height); }
+};
 
 // Keeps an angle in degrees within (-360, 360) by whole turns.
 float FisheyeWrapDegrees(float angle);
+// Keeps an angle in degrees within [0, 360): a value at or below 0 gains a
+// turn, one at or above 360 loses one (and values further out are reduced
+// in one step).
+float FisheyeWrapTurn(float angle);
 
 #endif

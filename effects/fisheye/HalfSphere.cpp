@@ -21,30 +21,42 @@ namespace {
 
 // The bowl: the lens law blends from a sine-like curve through the
 // equidistant line to a cosine curve as fratio rises with the eye distance.
-const char kSphereFragment[] =
-    "precision highp float;\n"
-    "varying vec2 vTextureCoord;\n"
+// It is evaluated per vertex: the mesh is fine enough (a vertex every couple
+// of degrees) that the lookup point, interpolated linearly across a
+// triangle, stays within a tenth of a source pixel of the per-pixel result,
+// and the fragment stage is left with the three plane fetches.
+const char kSphereVertex[] =
+    "uniform mat4 uMVPMatrix;\n"
     "uniform float frad;\n"
     "uniform float fratio;\n"
-    "uniform float PlatFlag;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW
+    "uniform float PlatFlag;\n"
+    "attribute vec3 aPosition;\n"
+    "attribute vec2 aTexCoor;\n"
+    "varying vec2 vLookup;\n" FISHEYE_GLSL_LENS_LAW
     "void main() {\n"
-    "    float s = vTextureCoord.s;\n"
-    "    float t = vTextureCoord.t;\n"
+    "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"
+    "    float s = aTexCoor.s;\n"
+    "    float t = aTexCoor.t;\n"
     "    float ftmp = (0.8 - 1.0) * t + 1.0;\n"
-    "    float fir1 = frad * ftmp * cos(t);\n"
     "    float fir2 = ftmp * fisheyeEquidistant(t, frad);\n"
-    "    float fir3 = frad * ftmp * (1.0 - sin(t));\n"
     "    float tm = PlatFlag == 0.0 ? 0.25 : 0.5;\n"
     "    float m3 = 0.35;\n"
     "    float fir;\n"
     "    if (fratio >= tm) {\n"
     "        float frat = (fratio - tm) * 2.0;\n"
-    "        fir = frat * fir1 + (1.0 - frat) * fir2;\n"
+    "        fir = frat * frad * ftmp * cos(t) + (1.0 - frat) * fir2;\n"
     "    } else {\n"
     "        float frat = fratio * m3 / tm + 1.0 - m3;\n"
-    "        fir = frat * fir2 + (1.0 - frat) * fir3;\n"
+    "        fir = frat * fir2 + (1.0 - frat) * frad * ftmp * (1.0 - sin(t));\n"
     "    }\n"
-    "    gl_FragColor = yuvToRgb(fisheyeLensLookup(s, fir, -1.0, 1.0));\n"
+    "    vLookup = fisheyeLensLookup(s, fir, -1.0, 1.0);\n"
+    "}\n";
+
+const char kSphereFragment[] =
+    "precision highp float;\n"
+    "varying vec2 vLookup;\n" GLSL_YUV_TO_RGB
+    "void main() {\n"
+    "    gl_FragColor = yuvToRgb(vLookup);\n"
     "}\n";
 
 const char kBackFragment[] =
@@ -120,7 +132,7 @@ private:
     void StepCamera() override;
     void Draw(const Frame &f) override;
     bool Moving() const override;
-    void Touch(bool bDown) override { bTouchUp = bDown ? 0 : 1; }
+    void Touch(bool bDown, float, float) override { bTouchUp = bDown ? 0 : 1; }
     void Drag(float px, float py, float x, float y) override;
     void Fling(float fVelX, float fVelY) override;
     void DoubleTap(float x, float y) override;
@@ -181,6 +193,12 @@ private:
     float fBackCamZ = 0.0f, fStarCamZ = 0.0f;
     Relaxed<unsigned char> mbISDisplayBack{1};
     Relaxed<unsigned char> mbStarState{1};
+    // The cloud turns and the stars twinkle by drawn frames. They keep the
+    // display drawing only while the host's animation switch is on; with it
+    // off they stand still between the draws that something else asks for,
+    // so a still picture costs nothing. Written by the host's settings on the
+    // render thread's start or mode switch, read by Moving() on that thread.
+    Relaxed<unsigned char> bBackdropLive{1};
 
     // Camera values, read by saves on the host thread.
     Relaxed<float> fCamZ{0.0f};
@@ -256,7 +274,7 @@ MRESULT HalfSphere::Build()
     initStars();
 
     MRESULT lRet = 0;
-    if (m_Sphere.Build("HalfSphere", FISHEYE_GLSL_DOME_VERTEX, kSphereFragment) != 0) lRet = -1;
+    if (m_Sphere.Build("HalfSphere", kSphereVertex, kSphereFragment) != 0) lRet = -1;
     const GLint radHandle = m_Sphere.Uniform("HalfSphere", "frad", "mRadHandle");
     maRatioHandle = m_Sphere.Uniform("HalfSphere", "fratio", "maRatioHandle");
     const GLint platformHandle = m_Sphere.Uniform("HalfSphere", "PlatFlag", "mFEPlatformHandle");
@@ -397,11 +415,7 @@ void HalfSphere::DrawBehind(const Frame &)
 
 void HalfSphere::setCameraView(RotTranMatrix &m, float eyeZ)
 {
-    m.setLookAt(0.0f, 0.0f, eyeZ, 0.0f, 0.0f, -4.0f, 0.0f, 4.0f, -4.0f);
-    RotTranMatrix::rotate(m.mVMatrix, 180.0f, 0.0f, 0.0f, 1.0f);
-    RotTranMatrix::rotate(m.mVMatrix, fCamRotZ.load(), 1.0f, 0.0f, 0.0f);
-    RotTranMatrix::translate(m.mVMatrix, 0.0f, 0.0f, fCamTranZ.load());
-    RotTranMatrix::translate(m.mVMatrix, 0.0f, fCamTranY.load(), 0.0f);
+    FisheyeBowlView(m, eyeZ, fCamRotZ.load(), fCamTranY.load(), fCamTranZ.load());
 }
 
 float HalfSphere::backgroundEyeZ() const
@@ -486,7 +500,7 @@ void HalfSphere::Draw(const Frame &f)
 // settles the pose); a released tilt below the roam pose springs back.
 bool HalfSphere::Moving() const
 {
-    if (mbISDisplayBack.load() || mbStarState.load()) return true;
+    if (bBackdropLive.load() && (mbISDisplayBack.load() || mbStarState.load())) return true;
     const MLong state = nRoamState.load(), init = nRoamInit.load();
     if ((state == 1 && init == 0) || (state == 0 && init == 1)) return true;
     if (bAnimStarted) return true;
@@ -791,6 +805,7 @@ void HalfSphere::SetDisBackGroundSts(MDWord bCloud, MDWord bStar)
 
 void HalfSphere::SetInitAnimalSts(MDWord bAnimal)
 {
+    bBackdropLive = bAnimal ? 1 : 0;
     if (bAnimal) {
         fCamZ = mbISDisplayBack.load() ? -0.8f : -1.9f;
         bIsInitAnimal = 1;

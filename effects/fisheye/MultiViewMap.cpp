@@ -1,0 +1,320 @@
+// FishEyeMode 4: two square panes side by side. On the left a map, the whole
+// lens circle seen straight down the bowl's axis; on the right a perspective
+// pane from inside the bowl. The map lights the area the perspective pane
+// shows. A touch on the map aims the perspective pane there; drags in the
+// perspective pane turn and tilt it, a deep tilt springs back on release,
+// one degree a frame. Cruise goes on through every gesture.
+#include <cmath>
+#include <new>
+
+#include "FisheyeCommon.h"
+#include "MLog.h"
+#include "ViewEffect.h"
+
+namespace {
+
+// uMVPMatrixRect is the perspective pane's matrix of this frame: a map
+// fragment is lit when that pane sees the same point of the bowl.
+const char kVertex[] = "uniform mat4 uMVPMatrix;\n"
+                       "uniform mat4 uMVPMatrixRect;\n"
+                       "attribute vec3 aPosition;\n"
+                       "attribute vec2 aTexCoor;\n"
+                       "varying vec2 vTextureCoord;\n"
+                       "varying vec4 vPositionRect;\n"
+                       "void main() {\n"
+                       "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"
+                       "    vPositionRect = uMVPMatrixRect * vec4(aPosition, 1.0);\n"
+                       "    vTextureCoord = aTexCoor;\n"
+                       "}\n";
+
+const char kFragment[] = "precision highp float;\n"
+                         "varying vec2 vTextureCoord;\n"
+                         "varying vec4 vPositionRect;\n"
+                         "uniform float frad;\n"
+                         "uniform float mode;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_PANE_SEEN
+                         "void main() {\n"
+                         "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"
+                         "    vec4 c = yuvToRgb(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n"
+                         "    if (mode == 1.0 && fisheyeSeenByPane(vPositionRect))\n"
+                         "        c += vec4(0.3, 0.3, 0.3, 1.0);\n"
+                         "    gl_FragColor = c;\n"
+                         "}\n";
+
+const float kNear = 1.0f, kFar = 25.0f;
+// Eye distances: the perspective pane, the map (from there the bowl's rim
+// fills 6 / 6.2 of the map's half side).
+const float kPaneCamZ = 2.0f, kMapCamZ = 6.2f;
+// The rest pose of the perspective pane and the pose at its deepest tilt
+// (those of the half sphere's roam pose).
+const float kRoamRotZ = -45.5605965f, kRoamTranY = 1.87908530f, kRoamTranZ = 1.39894652f;
+const float kTiltRotZ = -65.9005966f, kTiltTranZ = 0.685671985f, kTiltTranY = 2.61819792f;
+// fTz: 10 degrees a unit towards the axis, 13.5 below the rest pose.
+const float kTzMax = kRoamRotZ / -10.0f;
+const float kTzMin = (kTiltRotZ - kRoamRotZ) / 13.5f;
+const float kFlingFactor = 5.0625f;
+const float kCruiseStep = 0.043269236f;
+const float kRadToDeg = 57.295780490442965f;
+
+enum { kPane = 0, kMap = 1 };
+
+} // namespace
+
+extern const ViewTraits kMultiViewMapTraits = {LensBox::Square, false, false, false, true};
+
+class MultiViewMap final : public ViewEffect {
+public:
+    MultiViewMap() : ViewEffect("MultiViewMap", kMultiViewMapTraits)
+    {
+        m_CruiseEnd = kCruiseEndsNever;
+        FECurrentStatusData &d = m_FECurrentStatusData;
+        // The perspective pane's camera comes back; the eye distances and
+        // the map's pose are constants of the layout, saved only.
+        SaveFields({SavedField::SaveOnly(fCamZ[kPane], d.fCamZ[kPane]),
+                    SavedField::Checked(fCamTranZ[kPane], d.fCamTranZ[kPane], kRoamTranZ),
+                    SavedField::Checked(fCamRotZ[kPane], d.fCamRotZ[kPane], kRoamRotZ),
+                    SavedField::Checked(fCamTranY[kPane], d.fCamTranY[kPane], kRoamTranY),
+                    SavedField::Checked(fCamAngleZ[kPane], d.fCamAngleZ[kPane], 0.0f),
+                    SavedField::Checked(fTz[kPane], d.fTz[kPane], 0.0f),
+                    SavedField::Checked(zAngle[kPane], d.zAngle[kPane], 0.0f)});
+        SaveFields({SavedField::SaveOnly(fCamZ[kMap], d.fCamZ[kMap]),
+                    SavedField::SaveOnly(fCamTranZ[kMap], d.fCamTranZ[kMap]),
+                    SavedField::SaveOnly(fCamRotZ[kMap], d.fCamRotZ[kMap]),
+                    SavedField::SaveOnly(fCamTranY[kMap], d.fCamTranY[kMap]),
+                    SavedField::SaveOnly(fCamAngleZ[kMap], d.fCamAngleZ[kMap]),
+                    SavedField::SaveOnly(fTz[kMap], d.fTz[kMap]),
+                    SavedField::SaveOnly(zAngle[kMap], d.zAngle[kMap])});
+        SaveFields({{mCruiseState, d.mCruiseState}, SavedField::Checked(mCruiseVelocity, d.mCruiseVelocity, 1.0f)});
+    }
+
+private:
+    MRESULT Build() override
+    {
+        DomeMesh::Upload(m_Dome, DomeParams());
+        m_Program.Build("MultiViewMap", kVertex, kFragment);
+        const char *where = "MultiViewMap";
+        const GLint rad = m_Program.Uniform(where, "frad", "mRadHandle");
+        muRect = m_Program.Uniform(where, "uMVPMatrixRect", "muMVPMatrixRectHandle");
+        muMode = m_Program.Uniform(where, "mode", "muC2RModeHandle");
+        if (rad < 0 || muRect < 0 || muMode < 0) return -1;
+        m_Program.Use();
+        glUniform1f(rad, kFisheyeLensRadius);
+        return m_Dome ? 0 : 3;
+    }
+
+    // Two squares that touch, side by side and centred: in a window more
+    // than twice as wide as high their side is the height less a margin of
+    // 1/75 of it above and below; otherwise the half width less a margin
+    // of 1/150 of the width at each side. Whole-pixel arithmetic.
+    void Project(MLong w, MLong h) override
+    {
+        MLong side, left, y0;
+        if (w / 2 > h) {
+            const MLong m = h / 75;
+            side = h - 2 * m;
+            left = (w - 2 * side) / 2;
+            y0 = m;
+        } else {
+            const MLong m = w / 150;
+            side = (w - 2 * m) / 2;
+            left = m;
+            y0 = (h - side) / 2;
+        }
+        m_Pane[kMap].SetViewport(GLint(left), GLint(y0), GLint(side), GLint(side));
+        m_Pane[kPane].SetViewport(GLint(left + side), GLint(y0), GLint(side), GLint(side));
+        for (ViewPane &p : m_Pane) p.camera.setProjectFrustum(-1.0f, 1.0f, -1.0f, 1.0f, kNear, kFar);
+        // The map as a touch sees it (window pixels, y down): its centre and
+        // the half diagonal of its square.
+        m_MapCentreX = float(left) + float(side) * 0.5f;
+        m_MapCentreY = float(h - y0) - float(side) * 0.5f;
+        m_MapReach = float(side) * 0.70710678f;
+    }
+
+    void StepCamera() override
+    {
+        // Cruise, once a frame. The turn is kept within (-360, 360) by whole
+        // turns, as it is drawn, so that a long cruise keeps even steps.
+        float a = zAngle[kPane].load();
+        if (Cruising()) a += mCruiseVelocity.load() * kCruiseStep;
+        zAngle[kPane] = FisheyeWrapDegrees(a);
+        if (!SpringBack()) PoseStep();
+    }
+
+    // The perspective pane first: its matrix of this frame is the one the
+    // map lights.
+    void Draw(const Frame &f) override
+    {
+        auto pane = [&](RotTranMatrix &m) {
+            FisheyeBowlView(m, kPaneCamZ, fCamRotZ[kPane].load(), fCamTranY[kPane].load(), fCamTranZ[kPane].load());
+            fCamAngleZ[kPane] = FisheyeWrapDegrees(zAngle[kPane].load());
+            RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ[kPane].load() + 180.0f, 0.0f, 0.0f, 1.0f);
+        };
+        auto map = [&](RotTranMatrix &m) { m.setLookAt(0.0f, 0.0f, kMapCamZ, 0.0f, 0.0f, -4.0f, 0.0f, 4.0f, -4.0f); };
+        m_Pane[kPane].Apply();
+        DrawPass(m_Pane[kPane].camera, pane, m_Program, m_Dome, f.pTextures, [&] {
+            glUniform1f(muMode, 0.0f);
+            glUniformMatrix4fv(muRect, 1, GL_FALSE, m_Pane[kPane].camera.mMVPMatrix);
+        });
+        m_Pane[kMap].Apply();
+        DrawPass(m_Pane[kMap].camera, map, m_Program, m_Dome, f.pTextures, [&] {
+            glUniform1f(muMode, 1.0f);
+            glUniformMatrix4fv(muRect, 1, GL_FALSE, m_Pane[kPane].camera.mMVPMatrix);
+        });
+    }
+
+    // A released deep tilt returns to the rest pose one degree a frame,
+    // moving the eye along between the two poses. Returns 1 while it does.
+    int SpringBack()
+    {
+        const unsigned char up = bTouchUp.load();
+        float rot = fCamRotZ[kPane].load();
+        if (up == 1 && rot < kRoamRotZ) {
+            rot += 1.0f;
+            if (rot > kRoamRotZ) rot = kRoamRotZ;
+            fCamRotZ[kPane] = rot;
+            BetweenPoses(rot);
+            if (rot >= kRoamRotZ) {
+                belasticstate = 1;
+                fTz[kPane] = 0.0f;
+            }
+            bTouchUpPrev = up;
+            return 1;
+        }
+        // A finger landed since the last frame (seen as the change of
+        // bTouchUp, or flagged by the touch itself when it was lifted and
+        // put down again between two frames): the tilt below the rest pose
+        // is allowed, and a springing tilt is taken over without a jump.
+        const bool landed = bLanded.load() != 0;
+        bLanded = 0;
+        if (up == 0 && (bTouchUpPrev == 1 || landed) && rot <= kRoamRotZ) {
+            belasticstate = 1;
+            if (rot < kRoamRotZ) fTz[kPane] = (rot - kRoamRotZ) / 13.5f;
+        }
+        bTouchUpPrev = up;
+        return 0;
+    }
+
+    // The translations between the deepest tilt and the rest pose.
+    void BetweenPoses(float rot)
+    {
+        if (rot < kTiltRotZ - 0.01f || rot > kRoamRotZ + 0.01f) return;
+        const float p = (rot - kTiltRotZ) / (kRoamRotZ - kTiltRotZ);
+        fCamTranY[kPane] = kTiltTranY + (kRoamTranY - kTiltTranY) * p;
+        fCamTranZ[kPane] = kTiltTranZ + (kRoamTranZ - kTiltTranZ) * p;
+    }
+
+    // The pose from fTz: from the rest pose up to the axis for fTz >= 0;
+    // below it, down to the deepest tilt while a finger holds it.
+    void PoseStep()
+    {
+        float tz = fTz[kPane].load();
+        if (!(tz >= kTzMin)) tz = tz < 0.0f ? kTzMin : 0.0f; // NaN: 0
+        if (tz > kTzMax) tz = kTzMax;
+        fTz[kPane] = tz;
+        if (tz >= 0.0f) {
+            const float rot = tz * 10.0f + kRoamRotZ;
+            fCamRotZ[kPane] = rot;
+            fCamTranZ[kPane] = kRoamTranZ;
+            fCamTranY[kPane] = (rot - kRoamRotZ) / kRoamRotZ * kRoamTranY + kRoamTranY;
+        } else if (belasticstate.load() == 1 && bTouchUp.load() == 0) {
+            float r = tz * 13.5f + kRoamRotZ;
+            if (r < kTiltRotZ) r = kTiltRotZ;
+            if (r > 0.0f) r = 0.0f;
+            fCamRotZ[kPane] = r;
+            BetweenPoses(r);
+        } else {
+            fCamRotZ[kPane] = kRoamRotZ;
+            fCamTranZ[kPane] = kRoamTranZ;
+            fCamTranY[kPane] = kRoamTranY;
+            fTz[kPane] = 0.0f;
+        }
+    }
+
+    bool Moving() const override { return bTouchUp.load() == 1 && fCamRotZ[kPane].load() < kRoamRotZ; }
+
+    // Aims the perspective pane at a map point (window pixels, y down): its
+    // turn is the point's direction from the map's centre, its tilt goes
+    // towards the axis the nearer the point lies to the centre (at rest
+    // from 1/1.8 of the half diagonal outwards). The exact centre has no
+    // direction: the aim stays as it was.
+    void AimFromMap(float x, float y)
+    {
+        const float dx = m_MapCentreX - x, dy = y - m_MapCentreY;
+        if (dx == 0.0f && dy == 0.0f) return;
+        float a;
+        if (dx == 0.0f)
+            a = dy > 0.0f ? 360.0f : 180.0f;
+        else
+            a = std::atan(dy / dx) * kRadToDeg + (dx > 0.0f ? 90.0f : 270.0f);
+        zAngle[kPane] = a;
+        const float D = m_MapReach;
+        const float e = std::sqrt(dx * dx + dy * dy);
+        float tz = (D - 1.8f * e) * kTzMax / D;
+        fTz[kPane] = tz < 0.0f ? 0.0f : tz;
+    }
+
+    // Down on the left half: aim from the map; on the right half: a finger
+    // holds the perspective pane.
+    void Touch(bool bDown, float x, float y) override
+    {
+        if (!bDown) {
+            bTouchUp = 1;
+            return;
+        }
+        const float w = float(m_nWidth.load()), h = float(m_nHeight.load());
+        if (x > 0.0f && x < w / 2.0f && y > 0.0f && y < h) {
+            AimFromMap(x, y);
+            mCurViewIndex = kMap;
+        } else if (x >= w / 2.0f && x <= w && y >= 0.0f && y <= h) {
+            bTouchUp = 0;
+            bLanded = 1;
+            mCurViewIndex = kPane;
+        }
+    }
+
+    // After a touch on the map a drag goes on aiming from it.
+    void Drag(float x0, float y0, float x1, float y1) override
+    {
+        if (mCurViewIndex.load() == kMap) {
+            AimFromMap(x1, y1);
+            return;
+        }
+        fTz[kPane] -= (y1 - y0) * TOUCH_SCALE_FACTOR * 0.1f;
+        zAngle[kPane] += (x1 - x0) * TOUCH_SCALE_FACTOR;
+    }
+
+    void Fling(float fVelX, float) override
+    {
+        const float step = std::fabs(fVelX) * kFlingFactor / 1000.0f;
+        if (fVelX > 0.0f)
+            zAngle[kPane] += step;
+        else
+            zAngle[kPane] -= step;
+    }
+
+    void DoubleTap(float, float) override { bTouchUp = 1; }
+
+    ViewProgram m_Program;
+    GLint muRect = -1, muMode = -1;
+    ViewMesh m_Dome;
+    ViewPane m_Pane[2];
+    float m_MapCentreX = 0.0f, m_MapCentreY = 0.0f, m_MapReach = 1.0f;
+
+    // Index kPane is the perspective pane, kMap the map (constant).
+    Relaxed<float> fCamZ[2] = {kPaneCamZ, kMapCamZ};
+    Relaxed<float> fCamTranZ[2];
+    Relaxed<float> fCamRotZ[2];
+    Relaxed<float> fCamTranY[2];
+    Relaxed<float> fCamAngleZ[2]; // the turn drawn
+    Relaxed<float> fTz[2];        // tilt input
+    Relaxed<float> zAngle[2];     // turn input
+    Relaxed<unsigned char> belasticstate{0}; // a tilt below the rest pose is allowed
+    Relaxed<unsigned char> bTouchUp{1};      // 0 while a finger holds the perspective pane
+    unsigned char bTouchUpPrev = 0;          // render thread
+    Relaxed<unsigned char> bLanded{0};       // a finger came down on the pane since the last frame
+    Relaxed<MLong> mCurViewIndex{kPane};     // kMap after a touch on the map
+};
+
+GlesRenderEffect *MakeMultiViewMap(MDWord)
+{
+    return new (std::nothrow) MultiViewMap();
+}
