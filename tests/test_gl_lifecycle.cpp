@@ -131,6 +131,7 @@ TEST(Lifecycle, CyclesLeaveNoThreadsFilesOrMemoryBehind)
     // Allocator fragmentation may add a little whatever the count; a leak
     // of a frame copy, a texture or a view a cycle grows with it. Under
     // valgrind the resident memory is valgrind's; memcheck judges there.
-    if (!RUNNING_ON_VALGRIND)
+    if (!RUNNING_ON_VALGRIND) {
         EXPECT_LT(after.rssKb - before.rssKb, 8192 + 16L * cycles) << "resident memory grows with the cycles";
+    }
 }
