@@ -41,8 +41,16 @@ TEST(Storm, EveryHostCallAtOnceOnTwoDisplays)
     Rig a(320, 240, 1), b(256, 192, 0);
     ASSERT_TRUE(a.ok() && b.ok());
     ZT5FishEyeParam lens = {5000, 5000, 2800, 5000};
+    // The host's callback reads the display back on whichever thread it is
+    // called.
+    ZT5UICallbackRecord records[2] = {};
+    for (int i = 0; i < 2; i++) {
+        records[i].pArg = i ? &b.display : &a.display;
+        records[i].pfnCallback = [](ZT5UIMessage *, void *arg) { static_cast<Display *>(arg)->GetU32(ZT5_CFG_DISPLAY_ZOOM); };
+    }
     for (Rig *r : {&a, &b}) {
         r->display.Set(ZT5_CFG_COMMON_FISHEYE_PARAM, &lens);
+        r->display.Set(ZT5_CFG_DISPLAY_UICALLBACK, &records[r == &b]);
         ASSERT_EQ(r->Init(), ZT5_OK);
     }
     std::vector<Frame> frames = {SceneFrame(0), Frame(320, 240, {128, 128, 128}), Frame(250, 130, {40, 70, 220})};
