@@ -6,34 +6,41 @@
 HostEventCourier::~HostEventCourier()
 {
     {
-        std::lock_guard<std::mutex> lk(m_Lock);
-        m_bStop = true;
-        m_Queue.clear(); // the display is going: the host hears no more of it
+        std::lock_guard<std::mutex> lk(m_pState->lock);
+        m_pState->bStop = true;
+        m_pState->queue.clear(); // the display is going: the host hears no more of it
     }
-    m_Wake.notify_one();
-    if (m_Thread.joinable()) m_Thread.join();
+    m_pState->wake.notify_one();
+    if (!m_Thread.joinable()) return;
+    // A host that ends the display from inside its callback runs this on
+    // the courier's own thread, which can't wait for itself: it is let go,
+    // and finds the stop in the state it shares when the callback returns.
+    if (m_Thread.get_id() == std::this_thread::get_id())
+        m_Thread.detach();
+    else
+        m_Thread.join();
 }
 
 void HostEventCourier::Post(ZT5UICallbackRecord *pRecord, MDWord dwParamId, MDWord dwValue)
 {
     if (!pRecord) return;
     {
-        std::lock_guard<std::mutex> lk(m_Lock);
-        if (m_bStop) return;
-        m_Queue.push_back({pRecord, dwParamId, dwValue});
-        if (!m_Thread.joinable()) m_Thread = std::thread([this] { Run(); });
+        std::lock_guard<std::mutex> lk(m_pState->lock);
+        if (m_pState->bStop) return;
+        m_pState->queue.push_back({pRecord, dwParamId, dwValue});
+        if (!m_Thread.joinable()) m_Thread = std::thread(Run, m_pState);
     }
-    m_Wake.notify_one();
+    m_pState->wake.notify_one();
 }
 
-void HostEventCourier::Run()
+void HostEventCourier::Run(std::shared_ptr<State> pState)
 {
-    std::unique_lock<std::mutex> lk(m_Lock);
+    std::unique_lock<std::mutex> lk(pState->lock);
     for (;;) {
-        m_Wake.wait(lk, [this] { return m_bStop || !m_Queue.empty(); });
-        if (m_Queue.empty()) return; // stopped, all delivered
-        const Event e = m_Queue.front();
-        m_Queue.pop_front();
+        pState->wake.wait(lk, [&] { return pState->bStop || !pState->queue.empty(); });
+        if (pState->bStop) return;
+        const Event e = pState->queue.front();
+        pState->queue.pop_front();
         lk.unlock();
         Deliver(e.pRecord, e.dwParamId, e.dwValue);
         lk.lock();

@@ -15,6 +15,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -39,13 +40,18 @@ private:
         ZT5UICallbackRecord *pRecord;
         MDWord dwParamId, dwValue;
     };
-    void Run();
+    // Shared with the thread, which may outlive the courier (see the
+    // destructor).
+    struct State {
+        std::mutex lock;
+        std::condition_variable wake;
+        std::deque<Event> queue; // under lock
+        bool bStop = false;      // under lock
+    };
+    static void Run(std::shared_ptr<State> pState);
 
-    std::mutex m_Lock;
-    std::condition_variable m_Wake;
-    std::deque<Event> m_Queue; // under m_Lock
-    bool m_bStop = false;      // under m_Lock
-    std::thread m_Thread;      // started by the first Post, under m_Lock
+    std::shared_ptr<State> m_pState = std::make_shared<State>();
+    std::thread m_Thread; // started by the first Post, under the state's lock
 };
 
 #endif
