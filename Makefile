@@ -1,5 +1,5 @@
 # The two commands of the README.
-.PHONY: demo test deps build clean
+.PHONY: demo test deps build clean fuzz-long lifecycle valgrind
 
 deps:
 	bash scripts/install-deps.sh
@@ -14,5 +14,19 @@ demo: deps
 test: deps
 	bash scripts/run-tests.sh
 
+# Opt-in long runs, beside the bounded ones of `make test`.
+# Ten minutes of each fuzz target, from the corpus the last runs left.
+fuzz-long: deps
+	bash scripts/run-fuzz.sh 600
+
+# 1,000 display lives in one process under ASan, no growth of threads,
+# files or memory.
+lifecycle: deps
+	bash scripts/run-long.sh lifecycle
+
+# A few display lives under valgrind's memcheck, Mesa's noise suppressed.
+valgrind: deps
+	bash scripts/run-long.sh valgrind
+
 clean:
-	rm -rf build build-asan build-tsan out
+	rm -rf build build-asan build-tsan build-fuzz build-plain out

@@ -63,10 +63,14 @@ void CopyRegion(const FrameSource &s, MDWord x, MDWord y, MDWord w, MDWord h, un
     unsigned char *dstV = dst + lumaSize + lumaSize / 4;
 
     if (x == 0 && y == 0 && w == s.width && h == s.height && IsPackedPlanar(s)) {
-        // The whole frame, tightly packed: each plane is one run of bytes.
+        // The whole frame, tightly packed: each plane is one run of bytes,
+        // a chroma plane (w/2) * (h/2) of them as the row by row copy below
+        // takes; for an odd size that is less than a quarter of the luma,
+        // and a host's separate plane may hold no more.
+        const size_t chromaSize = size_t(w / 2) * (h / 2);
         MMemCpy(dstY, s.p[0], lumaSize);
-        MMemCpy(dstU, s.p[1], lumaSize / 4);
-        MMemCpy(dstV, s.p[2], lumaSize / 4);
+        MMemCpy(dstU, s.p[1], chromaSize);
+        MMemCpy(dstV, s.p[2], chromaSize);
         return;
     }
 

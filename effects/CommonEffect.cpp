@@ -216,7 +216,6 @@ private:
     void MakeProjection(MLong nDisplayWidth, MLong nDisplayHeight, MLong nVideoWidth, MLong nPictureHeight,
                         MDWord dwRotation);
     void ApplyDistortionChange();
-    void ReportEdge(MDWord dwCode);
     void ResetTexCoords();
 
     ViewProgram m_Plain;   // the picture as it is
@@ -247,7 +246,6 @@ private:
     // The camera as this frame's step and limits left it.
     float m_fDrawTransX = 0.0f, m_fDrawTransY = 0.0f, m_fDrawScale = 1.0f;
 
-    std::atomic<ZT5UICallbackRecord *> m_pUICallback{nullptr};
     std::atomic<ZT5DistortionParam *> m_pDistortionParam{nullptr};
     float mTexCoord[4][8];
     const double *mCurDistortTable = nullptr;
@@ -520,23 +518,7 @@ void CommonEffect::Drag(float x0, float y0, float x1, float y1)
         code = EDGE_TOP;
     else if (ty >= maxY && dy < 0 && ay > ax)
         code = EDGE_BOTTOM;
-    ReportEdge(code);
-}
-
-// Tells the host, on the caller's thread, that a drag met the picture's edge.
-void CommonEffect::ReportEdge(MDWord dwCode)
-{
-    if (dwCode == EDGE_NONE) return;
-    ZT5UICallbackRecord *pRecord = m_pUICallback.load(std::memory_order_relaxed);
-    if (!pRecord) return;
-    CZT5Mutex *pRecordMutex = static_cast<CZT5Mutex *>(pRecord->pMutex);
-    if (pRecordMutex) pRecordMutex->Lock();
-    pRecord->msg.dwEvent = ZT5_UI_EVENT;
-    pRecord->msg.dwValue1 = dwCode;
-    pRecord->msg.dwValue2 = dwCode;
-    pRecord->msg.dwParamID = ZT5_CFG_DISPLAY_EDGE_EVENT;
-    if (pRecord->pfnCallback) pRecord->pfnCallback(&pRecord->msg, pRecord->pArg);
-    if (pRecordMutex) pRecordMutex->Unlock();
+    if (code != EDGE_NONE) PostEdgeEvent(code);
 }
 
 // A pinch zooms in fixed steps: a rate above 1.0 in, any other out. The
@@ -567,9 +549,6 @@ MRESULT CommonEffect::setConfig(MDWord dwID, void *pValue)
     switch (dwID) {
     case ZT5_CFG_DISPLAY_DISTORTION_PARAM:
         if (pValue) m_pDistortionParam.store(static_cast<ZT5DistortionParam *>(pValue), std::memory_order_relaxed);
-        return 0;
-    case ZT5_CFG_DISPLAY_UICALLBACK:
-        if (pValue) m_pUICallback.store(static_cast<ZT5UICallbackRecord *>(pValue), std::memory_order_relaxed);
         return 0;
     case ZT5_CFG_DISPLAY_SCALE_RATIO: {
         // A factor here, not a percentage. A NaN or infinite factor is

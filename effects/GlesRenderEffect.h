@@ -56,12 +56,22 @@ public:
     // How the view turns the planes into colours (render thread; taken at
     // the next draw). Until set: kYuvBt601Video.
     void SetYuvConversion(const YuvConversion &c) { m_YuvConversion = c; }
+    // The edge a gesture met (ZT5_CFG_DISPLAY_EDGE_EVENT codes), 0 for none;
+    // taking it clears it. The view never calls the host itself: the
+    // renderer hands the event on once it no longer holds the lock that
+    // keeps the view alive, since the host may rebuild the renderer (a new
+    // window) from inside its callback.
+    MDWord TakeEdgeEvent() { return m_dwEdgeEvent.exchange(0); }
 
 protected:
     TextureInfo m_sTextureInfo = {};
     std::atomic<MDWord> m_dwBackColor{0}; // 0xRRGGBB; set by the host's thread
     VideoLogo *m_pVideoLogo = nullptr;
     YuvConversion m_YuvConversion = kYuvBt601Video;
+    void PostEdgeEvent(MDWord dwCode) { m_dwEdgeEvent.store(dwCode); }
+
+private:
+    std::atomic<MDWord> m_dwEdgeEvent{0};
 };
 
 // A view's matrices, column-major. rotate() turns the opposite way from

@@ -36,17 +36,17 @@ void SavedField::Restore() const
     if (!m_bRestore) return;
     switch (m_Kind) {
     case kFloat:
-        *static_cast<Relaxed<float> *>(m_pLive) = *static_cast<const float *>(m_pField);
-        break;
     case kCheckedFloat: {
         // The draw's limits bring a large value back, but not a NaN: a
         // record of garbage must not reach the matrices, where one NaN
         // blanks the picture for good. The bound lies far beyond any limit
-        // a host can set.
+        // a host can set, and far enough below the largest float that the
+        // camera's sums stay finite. A plain float that isn't finite keeps
+        // the live value.
         const float kBound = 1.0e9f;
         float v = *static_cast<const float *>(m_pField);
         if (!std::isfinite(v))
-            v = m_fFallback;
+            v = m_Kind == kCheckedFloat ? m_fFallback : static_cast<Relaxed<float> *>(m_pLive)->load();
         else if (v > kBound)
             v = kBound;
         else if (v < -kBound)
@@ -216,12 +216,29 @@ MRESULT ViewEffect::setConfig(MDWord dwID, void *pValue)
     return 0;
 }
 
+// Every float of the record that isn't a finite number becomes 0, so that
+// garbage in a field the view doesn't use never travels on into a save, and
+// the view's Restored sees numbers only. The word fields are left alone.
+static void ZeroNonFinite(FECurrentStatusData *s)
+{
+    auto zero = [](float *p, int n) {
+        for (int i = 0; i < n; i++)
+            if (!std::isfinite(p[i])) p[i] = 0.0f;
+    };
+    for (float *a : {s->fCamZ, s->fCamTranZ, s->fCamRotZ, s->fCamTranY, s->fCamAngleZ, s->fTz, s->zAngle, s->fCamRotX})
+        zero(a, 4);
+    for (float *p : {&s->xMove, &s->fTilt, &s->mTransX, &s->mTransY, &s->mAnimalStepX, &s->mAnimalStepY,
+                     &s->mScaleRatio, &s->mfZoom, &s->mCruiseVelocity})
+        zero(p, 1);
+}
+
 // The whole record is kept, so that fields the view doesn't use travel
 // through a restore and the next save unchanged.
 void ViewEffect::Restore(const void *pRecord)
 {
     MMemCpy(&m_FECurrentStatusData, pRecord, sizeof(m_FECurrentStatusData));
     for (const SavedField &f : m_SavedFields) f.Restore();
+    ZeroNonFinite(&m_FECurrentStatusData);
     Restored(m_FECurrentStatusData);
 }
 

@@ -22,7 +22,17 @@ struct Arith {
         if (v > INT32_MAX || v < INT32_MIN) bad = true;
         return v;
     }
-    int64_t mul(int64_t a, int64_t b) { return chk(a * b); }
+    // A failed computation goes on with the numbers it has, which may lie
+    // far outside 32 bits: their product may not even fit in 64.
+    int64_t mul(int64_t a, int64_t b)
+    {
+        int64_t v;
+        if (__builtin_mul_overflow(a, b, &v)) {
+            bad = true;
+            return 0;
+        }
+        return chk(v);
+    }
     int64_t div(int64_t a, int64_t b)
     {
         if (b == 0) {

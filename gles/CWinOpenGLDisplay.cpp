@@ -414,6 +414,13 @@ uintptr_t CWinOpenGLDisplay::Run()
 
 void CWinOpenGLDisplay::Internal_Blit()
 {
+    // A new window of the host's with the id of the destroyed one: the
+    // manager sees no new window, so the surface is rebuilt here, as the
+    // manager's rebuild for a new window would.
+    if (m_pRenderer->WindowReplaced()) {
+        m_pRenderer->Uninitialize();
+        Internal_Init();
+    }
     if (!m_bShow.load()) {
         MLogDebug("[%s]CWinOpenGLDisplay::Internal_Blit show is disabled", MLOG_TAG);
         return;
@@ -454,6 +461,7 @@ void CWinOpenGLDisplay::Internal_Blit()
         m_dwNewestDrawn.store(dwSerial, std::memory_order_release);
     }
     if (!bReleased) pFrameMutex->Unlock();
+    if (!bStale) m_pRenderer->DeliverHostEvents();
 }
 
 MRESULT CWinOpenGLDisplay::Internal_Init()

@@ -1,5 +1,6 @@
 #include "CWinOpenGLESRenderer.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
@@ -78,9 +79,36 @@ static MDWord ToPercent(float factor)
 
 template <typename F> void CWinOpenGLESRenderer::WithCurrentEffect(F f)
 {
-    std::unique_lock<std::recursive_mutex> lk = LockViews();
-    GlesRenderEffect *pEffect = m_RenderEffect[m_FishEyeMode.load(std::memory_order_relaxed)];
-    if (pEffect) f(pEffect);
+    MDWord dwEdge = 0;
+    {
+        std::unique_lock<std::recursive_mutex> lk = LockViews();
+        GlesRenderEffect *pEffect = m_RenderEffect[m_FishEyeMode.load(std::memory_order_relaxed)];
+        if (!pEffect) return;
+        f(pEffect);
+        dwEdge = pEffect->TakeEdgeEvent();
+    }
+    // The host hears of an edge with the view lock released: its callback
+    // may give a new window, whose rebuild on the render thread deletes the
+    // views under that lock while this thread waits for the rebuild.
+    if (dwEdge) SendHostEvent(ZT5_CFG_DISPLAY_EDGE_EVENT, dwEdge);
+}
+
+// A gesture value that isn't a finite number means nothing and would stay
+// in the camera for good: the gesture is dropped.
+static bool AllFinite(std::initializer_list<float> values)
+{
+    for (float v : values)
+        if (!std::isfinite(v)) return false;
+    return true;
+}
+
+// A point far outside any window is brought to this distance: the views add
+// differences of points to their angles, and two points near the largest
+// float would make an infinite difference.
+static float Bounded(float v)
+{
+    const float kMaxCoordinate = 1.0e6f;
+    return std::max(-kMaxCoordinate, std::min(kMaxCoordinate, v));
 }
 
 std::unique_lock<std::recursive_mutex> CWinOpenGLESRenderer::LockViews()
@@ -288,6 +316,7 @@ void CWinOpenGLESRenderer::Uninitialize()
         m_TextureWidth[i] = m_TextureHeight[i] = 0;
     }
     m_bPlanesUploaded = false;
+    m_bDrawn = false;
     m_dwDisplayWidth = 0;
     m_dwDisplayHeight = 0;
     MMemFree(m_pCaptureBuffer);
@@ -323,6 +352,9 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
     m_Height = lHeight;
     RendererLocks locks(m_pMutex);
 
+    // A destroyed window has nothing left to draw into, and every driver
+    // query of it fails: the display waits for the next window.
+    if (m_WindowWatch.Gone()) return false;
     if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) return false;
     EGLint w = 0, h = 0;
     if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &w)) return false;
@@ -366,7 +398,7 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
                 bInertia = true;
             }
         }
-        ReportCruiseState(pEffect->GetFishEyeCruiseState());
+        m_lCruiseSeen = pEffect->GetFishEyeCruiseState();
 
         MLong rect[4] = {0, 0, 0, 0};
         if (m_pDisplayContext)
@@ -379,6 +411,8 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
         // Inertia decays here, one step a draw, and needs the draws to go on
         // until it has died out; everything else that moves is the view's.
         m_bWantsAnotherFrame = bInertia || pEffect->NeedsAnotherFrame();
+        m_dwEdgeSeen |= pEffect->TakeEdgeEvent();
+        m_bDrawn = true;
     }
 
     if (bFinish) glFinish();
@@ -413,6 +447,19 @@ CWinOpenGLESRenderer::Timings CWinOpenGLESRenderer::GetTimings() const
     return t;
 }
 
+void CWinOpenGLESRenderer::DeliverHostEvents()
+{
+    if (m_dwEdgeSeen) m_Courier.Post(m_pUICallback.load(std::memory_order_relaxed), ZT5_CFG_DISPLAY_EDGE_EVENT, m_dwEdgeSeen);
+    m_dwEdgeSeen = 0;
+    ReportCruiseState(m_lCruiseSeen);
+}
+
+void CWinOpenGLESRenderer::SendHostEvent(MDWord dwParamId, MDWord dwValue)
+{
+    if (ZT5UICallbackRecord *pRecord = m_pUICallback.load(std::memory_order_relaxed))
+        HostEventCourier::Deliver(pRecord, dwParamId, dwValue);
+}
+
 void CWinOpenGLESRenderer::ReportCruiseState(MLong state)
 {
     // A view without cruise (-1) has no state to report or to remember: the
@@ -426,15 +473,8 @@ void CWinOpenGLESRenderer::ReportCruiseState(MLong state)
     }
     ZT5UICallbackRecord *pRecord = m_pUICallback.load(std::memory_order_relaxed);
     if (!pRecord || state == m_lastCuriseState) return;
-    CZT5Mutex *pRecordMutex = static_cast<CZT5Mutex *>(pRecord->pMutex);
-    if (pRecordMutex) pRecordMutex->Lock();
-    pRecord->msg.dwEvent = ZT5_UI_EVENT;
-    pRecord->msg.dwValue1 = MDWord(state);
-    pRecord->msg.dwValue2 = MDWord(state);
-    pRecord->msg.dwParamID = ZT5_CFG_DISPLAY_CURISE_STATE_EVENT;
-    if (pRecord->pfnCallback) pRecord->pfnCallback(&pRecord->msg, pRecord->pArg);
-    if (pRecordMutex) pRecordMutex->Unlock();
     m_lastCuriseState = state;
+    m_Courier.Post(pRecord, ZT5_CFG_DISPLAY_CURISE_STATE_EVENT, MDWord(state));
 }
 
 bool CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLong *strides)
@@ -536,10 +576,19 @@ bool CWinOpenGLESRenderer::WindowNeedsRedraw()
 
 MRESULT CWinOpenGLESRenderer::ReadSurface(void **ppBuffer, MDWord *pWidth, MDWord *pHeight)
 {
+    // The picture of the last draw fills its viewport; the surface may have
+    // shrunk since (a resize not drawn yet), and reading past it crashes
+    // inside the driver: the read keeps to both. Before the first draw
+    // there is no picture at all, and with the window destroyed none to
+    // read: the capture is empty then.
     GLint viewport[4] = {0, 0, 0, 0};
     glGetIntegerv(GL_VIEWPORT, viewport);
-    MDWord w = viewport[2] > 0 ? MDWord(viewport[2]) : 0;
-    MDWord h = viewport[3] > 0 ? MDWord(viewport[3]) : 0;
+    EGLint sw = 0, sh = 0;
+    if (!m_bDrawn || !m_WindowWatch.Exists() || !eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &sw) ||
+        !eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_HEIGHT, &sh))
+        sw = sh = 0;
+    MDWord w = viewport[2] > 0 ? MDWord(std::min<GLint>(viewport[2], sw)) : 0;
+    MDWord h = viewport[3] > 0 ? MDWord(std::min<GLint>(viewport[3], sh)) : 0;
     MMemFree(m_pCaptureBuffer);
     m_pCaptureBuffer = nullptr;
     *pWidth = w;
@@ -718,6 +767,7 @@ void CWinOpenGLESRenderer::SetFishEyeCruiseState(MLong state)
 
 void CWinOpenGLESRenderer::SetFishEyeCruiseVelocity(float velocity)
 {
+    if (!AllFinite({velocity})) return;
     m_fAutoCuriseVelocity.store(velocity, std::memory_order_relaxed);
     WithCurrentEffect([&](GlesRenderEffect *e) {
         if (m_CruiseState.load(std::memory_order_relaxed) != 1) return;
@@ -728,21 +778,10 @@ void CWinOpenGLESRenderer::SetFishEyeCruiseVelocity(float velocity)
 
 // -------------------------------------------------------------- gestures
 
-// A touch point or velocity with a NaN or infinite value is no one's touch:
-// it is dropped here, for every view, before it reaches a camera (where a NaN
-// would stay in the angles and an infinite velocity would never decay). A
-// pinch is only a step in or out whatever its rate, and its point moves no
-// camera; it goes on as it is.
-static bool AllFinite(std::initializer_list<float> values)
-{
-    for (float v : values)
-        if (!std::isfinite(v)) return false;
-    return true;
-}
-
 void CWinOpenGLESRenderer::OnTouchDown(float x, float y)
 {
     if (!AllFinite({x, y})) return;
+    x = Bounded(x), y = Bounded(y);
     m_fLastX.store(x, std::memory_order_relaxed);
     m_fLastY.store(y, std::memory_order_relaxed);
     WithCurrentEffect([&](GlesRenderEffect *e) { e->OnTouchDown(x, y); });
@@ -751,6 +790,7 @@ void CWinOpenGLESRenderer::OnTouchDown(float x, float y)
 void CWinOpenGLESRenderer::OnTouchUp(float x, float y)
 {
     if (!AllFinite({x, y})) return;
+    x = Bounded(x), y = Bounded(y);
     WithCurrentEffect([&](GlesRenderEffect *e) { e->OnTouchUp(x, y); });
     m_fLastX.store(x, std::memory_order_relaxed);
     m_fLastY.store(y, std::memory_order_relaxed);
@@ -759,6 +799,7 @@ void CWinOpenGLESRenderer::OnTouchUp(float x, float y)
 void CWinOpenGLESRenderer::OnTouchMove(float px, float py, float x, float y)
 {
     if (!AllFinite({px, py, x, y})) return;
+    px = Bounded(px), py = Bounded(py), x = Bounded(x), y = Bounded(y);
     WithCurrentEffect([&](GlesRenderEffect *e) { e->OnTouchMove(px, py, x, y); });
     m_fLastX.store(x, std::memory_order_relaxed);
     m_fLastY.store(y, std::memory_order_relaxed);
@@ -766,6 +807,8 @@ void CWinOpenGLESRenderer::OnTouchMove(float px, float py, float x, float y)
 
 void CWinOpenGLESRenderer::OnTouchPinch(float fZoomRate, float x, float y)
 {
+    if (!AllFinite({fZoomRate, x, y})) return;
+    x = Bounded(x), y = Bounded(y);
     double dx = (double(x) - double(m_fLastX.load(std::memory_order_relaxed))) * 0.1;
     double dy = (double(y) - double(m_fLastY.load(std::memory_order_relaxed))) * 0.1;
     WithCurrentEffect([&](GlesRenderEffect *e) { e->OnTouchPinch(fZoomRate, float(dx), float(dy)); });
@@ -776,6 +819,7 @@ void CWinOpenGLESRenderer::OnTouchPinch(float fZoomRate, float x, float y)
 void CWinOpenGLESRenderer::OnDoubleClick(float x, float y)
 {
     if (!AllFinite({x, y})) return;
+    x = Bounded(x), y = Bounded(y);
     WithCurrentEffect([&](GlesRenderEffect *e) { e->OnDoubleClick(x, y); });
     m_fLastX.store(x, std::memory_order_relaxed);
     m_fLastY.store(y, std::memory_order_relaxed);
@@ -783,7 +827,12 @@ void CWinOpenGLESRenderer::OnDoubleClick(float x, float y)
 
 void CWinOpenGLESRenderer::OnTouchMoveVelocity(float nVelX, float nVelY)
 {
+    // Inertia decays by a tenth a draw; a huge speed is cut to one that
+    // dies out within about a hundred draws.
     if (!AllFinite({nVelX, nVelY})) return;
+    const float kMaxVelocity = 10000.0f;
+    nVelX = std::max(-kMaxVelocity, std::min(kMaxVelocity, nVelX));
+    nVelY = std::max(-kMaxVelocity, std::min(kMaxVelocity, nVelY));
     m_fVelX.store(nVelX, std::memory_order_relaxed);
     m_fVelY.store(nVelY, std::memory_order_relaxed);
     if (std::fabs(nVelX) > 0.1f || std::fabs(nVelY) > 0.1f) m_bVelocityActive.store(1, std::memory_order_relaxed);

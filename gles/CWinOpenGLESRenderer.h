@@ -13,6 +13,7 @@
 
 #include "EglObjects.h"
 #include "GlObjects.h"
+#include "HostEventCourier.h"
 #include "GlesRenderEffect.h"
 #include "WindowWatch.h"
 #include "MDisplayMgr.h"
@@ -66,7 +67,13 @@ public:
     // surface has another size than the last draw used, or it was exposed.
     // Cheap and never blocks; the render thread asks it while idle.
     bool WindowNeedsRedraw();
+    // Render thread: the window was destroyed and another took its id; the
+    // surface must be made anew.
+    bool WindowReplaced() { return m_WindowWatch.Replaced(); }
     void SetFishEyeMode(MLong nFishEyeMode);
+    // After a Render, with no lock held: hands the courier a changed cruise
+    // state and an edge the view met while it drew, for the host.
+    void DeliverHostEvents();
     void Uninitialize();
     // Reads the surface as the last draw left it (RGBA, bottom row first).
     // Result ZT5_SNAPSHOT_RGBA, -1 for no memory, ZT5_ERR_DISPLAY_CREATE when
@@ -117,6 +124,8 @@ private:
     void CreateEffect(MDWord mode);
     bool UploadPlanes(unsigned char *const *planes, const MLong *strides); // false: nothing uploaded
     void ReportCruiseState(MLong state);
+    // To the host at once, on the calling (gesture) thread, no lock held.
+    void SendHostEvent(MDWord dwParamId, MDWord dwValue);
     MRESULT ReadSurface(void **ppBuffer, MDWord *pWidth, MDWord *pHeight); // GL part of a capture
     MRESULT InitializeLocked(MGLDisplayContext *pDisplayContext, MLong lWidth, MLong lHeight);
 
@@ -149,6 +158,9 @@ private:
     GLsizei m_TextureHeight[3] = {0, 0, 0};
     bool m_bPlanesUploaded = false;        // the textures hold a frame
     bool m_bWantsAnotherFrame = false;     // render thread only
+    bool m_bDrawn = false;                 // a view has drawn on this surface
+    MLong m_lCruiseSeen = -1;              // render thread: the last draw's cruise state
+    MDWord m_dwEdgeSeen = 0;               // render thread: edges met while drawing
     std::atomic<MDWord> m_FishEyeMode{0};
     // Slots are read by host threads while the render thread fills them.
     std::atomic<GlesRenderEffect *> m_RenderEffect[GL_RENDER_MODE_COUNT] = {};
@@ -164,6 +176,7 @@ private:
     std::atomic<MDWord> m_CruiseState{0};
     std::atomic<float> m_fAutoCuriseVelocity{1.0f};
     std::atomic<ZT5UICallbackRecord *> m_pUICallback{nullptr};
+    HostEventCourier m_Courier; // the render thread's events to the host
     MLong m_lastCuriseState = -2;
     FECurrentStatusData m_FECurrentStatusData = {};
     float m_fScaleRatio = 1.0f;

@@ -26,23 +26,65 @@ void WindowWatch::Stop()
     if (m_pConnection) xcb_disconnect(m_pConnection);
     m_pConnection = nullptr;
     m_window = 0;
+    m_bGone = false;
+    m_bExposed = false;
 }
 
-bool WindowWatch::TakeExposed()
+bool WindowWatch::Exists()
 {
-    if (!m_pConnection) return false;
-    bool bExposed = false;
+    if (!m_pConnection) return true; // nothing to ask: assume it does
+    if (m_bGone) return false;
+    xcb_generic_error_t *pError = nullptr;
+    xcb_get_geometry_reply_t *pReply =
+        xcb_get_geometry_reply(m_pConnection, xcb_get_geometry(m_pConnection, m_window), &pError);
+    std::free(pError);
+    if (!pReply) m_bGone = true;
+    std::free(pReply);
+    return !m_bGone;
+}
+
+void WindowWatch::Poll()
+{
+    if (!m_pConnection) return;
     while (xcb_generic_event_t *ev = xcb_poll_for_event(m_pConnection)) {
         switch (ev->response_type & 0x7f) {
         case XCB_EXPOSE:
         case XCB_MAP_NOTIFY:
         case XCB_CONFIGURE_NOTIFY:
-            bExposed = true;
+            m_bExposed = true;
+            break;
+        case XCB_DESTROY_NOTIFY:
+            m_bGone = true;
             break;
         default: // errors (response type 0) for a window that is gone, and the rest
             break;
         }
         std::free(ev);
     }
+}
+
+bool WindowWatch::TakeExposed()
+{
+    Poll();
+    const bool bExposed = m_bExposed;
+    m_bExposed = false;
     return bExposed;
+}
+
+bool WindowWatch::Gone()
+{
+    Poll();
+    return m_bGone;
+}
+
+bool WindowWatch::Replaced()
+{
+    if (!Gone()) return false;
+    xcb_generic_error_t *pError = nullptr;
+    xcb_get_geometry_reply_t *pReply =
+        xcb_get_geometry_reply(m_pConnection, xcb_get_geometry(m_pConnection, m_window), &pError);
+    std::free(pError);
+    const bool bExists = pReply != nullptr;
+    std::free(pReply);
+    return bExists;
 }

@@ -30,10 +30,23 @@ public:
     // True when the window was exposed, mapped or resized since the last
     // call. Never blocks.
     bool TakeExposed();
+    // False once the window is known to be destroyed: asks the server (one
+    // round trip) unless its destruction was seen already. A surface whose
+    // window is gone must not be read: the driver's read of it crashes.
+    bool Exists();
+    // True once the window's destruction has been seen. Never blocks.
+    bool Gone();
+    // True when the window was destroyed and a window of the same id exists
+    // now: X hands out the ids of a closed connection again, so a host's new
+    // window may carry the old one's id. One round trip while gone.
+    bool Replaced();
 
 private:
     xcb_connection_t *m_pConnection = nullptr;
     uint32_t m_window = 0;
+    bool m_bGone = false;
+    bool m_bExposed = false;
+    void Poll(); // takes the queued events
 };
 
 #endif

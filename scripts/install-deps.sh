@@ -10,6 +10,7 @@ PKGS=(
   libgtest-dev libbenchmark-dev
   xvfb xauth x11-utils binutils
   libavcodec-dev libavformat-dev libswscale-dev libavutil-dev
+  clang libclang-rt-dev valgrind
 )
 
 missing=()

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Builds the library and the tests under the sanitizers and runs the suite:
-# the threading tests under ThreadSanitizer, then everything under
-# AddressSanitizer + UndefinedBehaviorSanitizer. Ends with ctest's summary.
+# the threading tests under ThreadSanitizer, a bounded run of each fuzz
+# target (clang, libFuzzer, ASan + UBSan; PANOVIEW_FUZZ_SECONDS a target,
+# default 20), then everything under AddressSanitizer +
+# UndefinedBehaviorSanitizer. Ends with ctest's summary.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 JOBS=$(nproc 2>/dev/null || echo 2)
@@ -24,6 +26,9 @@ echo "== ThreadSanitizer build: threading tests"
 configure build-tsan thread
 cmake --build build-tsan -j"$JOBS" >/dev/null
 (cd build-tsan && ctest -L threads -j"$JOBS" --output-on-failure)
+
+echo "== Fuzz targets: ${PANOVIEW_FUZZ_SECONDS:-20} s each"
+bash scripts/run-fuzz.sh "${PANOVIEW_FUZZ_SECONDS:-20}"
 
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer build: whole suite"
 configure build-asan address

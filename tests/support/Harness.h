@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "HostIds.h"
 #include "SyntheticScene.h"
 #include "ZT5Mutex.h"
 #include "ZT5Plugin.h"
@@ -105,6 +106,7 @@ public:
     int width() const { return m_width; }
     int height() const { return m_height; }
     bool Resize(int width, int height); // waits until the server has it
+    bool SetMapped(bool mapped);        // unmaps or maps, waits until the server has it
 
 private:
     void *m_display = nullptr;
@@ -114,9 +116,6 @@ private:
 
 // ------------------------------------------------------------------ library
 
-// Every id a host may send (with a set, a get or both), then ids of the
-// library's own layers and numbers nobody uses.
-extern const std::vector<uint32_t> kHostIds;
 
 // The library, loaded once for the process: ZT_GetPlugin's factory. Null
 // when it could not be loaded (Error() says why).

@@ -1,0 +1,93 @@
+// DrawFrame with random frame descriptions: sizes (odd, tiny, large),
+// colour types, rotations, aspect words and lens boxes, in a random view,
+// through both roads: one buffer exactly as long as the description says,
+// or the shared memory agent's planes with random row pitches, each plane
+// exactly as long as its rows are read. A read past a buffer is caught by
+// AddressSanitizer.
+#include <algorithm>
+#include <cstdint>
+#include <vector>
+
+#include "FuzzHost.h"
+
+using fuzz::Bytes;
+
+namespace {
+
+const uint32_t kCsTypes[] = {ZT5_FRAME_CS_I420,       ZT5_FRAME_CS_I420_B,     ZT5_FRAME_CS_SEMIPLANAR_A,
+                             ZT5_FRAME_CS_SEMIPLANAR_B, ZT5_FRAME_CS_SEMIPLANAR_C, ZT5_FRAME_CS_NV12,
+                             ZT5_FRAME_CS_PACKED2,     ZT5_FRAME_CS_PACKED3,     ZT5_FRAME_CS_PACKED4_A,
+                             ZT5_FRAME_CS_PACKED4_B,   ZT5_FRAME_CS_OUTPUT,      0x2};
+
+// Bytes of a tightly packed frame as the README lays the types out.
+size_t FrameBytes(uint32_t cs, size_t w, size_t h)
+{
+    switch (cs) {
+    case ZT5_FRAME_CS_PACKED2: return w * h * 2;
+    case ZT5_FRAME_CS_PACKED3: return w * h * 3;
+    case ZT5_FRAME_CS_PACKED4_A:
+    case ZT5_FRAME_CS_PACKED4_B: return w * h * 4;
+    default: return w * h + 2 * ((w + 1) / 2) * ((h + 1) / 2);
+    }
+}
+
+std::vector<uint8_t> Filled(size_t n, uint8_t seed)
+{
+    std::vector<uint8_t> v(n);
+    for (size_t i = 0; i < n; i++) v[i] = uint8_t(seed + i * 7);
+    return v;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    IZT5Display *d = fuzz::Display();
+    Bytes in(data, size);
+    uint32_t mode = in.U8() % 12; // 11 is refused
+    d->SetDisplayParam(ZT5_CFG_DISPLAY_FISHEYE_MODE, &mode);
+    ZT5FishEyeParam lens;
+    for (int32_t *v : {&lens.lCenterX, &lens.lCenterY, &lens.lRadiusX, &lens.lRadiusY}) *v = int32_t(in.U32() % 12001) - 1000;
+    if (in.U8() & 1) d->SetDisplayParam(ZT5_CFG_COMMON_FISHEYE_PARAM, &lens);
+    for (int frames = 0; frames < 3 && in.Left() >= 8; frames++) {
+        const uint8_t shape = in.U8();
+        uint32_t w = 1 + in.U32() % ((shape & 3) == 0 ? 1600 : 200);
+        uint32_t h = 1 + in.U32() % ((shape & 12) == 0 ? 1200 : 150);
+        const uint32_t cs = kCsTypes[in.U8() % (sizeof(kCsTypes) / sizeof(kCsTypes[0]))];
+        const uint8_t r = in.U8();
+        const uint32_t rotation = (r & 0x80) ? in.U32() : (r % 4) * 90;
+        ZT5FrameInfo info = {w, h, w + in.U8() % 8, h, 0, cs, rotation, uint32_t(in.U8() % 8)};
+        if (!(shape & 0x10)) {
+            std::vector<uint8_t> buf = Filled(FrameBytes(cs, w, h), shape);
+            d->DrawFrame(buf.data(), &info, shape & 0x20 ? 1 : 0);
+            continue;
+        }
+        // The agent road: planar 4:2:0 or pairs, rows at the agent's pitches.
+        const uint32_t rows = h, chromaRows = (h + 1) / 2, cw = (w + 1) / 2;
+        ZT5SharedMemAgent agent = {};
+        // Pitches a little short of a row (which the display must refuse) up to well past it.
+        auto pitch = [&](uint32_t row, int spread) { return uint32_t(std::max(1, int(row) + in.U8() % spread - spread / 8)); };
+        agent.dwYStride = pitch(w, 64);
+        const bool pairs = cs == ZT5_FRAME_CS_NV12 || cs == ZT5_FRAME_CS_SEMIPLANAR_A;
+        agent.dwUVStride = pitch(pairs ? 2 * cw : cw, 32);
+        agent.dwCheckA = in.U8() & 1, agent.dwCheckB = 1;
+        agent.dwBusy0 = in.U8() & 1, agent.dwBusy1 = 0;
+        // A pitch shorter than a packed row is read as a packed row (a luma
+        // one refuses the frame): each plane is as long as the rows it is
+        // read with.
+        const uint32_t pairPitch = std::max(w, cs == ZT5_FRAME_CS_SEMIPLANAR_A ? agent.dwYStride : agent.dwUVStride);
+        const uint32_t uvPitch = std::max(w / 2, agent.dwUVStride);
+        std::vector<uint8_t> y = Filled(size_t(agent.dwYStride) * rows, shape);
+        std::vector<uint8_t> u = Filled(size_t(pairs ? pairPitch : uvPitch) * chromaRows + (pairs ? 1 : 0), 90);
+        std::vector<uint8_t> v = Filled(size_t(uvPitch) * chromaRows, 160);
+        uint8_t *planes[3] = {y.data(), u.data(), pairs ? u.data() + 1 : v.data()};
+        if (cs == ZT5_FRAME_CS_SEMIPLANAR_A) std::swap(planes[1], planes[2]); // V first
+        for (int i = 0; i < 3; i++) agent.pPlane0[i] = agent.pPlane1[i] = planes[i];
+        ZT5SharedMemAgent *pAgent = &agent, *none = nullptr;
+        d->SetDisplayParam(ZT5_CFG_COMMON_SHAREDMEM_AGENT, &pAgent);
+        d->DrawFrame(nullptr, &info, 0);
+        d->SetDisplayParam(ZT5_CFG_COMMON_SHAREDMEM_AGENT, &none);
+    }
+    fuzz::Settle();
+    return 0;
+}

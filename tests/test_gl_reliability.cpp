@@ -1,0 +1,401 @@
+// What a host can do to a display beyond ordinary use: destroy its window
+// while the display draws, unmap it, rebuild the renderer from inside its own
+// callback, and send gestures and saved states of NaN, infinities and huge
+// numbers to every view. The display must survive, never hang (a watchdog
+// ends the program instead), keep only finite numbers in its saved state and
+// draw again afterwards.
+#include <gtest/gtest.h>
+
+#include <X11/Xlib.h>
+#include <xcb/xcb.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <future>
+#include <limits>
+#include <memory>
+#include <random>
+#include <thread>
+
+#include "Harness.h"
+
+using namespace harness;
+
+namespace {
+
+const float kNaN = std::numeric_limits<float>::quiet_NaN();
+const float kInf = std::numeric_limits<float>::infinity();
+const Rgb kGrey = {128, 128, 128}, kRed = {210, 40, 40}, kBlue = {40, 70, 220};
+const uint32_t kModeCount = 11; // 0 the plain view, 1..10 the fisheye views
+
+int HostXErrors = 0;
+int HostXErrorHandler(::Display *, XErrorEvent *)
+{
+    return ++HostXErrors, 0;
+}
+
+// Runs `body` on a thread of its own; a hang is a deadlock that no teardown
+// could undo, so it ends the program.
+void WithinWatchdog(const char *what, const std::function<void()> &body, int limitSeconds = 120)
+{
+    auto run = std::async(std::launch::async, body);
+    if (run.wait_for(std::chrono::seconds(limitSeconds)) != std::future_status::ready) {
+        ADD_FAILURE() << what << " still running after " << limitSeconds << " s: deadlock";
+        std::fprintf(stderr, "deadlock in %s: ending the test program\n", what);
+        std::_Exit(1);
+    }
+    run.get();
+}
+
+ZT5RenderStats Stats(harness::Display &d)
+{
+    ZT5RenderStats s = {};
+    d->GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS, &s);
+    return s;
+}
+
+// Pushes `f` until a draw has shown it.
+bool PushUntilDrawn(harness::Display &d, Frame &f)
+{
+    for (int i = 0; i < kPollRounds; i++) {
+        d.Push(f);
+        std::this_thread::sleep_for(std::chrono::milliseconds(kPollMs));
+        const ZT5RenderStats s = Stats(d);
+        if (s.dwNewestDrawn != 0 && s.dwNewestDrawn == s.dwFramesPosted) return true;
+    }
+    return false;
+}
+
+// Every float of a saved state is a finite number.
+::testing::AssertionResult AllFinite(const FECurrentStatusData &s)
+{
+    const float *arrays[] = {s.fCamZ, s.fCamTranZ, s.fCamRotZ, s.fCamTranY, s.fCamAngleZ, s.fTz, s.zAngle, s.fCamRotX};
+    for (const float *a : arrays)
+        for (int i = 0; i < 4; i++)
+            if (!std::isfinite(a[i]))
+                return ::testing::AssertionFailure() << "camera array field at byte "
+                                                     << (reinterpret_cast<const char *>(&a[i]) - reinterpret_cast<const char *>(&s));
+    const std::pair<const char *, float> singles[] = {
+        {"xMove", s.xMove},   {"fTilt", s.fTilt},           {"mTransX", s.mTransX}, {"mTransY", s.mTransY},
+        {"mAnimalStepX", s.mAnimalStepX}, {"mAnimalStepY", s.mAnimalStepY}, {"mScaleRatio", s.mScaleRatio},
+        {"mfZoom", s.mfZoom}, {"mCruiseVelocity", s.mCruiseVelocity}};
+    for (const auto &f : singles)
+        if (!std::isfinite(f.second)) return ::testing::AssertionFailure() << f.first << " = " << f.second;
+    return ::testing::AssertionSuccess();
+}
+
+class Reliability : public ::testing::Test {
+protected:
+    void SetUp() override { m_previous = XSetErrorHandler(HostXErrorHandler); }
+    void TearDown() override
+    {
+        // The host's handler is still in place: the library may not keep one
+        // of its own installed.
+        EXPECT_EQ(XSetErrorHandler(m_previous), HostXErrorHandler) << "the host's X error handler was replaced";
+    }
+    XErrorHandler m_previous = nullptr;
+};
+
+} // namespace
+
+// The window goes while frames keep coming; the display answers every call
+// without it, then draws on the window given next, and again after that
+// window was unmapped and mapped.
+TEST_F(Reliability, WindowDestroyedWhileDrawingThenANewOneAndUnmapRemap)
+{
+    // The second window is made first: the harness gives each window an X
+    // connection of its own, whose ids the server would hand out again once
+    // the first one's connection is closed.
+    auto first = std::make_unique<XWindow>(320, 240);
+    XWindow second(256, 192);
+    harness::Display d;
+    ASSERT_TRUE(first->ok() && second.ok() && d.ok());
+    d.SetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 1);
+    ASSERT_EQ(d.Init(*first), ZT5_OK);
+    Frame grey(320, 240, kGrey);
+    ASSERT_TRUE(d.PushUntil(grey, CentreNear(Shown(kGrey))));
+
+    std::atomic<bool> stop{false};
+    auto poster = std::async(std::launch::async, [&] {
+        Frame f(320, 240, kGrey);
+        while (!stop) d.Push(f), std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    first.reset(); // destroyed under the drawing display
+    WithinWatchdog("a display without its window", [&] {
+        for (int i = 0; i < 40; i++) {
+            Image img;
+            d.Snapshot(&img);
+            d.GetU32(ZT5_CFG_DISPLAY_SCALE_RATIO);
+            d.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, i % 2);
+            d.Drag(10, 10, 20, 20);
+            FECurrentStatusData st;
+            d.Save(&st);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    });
+    stop = true;
+    poster.wait();
+
+    d.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 0);
+    ASSERT_EQ(d.SetWindow(second.id(), 256, 192), ZT5_OK);
+    Frame red(320, 240, kRed), blue(320, 240, kBlue);
+    Image shot;
+    EXPECT_TRUE(d.PushUntil(red, CentreNear(Shown(kRed)), &shot))
+        << "nothing drawn on the new window: " << shot.width << "x" << shot.height << ", " << Stats(d).dwDraws << " draws";
+    EXPECT_EQ(shot.width, 256);
+
+    ASSERT_TRUE(second.SetMapped(false));
+    WithinWatchdog("an unmapped window", [&] {
+        for (int i = 0; i < 20; i++) d.Push(i % 2 ? red : blue), std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    });
+    ASSERT_TRUE(second.SetMapped(true));
+    EXPECT_TRUE(d.PushUntil(blue, CentreNear(Shown(kBlue)), &shot)) << "nothing drawn after the window was mapped again";
+    SaveShot(shot);
+}
+
+// A host's new window may carry the id of the one it destroyed (X hands
+// out the ids of a closed connection again). The display draws on it. The
+// test makes that happen on purpose: an xcb client chooses its windows' ids.
+namespace {
+
+struct XcbWindow {
+    xcb_connection_t *c;
+    uint32_t id;
+    XcbWindow(xcb_connection_t *conn, uint32_t wid, int w, int h) : c(conn), id(wid)
+    {
+        const xcb_screen_t *screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+        const uint32_t values[] = {screen->black_pixel, XCB_EVENT_MASK_STRUCTURE_NOTIFY};
+        xcb_create_window(c, XCB_COPY_FROM_PARENT, id, screen->root, 0, 0, uint16_t(w), uint16_t(h), 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual, XCB_CW_BACK_PIXEL | XCB_CW_EVENT_MASK,
+                          values);
+        xcb_map_window(c, id);
+        xcb_flush(c);
+        for (int i = 0; i < 500; i++) { // until the server has mapped it
+            bool mapped = false;
+            while (xcb_generic_event_t *ev = xcb_poll_for_event(c)) {
+                mapped = mapped || (ev->response_type & 0x7f) == XCB_MAP_NOTIFY;
+                std::free(ev);
+            }
+            if (mapped) return;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        ADD_FAILURE() << "window never mapped";
+    }
+    ~XcbWindow()
+    {
+        xcb_destroy_window(c, id);
+        std::free(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr)); // a round trip: done
+    }
+};
+
+} // namespace
+
+TEST_F(Reliability, ANewWindowWithTheIdOfTheDestroyedOne)
+{
+    xcb_connection_t *c = xcb_connect(nullptr, nullptr);
+    ASSERT_FALSE(xcb_connection_has_error(c));
+    const uint32_t id = xcb_generate_id(c);
+    auto first = std::make_unique<XcbWindow>(c, id, 320, 240);
+    harness::Display d;
+    ASSERT_TRUE(d.ok());
+    d.SetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 1);
+    ASSERT_EQ(d.Init(id, 320, 240), ZT5_OK);
+    Frame grey(320, 240, kGrey), red(320, 240, kRed);
+    ASSERT_TRUE(d.PushUntil(grey, CentreNear(Shown(kGrey))));
+    first.reset();
+    for (int i = 0; i < 10; i++) d.Push(grey), std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    {
+        XcbWindow second(c, id, 200, 150);
+        ASSERT_EQ(d.SetWindow(id, 200, 150), ZT5_OK);
+        Image shot;
+        EXPECT_TRUE(d.PushUntil(red, CentreNear(Shown(kRed)), &shot)) << "nothing drawn on the new window";
+        EXPECT_EQ(shot.width, 200);
+        d->Uninit(); // before its window goes
+    }
+    xcb_disconnect(c);
+}
+
+// A snapshot before anything was drawn has no picture to give, and one taken
+// right after the window shrank, before the next draw, reads no more than the
+// window still holds (reading the last draw's size crashed in the driver).
+TEST_F(Reliability, SnapshotsBeforeTheFirstDrawAndRightAfterAShrink)
+{
+    Rig rig(320, 240);
+    ASSERT_TRUE(rig.ok());
+    harness::Display &d = rig.display;
+    ASSERT_EQ(rig.Init(), ZT5_OK);
+    // Hidden, a frame makes the renderer but no draw.
+    Frame grey(320, 240, kGrey);
+    d.SetU32(ZT5_CFG_DISPLAY_STATUS, 0);
+    for (int i = 0; i < 5; i++) d.Push(grey);
+    Image img;
+    EXPECT_FALSE(d.Snapshot(&img)) << "a picture before the first draw: " << img.width << "x" << img.height;
+    d.SetU32(ZT5_CFG_DISPLAY_STATUS, 1);
+    ASSERT_TRUE(d.PushUntil(grey, CentreNear(Shown(kGrey))));
+    for (int round = 0; round < 6; round++) {
+        const int w = round % 2 ? 320 : 96, h = round % 2 ? 240 : 64;
+        ASSERT_TRUE(rig.window.Resize(w, h));
+        if (d.Snapshot(&img)) {
+            EXPECT_TRUE(img.width <= w && img.height <= h) << img.width << "x" << img.height;
+        }
+        d.Push(grey);
+    }
+    EXPECT_TRUE(d.PushUntil(grey, [](const Image &i) { return i.width == 320 && i.height == 240; }, &img));
+}
+
+// The host's callback, told of an edge from inside a drag, gives the display
+// a new window. The rebuild that follows waits for the render thread, which
+// must not wait for the drag in turn.
+TEST_F(Reliability, CallbackGivingANewWindowFromInsideAGestureDoesNotHang)
+{
+    Rig rig(320, 240);
+    XWindow other(288, 216);
+    ASSERT_TRUE(rig.ok() && other.ok());
+    harness::Display &d = rig.display;
+    struct Host {
+        harness::Display *d;
+        uint32_t window;
+        std::atomic<int> edges{0};
+    } host{&d, other.id()};
+    ZT5UICallbackRecord record = {};
+    record.pArg = &host;
+    record.pfnCallback = [](ZT5UIMessage *m, void *arg) {
+        Host *h = static_cast<Host *>(arg);
+        if (m->dwParamID != ZT5_CFG_DISPLAY_EDGE_EVENT || h->edges++ != 0) return;
+        h->d->SetWindow(h->window, 288, 216);
+        h->d->SetU32(ZT5_CFG_DISPLAY_SCALE_RATIO, 200);
+    };
+    ASSERT_EQ(d.Set(ZT5_CFG_DISPLAY_UICALLBACK, &record), ZT5_OK);
+    ASSERT_EQ(rig.Init(), ZT5_OK);
+    Frame grey(320, 240, kGrey);
+    d.SetU32(ZT5_CFG_DISPLAY_SCALE_RATIO, 200);
+    ASSERT_TRUE(d.PushUntil(grey, CentreNear(Shown(kGrey))));
+    WithinWatchdog("drags against the edge", [&] {
+        for (int i = 0; i < 200 && host.edges == 0; i++) {
+            d.Drag(100, 100, 300, 100);
+            d.Push(grey);
+            std::this_thread::sleep_for(std::chrono::milliseconds(kPollMs));
+        }
+    });
+    ASSERT_GT(host.edges.load(), 0) << "no edge reported";
+    Image shot;
+    Frame red(320, 240, kRed);
+    EXPECT_TRUE(d.PushUntil(red, CentreNear(Shown(kRed)), &shot));
+    EXPECT_EQ(shot.width, 288) << "not drawn on the window the callback gave";
+}
+
+// In every view: gestures, velocities and cruise speeds of NaN, infinities
+// and huge numbers, and saved states of garbage. The render thread keeps
+// answering, the saved state holds numbers only, and the view draws a new
+// frame afterwards.
+TEST_F(Reliability, NonFiniteStormsInEveryView)
+{
+    const float wild[] = {kNaN, kInf, -kInf, 3.0e38f, -3.0e38f, 1.0e9f, 0.0f, 160.0f, -1.0f};
+    const int n = int(sizeof(wild) / sizeof(wild[0]));
+    Frame scene = SceneFrame(), marked = SceneFrame(1);
+    marked.Fill(900, 500, 1020, 580, kBlue);
+    for (uint32_t mode = 0; mode < kModeCount; mode++) {
+        SCOPED_TRACE("mode " + std::to_string(mode));
+        Rig rig(320, 240, mode);
+        ASSERT_TRUE(rig.ok());
+        harness::Display &d = rig.display;
+        ZT5FishEyeParam lens = {5000, 5000, 2800, 5000};
+        d.Set(ZT5_CFG_COMMON_FISHEYE_PARAM, &lens);
+        ASSERT_EQ(rig.Init(), ZT5_OK);
+        ASSERT_TRUE(PushUntilDrawn(d, scene));
+        std::mt19937 rng(mode);
+        WithinWatchdog("a storm of wild numbers", [&] {
+            for (int i = 0; i < 300; i++) {
+                const float a = wild[rng() % n], b = wild[rng() % n], c = wild[rng() % n], e = wild[rng() % n];
+                switch (i % 8) {
+                case 0: d.Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, a, b); break;
+                case 1: d.Drag(a, b, c, e); break;
+                case 2: d.Pinch(a, b, c); break;
+                case 3: d.DoubleTap(a, b); break;
+                case 4: {
+                    float v[2] = {a, b};
+                    d.Set(ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY, v);
+                    break;
+                }
+                case 5: {
+                    d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, i % 3 != 0);
+                    { float v = a; d.Set(ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY, &v); }
+                    break;
+                }
+                case 6: {
+                    FECurrentStatusData rec;
+                    if (i % 16 == 6) { // NaN everywhere, some fields wild
+                        std::memset(&rec, 0xff, sizeof(rec));
+                        for (float &f : rec.fCamZ) f = a;
+                        rec.mScaleRatio = b, rec.fTilt = c, rec.mfZoom = e;
+                    } else
+                        for (size_t k = 0; k < sizeof(rec); k++) reinterpret_cast<uint8_t *>(&rec)[k] = uint8_t(rng());
+                    rec.mFishEyeMode = int32_t(mode);
+                    d.Restore(rec);
+                    break;
+                }
+                default: d.Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, a, b); break;
+                }
+                if (i % 10 == 0) d.Push(scene);
+            }
+            d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 0);
+            d.Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 1, 1);
+            Image img;
+            EXPECT_TRUE(d.Snapshot(&img)) << "no snapshot after the storm";
+        });
+        FECurrentStatusData st;
+        ASSERT_TRUE(d.Save(&st));
+        EXPECT_TRUE(AllFinite(st));
+        const ZT5RenderStats before = Stats(d);
+        EXPECT_TRUE(PushUntilDrawn(d, marked)) << "no draw after the storm";
+        EXPECT_GT(Stats(d).dwDraws, before.dwDraws);
+        Image shot;
+        if (d.Snapshot(&shot)) SaveShot(shot, "_" + std::to_string(mode));
+    }
+}
+
+// The cruise event comes from the display's side while another host thread
+// waits for the render thread (snapshots); the host's callback calls the
+// display back. Neither may wait for the other.
+TEST_F(Reliability, CruiseCallbackCallingTheDisplayWhileSnapshotsWaitDoesNotHang)
+{
+    Rig rig(320, 240, 1);
+    ASSERT_TRUE(rig.ok());
+    harness::Display &d = rig.display;
+    struct Host {
+        harness::Display *d;
+        std::atomic<int> events{0};
+    } host{&d};
+    ZT5UICallbackRecord record = {};
+    record.pArg = &host;
+    record.pfnCallback = [](ZT5UIMessage *m, void *arg) {
+        Host *h = static_cast<Host *>(arg);
+        if (m->dwParamID != ZT5_CFG_DISPLAY_CURISE_STATE_EVENT) return;
+        h->events++;
+        h->d->GetU32(ZT5_CFG_DISPLAY_ZOOM);
+        h->d->SetU32(ZT5_CFG_DISPLAY_BACK_COLOR, 0x102030);
+    };
+    ASSERT_EQ(d.Set(ZT5_CFG_DISPLAY_UICALLBACK, &record), ZT5_OK);
+    ASSERT_EQ(rig.Init(), ZT5_OK);
+    Frame scene = SceneFrame();
+    ASSERT_TRUE(PushUntilDrawn(d, scene));
+    std::atomic<bool> stop{false};
+    auto snapshots = std::async(std::launch::async, [&] {
+        for (Image img; !stop;) d.Snapshot(&img);
+    });
+    WithinWatchdog("cruise switches", [&] {
+        for (int i = 0; i < 40; i++) {
+            d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, i % 2);
+            d.Push(scene);
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    });
+    stop = true;
+    WithinWatchdog("the last snapshot", [&] { snapshots.wait(); });
+    EXPECT_GT(host.events.load(), 10) << "the cruise switches were not reported";
+}
