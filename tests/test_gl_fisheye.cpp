@@ -1328,7 +1328,7 @@ TEST(FourPanes, CruiseStepsOncePerDrawnPane)
         const uint32_t d0 = rested();
         const float z0 = d.Saved().zAngle[0];
         ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1), ZT5_OK);
-        while (draws() - d0 < 60) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        while (draws() - d0 < 150) std::this_thread::sleep_for(std::chrono::milliseconds(20));
         ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 0), ZT5_OK);
         const uint32_t d1 = rested();
         const float z1 = d.Saved().zAngle[0];
