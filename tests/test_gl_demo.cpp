@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstdio>
 #include <set>
 
@@ -95,8 +97,11 @@ const SceneClips &Clips()
 {
     static const SceneClips clips = [] {
         SceneClips c;
-        const std::string dir = OutputDir() + "/clips";
-        std::system(("mkdir -p '" + dir + "'").c_str());
+        // Each test process writes its own: ctest runs tests side by side,
+        // and one must not read a clip another is rewriting.
+        static const std::string dir = OutputDir() + "/clips-" + std::to_string(getpid());
+        std::system(("rm -rf '" + dir + "' && mkdir -p '" + dir + "'").c_str());
+        std::atexit([] { std::system(("rm -rf '" + dir + "'").c_str()); });
         c.h264 = dir + "/scene.mp4";
         c.odd = dir + "/odd.mkv";
         c.bt709 = dir + "/bt709.mkv";
