@@ -16,22 +16,6 @@ using namespace harness;
 
 namespace {
 
-const uint32_t kCsTypes[] = {ZT5_FRAME_CS_I420,       ZT5_FRAME_CS_I420_B,     ZT5_FRAME_CS_SEMIPLANAR_A,
-                             ZT5_FRAME_CS_SEMIPLANAR_B, ZT5_FRAME_CS_SEMIPLANAR_C, ZT5_FRAME_CS_PACKED2,
-                             ZT5_FRAME_CS_PACKED3,     ZT5_FRAME_CS_PACKED4_A,  ZT5_FRAME_CS_PACKED4_B,
-                             ZT5_FRAME_CS_OUTPUT,      0x2,                     0x77};
-
-size_t FrameBytes(uint32_t cs, size_t w, size_t h)
-{
-    switch (cs) {
-    case ZT5_FRAME_CS_PACKED2: return w * h * 2;
-    case ZT5_FRAME_CS_PACKED3: return w * h * 3;
-    case ZT5_FRAME_CS_PACKED4_A:
-    case ZT5_FRAME_CS_PACKED4_B: return w * h * 4;
-    default: return w * h * 3 / 2;
-    }
-}
-
 } // namespace
 
 TEST(Fuzz, RandomParametersAndFramesStayInBounds)
@@ -59,7 +43,7 @@ TEST(Fuzz, RandomParametersAndFramesStayInBounds)
     int draws = 0;
     for (int iter = 0; iter < 4000; ++iter) {
         if (rnd(3) == 0) {
-            const uint32_t cs = kCsTypes[rnd(sizeof(kCsTypes) / 4)];
+            const uint32_t cs = kFrameTypes[rnd(uint32_t(kFrameTypes.size()))];
             const uint32_t w = 1 + rnd(rnd(8) == 0 ? 4096 : 700);
             uint32_t h = 1 + rnd(rnd(8) == 0 ? 4096 : 500);
             if (size_t(w) * h > 4096u * 1024u) h = 1 + rnd(4096u * 1024u / w);

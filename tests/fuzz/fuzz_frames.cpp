@@ -9,27 +9,11 @@
 #include <vector>
 
 #include "FuzzHost.h"
+#include "HostIds.h"
 
 using fuzz::Bytes;
 
 namespace {
-
-const uint32_t kCsTypes[] = {ZT5_FRAME_CS_I420,       ZT5_FRAME_CS_I420_B,     ZT5_FRAME_CS_SEMIPLANAR_A,
-                             ZT5_FRAME_CS_SEMIPLANAR_B, ZT5_FRAME_CS_SEMIPLANAR_C, ZT5_FRAME_CS_NV12,
-                             ZT5_FRAME_CS_PACKED2,     ZT5_FRAME_CS_PACKED3,     ZT5_FRAME_CS_PACKED4_A,
-                             ZT5_FRAME_CS_PACKED4_B,   ZT5_FRAME_CS_OUTPUT,      0x2};
-
-// Bytes of a tightly packed frame as the README lays the types out.
-size_t FrameBytes(uint32_t cs, size_t w, size_t h)
-{
-    switch (cs) {
-    case ZT5_FRAME_CS_PACKED2: return w * h * 2;
-    case ZT5_FRAME_CS_PACKED3: return w * h * 3;
-    case ZT5_FRAME_CS_PACKED4_A:
-    case ZT5_FRAME_CS_PACKED4_B: return w * h * 4;
-    default: return w * h + 2 * ((w + 1) / 2) * ((h + 1) / 2);
-    }
-}
 
 std::vector<uint8_t> Filled(size_t n, uint8_t seed)
 {
@@ -53,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         const uint8_t shape = in.U8();
         uint32_t w = 1 + in.U32() % ((shape & 3) == 0 ? 1600 : 200);
         uint32_t h = 1 + in.U32() % ((shape & 12) == 0 ? 1200 : 150);
-        const uint32_t cs = kCsTypes[in.U8() % (sizeof(kCsTypes) / sizeof(kCsTypes[0]))];
+        const uint32_t cs = kFrameTypes[in.U8() % kFrameTypes.size()];
         const uint8_t r = in.U8();
         const uint32_t rotation = (r & 0x80) ? in.U32() : (r % 4) * 90;
         ZT5FrameInfo info = {w, h, w + in.U8() % 8, h, 0, cs, rotation, uint32_t(in.U8() % 8)};

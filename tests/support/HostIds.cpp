@@ -23,3 +23,20 @@ const std::vector<uint32_t> kHostIds = {
     ZT5_CFG_DISPLAY_FACE_MUTEX, ZT5_CFG_DISPLAY_FACE_OPTION, ZT5_CFG_DISPLAY_BACK_COLOR, ZT5_CFG_DISPLAY_LOGO_DATA,
     ZT5_CFG_DISPLAY_FACE_LIST, ZT5_CFG_CODEC_FRAME_CALLBACK, ZT5_CFG_CODEC_ALIGNINFO, ZT5_CFG_CODEC_HINT, ZT5_CFG_PLUGINMGR_HDL,
     ZT5_CFG_DISPLAY_RENDERER_INITED, 0x12345, 0xFFFFFFFF, 0};
+
+const std::vector<uint32_t> kFrameTypes = {
+    ZT5_FRAME_CS_I420,     ZT5_FRAME_CS_I420_B,    ZT5_FRAME_CS_SEMIPLANAR_A, ZT5_FRAME_CS_SEMIPLANAR_B,
+    ZT5_FRAME_CS_SEMIPLANAR_C, ZT5_FRAME_CS_NV12,  ZT5_FRAME_CS_PACKED2,      ZT5_FRAME_CS_PACKED3,
+    ZT5_FRAME_CS_PACKED4_A, ZT5_FRAME_CS_PACKED4_B, ZT5_FRAME_CS_OUTPUT,      0x2,
+    0x77};
+
+size_t FrameBytes(uint32_t cs, size_t w, size_t h)
+{
+    switch (cs) {
+    case ZT5_FRAME_CS_PACKED2: return w * h * 2;
+    case ZT5_FRAME_CS_PACKED3: return w * h * 3;
+    case ZT5_FRAME_CS_PACKED4_A:
+    case ZT5_FRAME_CS_PACKED4_B: return w * h * 4;
+    default: return w * h + 2 * ((w + 1) / 2) * ((h + 1) / 2);
+    }
+}
