@@ -34,7 +34,7 @@ const char kFragmentShader[] = "precision mediump float;\n"
                                "varying mediump vec2 tc;\n"
                                "#endif\n" GLSL_YUV_TO_RGB
                                "void main() {\n"
-                               "  gl_FragColor = yuvToRgb(tc);\n"
+                               "  gl_FragColor = frameColour(tc);\n"
                                "}\n";
 
 // Lens distortion correction: Brown-Conrady model in texture units. Its
@@ -80,7 +80,7 @@ const char kDistortFragmentShader[] =
     "    gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
     "    return;\n"
     "  }\n"
-    "  gl_FragColor = yuvToRgb(vec2(x * u_texScaleX, y));\n"
+    "  gl_FragColor = frameColour(vec2(x * u_texScaleX, y));\n"
     "}\n";
 
 // The correction's coefficients, in the order of the host's table.

@@ -55,14 +55,14 @@ inline YuvConversion YuvConversionFor(unsigned int word)
 }
 
 // The samplers and the conversion; goes after the precision statement of a
-// fragment shader. yuvToRgb(p) is the colour of texture point p.
+// fragment shader. frameColour(p) is the colour of texture point p.
 #define GLSL_YUV_TO_RGB                                                              \
     "uniform sampler2D tex_y;\n"                                                     \
     "uniform sampler2D tex_u;\n"                                                     \
     "uniform sampler2D tex_v;\n"                                                     \
     "uniform mat3 yuvMatrix;\n"                                                      \
     "uniform vec3 yuvOffset;\n"                                                      \
-    "vec4 yuvToRgb(vec2 p) {\n"                                                      \
+    "vec4 frameColour(vec2 p) {\n"                                                      \
     "    vec3 yuv = vec3(texture2D(tex_y, p).r, texture2D(tex_u, p).r,\n"            \
     "                    texture2D(tex_v, p).r) + yuvOffset;\n"                      \
     "    return vec4(yuvMatrix * yuv, 1.0);\n"                                       \

@@ -40,7 +40,7 @@ const char kFragment[] = "precision highp float;\n"
                          "    if (p.x < 0.0 || p.x > 1.0 || p.y < 0.0 || p.y > 1.0)\n"
                          "        gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
                          "    else\n"
-                         "        gl_FragColor = yuvToRgb(p);\n"
+                         "        gl_FragColor = frameColour(p);\n"
                          "}\n";
 
 // Strip half extents in world units: at the close position (eye 1.15 from

@@ -18,7 +18,7 @@ namespace {
 const char kFragment[] = "precision highp float;\n"
                          "varying vec2 vTextureCoord;\n" GLSL_YUV_TO_RGB
                          "void main() {\n"
-                         "    gl_FragColor = yuvToRgb(vTextureCoord);\n"
+                         "    gl_FragColor = frameColour(vTextureCoord);\n"
                          "}\n";
 
 float FromBits(uint32_t bits)

@@ -91,7 +91,7 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "uniform float mode;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW        \
     "void main() {\n"                                                    \
     "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"      \
-    "    vec4 c = yuvToRgb(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n" \
+    "    vec4 c = frameColour(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n" \
     "    vec3 p = vPositionRect.xyz / abs(vPositionRect.w);\n"          \
     "    if (mode == 1.0 && all(lessThanEqual(abs(p), vec3(1.0))))\n"  \
     "        c += vec4(0.3, 0.3, 0.3, 1.0);\n"                          \

@@ -56,14 +56,14 @@ const char kSphereFragment[] =
     "precision highp float;\n"
     "varying vec2 vLookup;\n" GLSL_YUV_TO_RGB
     "void main() {\n"
-    "    gl_FragColor = yuvToRgb(vLookup);\n"
+    "    gl_FragColor = frameColour(vLookup);\n"
     "}\n";
 
 const char kBackFragment[] =
     "precision mediump float;\n"
     "varying vec2 vTextureCoord;\n" GLSL_YUV_TO_RGB
     "void main() {\n"
-    "    gl_FragColor = yuvToRgb(vTextureCoord);\n"
+    "    gl_FragColor = frameColour(vTextureCoord);\n"
     "}\n";
 
 const char kStarVertex[] =

@@ -24,7 +24,7 @@ const char kFragment[] = "precision highp float;\n"
                          "    float t = vTextureCoord.t;\n"
                          "    float ftmp = (0.8 - 1.0) * t + 1.0 + fratio;\n"
                          "    float fir = ftmp * fisheyeEquidistant(t, frad);\n"
-                         "    gl_FragColor = yuvToRgb(fisheyeLensLookup(s, fir, 1.0, -1.0));\n"
+                         "    gl_FragColor = frameColour(fisheyeLensLookup(s, fir, 1.0, -1.0));\n"
                          "}\n";
 
 const float kNear = 1.5f, kFar = 25.0f;

@@ -25,7 +25,7 @@ const char kFragment[] = "precision highp float;\n"
                          "    if (0.8 * vPosition.z + vPosition.y > 4.8 || 0.8 * vPosition.z - vPosition.y > 4.8)\n"
                          "        gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
                          "    else\n"
-                         "        gl_FragColor = yuvToRgb(p);\n"
+                         "        gl_FragColor = frameColour(p);\n"
                          "}\n";
 
 const float kPinchStep = 0.115425f;

@@ -28,7 +28,7 @@ const char kFragment[] = "precision highp float;\n"
                          "    if (abs(d.x) >= 0.5 || abs(d.y) >= 0.5 || rad > 1.6 * 1.05)\n"
                          "        gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
                          "    else\n"
-                         "        gl_FragColor = yuvToRgb(p);\n"
+                         "        gl_FragColor = frameColour(p);\n"
                          "}\n";
 
 const float kPinchStep = 0.029925f;

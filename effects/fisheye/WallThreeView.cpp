@@ -17,7 +17,7 @@ const char kDomeFragment[] = "precision highp float;\n"
                              "uniform float frad;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW
                              "void main() {\n"
                              "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"
-                             "    gl_FragColor = yuvToRgb(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n"
+                             "    gl_FragColor = frameColour(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n"
                              "}\n";
 
 // The panorama: an equirectangular unwrap of the lens per pixel. (s, t) of
@@ -34,7 +34,7 @@ const char kPanoramaFragment[] = "precision highp float;\n"
                                  "                  sin(latitude) * sin(longitude));\n"
                                  "    float phi = atan(d.y, d.x) + 3.1415927;\n"
                                  "    float p = (0.5 * acos(d.z)) / (3.1415927 / 2.0);\n"
-                                 "    gl_FragColor = yuvToRgb(vec2(p * cos(phi) + 0.5, p * sin(phi) + 0.5));\n"
+                                 "    gl_FragColor = frameColour(vec2(p * cos(phi) + 0.5, p * sin(phi) + 0.5));\n"
                                  "}\n";
 
 const float kDomeNear = 1.5f, kDomeFar = 25.0f;
