@@ -27,6 +27,8 @@ public:
     }
     MRESULT setRender(void *) override { return 0; }
     MRESULT Reset() override { return 0; }
+    void attachMailbox(FrameMailbox *) override {}
+    void framePosted(bool) override {}
 };
 
 inline IZT5VideoRenderer *MakeBenchNullRenderer()

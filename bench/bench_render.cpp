@@ -73,7 +73,7 @@ struct RunResult {
 
 // Posts `frames` frames at `fps` (0: as fast as the poster can) and
 // measures.
-RunResult Run(CWinOpenGLDisplay *display, CZT5Mutex *frameMutex, std::vector<std::vector<uint8_t>> &frames,
+RunResult Run(CWinOpenGLDisplay *display, std::vector<std::vector<uint8_t>> &frames,
               int count, int fps)
 {
     RunResult r;
@@ -86,9 +86,7 @@ RunResult Run(CWinOpenGLDisplay *display, CZT5Mutex *frameMutex, std::vector<std
         std::vector<uint8_t> &f = frames[size_t(i) % frames.size()];
         const auto w0 = std::chrono::steady_clock::now();
         const double c0 = ThreadCpuNs();
-        frameMutex->Lock();
         display->render(f.data(), 1920, 1080, 1920, 1080);
-        frameMutex->Unlock();
         cpuNs += ThreadCpuNs() - c0;
         wallUs.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - w0).count());
         if (fps > 0) std::this_thread::sleep_until(start + std::chrono::microseconds(int64_t(1e6 * (i + 1) / fps)));
@@ -146,9 +144,9 @@ int main()
     for (size_t k = 0; k < frames.size(); k++)
         for (size_t i = 0; i < frames[k].size(); i++) frames[k][i] = uint8_t((i * 13 + k * 61) >> 3);
 
-    CZT5Mutex frameMutex;
+    FrameMailbox mailbox;
     CWinOpenGLDisplay *display = new CWinOpenGLDisplay();
-    display->setConfig(ZT5_CFG_DISPLAY_RENDER_MUTEX, &frameMutex);
+    display->attachMailbox(&mailbox);
     display->setConfig(ZT5_CFG_PLUGINMGR_HDL, reinterpret_cast<void *>(uintptr_t(win)));
     char text[260] = {0};
     if (display->init(0, text, ZT5_CS_I420, MWindowHandle(win), 1920, 1080, 1920, 1080, 0, 0) != 0) {
@@ -163,15 +161,15 @@ int main()
     }
 
     // Warm-up: the first draws of a new program are slow (shader compile).
-    Run(display, &frameMutex, frames, 30, 30);
+    Run(display, frames, 30, 30);
 
     std::printf("bench_render: 1920x1080 I420 into a 1280x720 window, plain view\n");
-    RunResult video = Run(display, &frameMutex, frames, 150, 30);
+    RunResult video = Run(display, frames, 150, 30);
     Print("30 fps video (5 s):", video);
-    RunResult flood = Run(display, &frameMutex, frames, 3000, 0);
+    RunResult flood = Run(display, frames, 3000, 0);
     Print("posting as fast as possible:", flood);
     display->GetRenderer()->SetFinishEachPhase(true);
-    RunResult finished = Run(display, &frameMutex, frames, 90, 30);
+    RunResult finished = Run(display, frames, 90, 30);
     Print("30 fps, each phase finished on the GPU (attribution of deferred work):", finished);
     display->GetRenderer()->SetFinishEachPhase(false);
 

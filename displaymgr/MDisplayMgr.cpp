@@ -50,27 +50,15 @@ MDisplayHandle MDisplayMgrCreateGDI()
         return nullptr;
     }
     MMemSet(pContext->pViewport, 0, sizeof(ZT5Viewport));
-
-    pContext->hFrameMutex = new (std::nothrow) CZT5Mutex();
-    if (!pContext->hFrameMutex) {
-        MMemFree(pContext->pViewport);
-        pContext->~DisplayContext();
-        MMemFree(pMem);
-        return nullptr;
-    }
     return pContext;
 }
 
 MRESULT MDisplayMgrDelete(MDisplayHandle h)
 {
     if (!h) return 0;
-    // The render object first: its destructor stops the render thread, which
-    // is the only other user of the frame mutex and of the crop buffer.
+    // The render object first: its destructor stops the render thread, the
+    // only other user of the mailbox.
     DestroyRenderObject(h);
-    delete h->hFrameMutex;
-    h->hFrameMutex = nullptr;
-    if (h->pCropBuffer) MMemFree(h->pCropBuffer);
-    h->pCropBuffer = nullptr;
     MMemFree(h->pViewport);
     h->pViewport = nullptr;
     h->~DisplayContext();
@@ -121,19 +109,13 @@ MRESULT MDisplayMgrEraseRectEx(MWindowHandle hWnd, const ZT5Rect *prtErase, MDWo
 // ------------------------------------------------------------------ blit
 
 static MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect, const ZT5Rect *pRect2);
-static MRESULT SoftwareYUVRender(DisplayContext *pContext, unsigned char **planes, MLong *strides,
-                                 const ZT5Rect *pRect);
+static MRESULT SoftwareYUVRender(DisplayContext *pContext, const VideoFrame &frame);
 
-static bool NoPlane(unsigned char **planes)
-{
-    return !planes || (!planes[0] && !planes[1] && !planes[2]);
-}
-
-MRESULT MDisplayMgrBlit(MDisplayHandle h, MDWord dwCSType, unsigned char **planes, MLong *strides,
-                        const ZT5Rect *pRect, const ZT5Rect *pRect2, MDWord bSkipRender)
+MRESULT MDisplayMgrBlit(MDisplayHandle h, const VideoFrame *pFrame, const ZT5Rect *pRect, const ZT5Rect *pRect2,
+                        MDWord bSkipRender)
 {
     if (bSkipRender) return 0;
-    if (NoPlane(planes)) {
+    if (!pFrame || !pFrame->plane[0].data) {
         MLogInfo("[%s]WinDisplay::MDisplayMgrBlit no plane!!\r\n", MLOG_TAG);
         return 0;
     }
@@ -146,10 +128,18 @@ MRESULT MDisplayMgrBlit(MDisplayHandle h, MDWord dwCSType, unsigned char **plane
                  (int)h->bShowIt);
         return 0;
     }
-    h->dwCSType = dwCSType;
     if (!h->bUseOpenGles) return 0;
     if (!h->bInited) InitOpenglRenderer(h, pRect, pRect2); // a failure heals at a later blit
-    return SoftwareYUVRender(h, planes, strides, pRect);
+    return SoftwareYUVRender(h, *pFrame);
+}
+
+MRESULT MDisplayMgrRecut(MDisplayHandle h, const FrameBox *pSquare, const FrameBox *pRectangle,
+                         const FrameColour *pColour)
+{
+    if (!h || !pSquare || !pRectangle || !pColour) return ZT5_ERR_INVALID_PARAM;
+    // The kept frame is looked at anew; its pixels stay in the textures.
+    if (h->mailbox.Recut(*pSquare, *pRectangle, *pColour) && h->pRender) h->pRender->framePosted(false);
+    return 0;
 }
 
 // The settings the render object needs before init, in the order it expects
@@ -163,7 +153,7 @@ static void FeedRenderObject(DisplayContext *c)
     r->setConfig(ZT5_CFG_DISPLAY_FE_BG_CLOUD, &c->bNeedFEBgCloud);
     r->setConfig(ZT5_CFG_DISPLAY_FE_BG_STAR, &c->bNeedFEStar);
     r->setConfig(ZT5_CFG_DISPLAY_FE_BASE_ANIMATION, &c->bEnableAnimation);
-    r->setConfig(ZT5_CFG_DISPLAY_RENDER_MUTEX, c->hFrameMutex);
+    r->attachMailbox(&c->mailbox);
     r->setConfig(ZT5_CFG_DISPLAY_FISHEYE_MODE, &c->m_lFishEyeMode);
     r->setConfig(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, &c->curiseMode);
     r->setConfig(ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY, &c->fCuriseVelocity);
@@ -174,8 +164,6 @@ static void FeedRenderObject(DisplayContext *c)
     r->setConfig(ZT5_CFG_DISPLAY_DISTORTION_PARAM, c->pDistortionParam);
     r->setConfig(ZT5_CFG_PLUGINMGR_HDL, reinterpret_cast<void *>(c->hNativeWindow));
     c->overlay.Replay([r](MDWord id, void *p) { r->setConfig(id, p); });
-    // A new render object converts with the default until told otherwise.
-    if (c->dwYuvMatrix != 0) r->setConfig(ZT5_CFG_DISPLAY_YUV_MATRIX, &c->dwYuvMatrix);
 }
 
 // Makes (if needed), feeds and starts the render object. 0 when it is up,
@@ -197,20 +185,12 @@ static MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect
         if (r) {
             FeedRenderObject(pContext);
 
-            MLong lWidth = lSrcWidth, lHeight = lSrcHeight;
-            if (pContext->bFishEye) {
-                lWidth = (MLong)pContext->dwFEWidth;
-                lHeight = (MLong)pContext->dwFEHeight;
-                MLogInfo("[%s]InitOpenglRenderer Opengl fisheye rendererdw, SrcWidth = %d, dwSrcHeight = %d, "
-                         "pDisplayContext->dwFEWidth= %d,pDisplayContext->dwFEHeight= %d\r\n",
-                         MLOG_TAG, (int)lSrcWidth, (int)lSrcHeight, (int)pContext->dwFEWidth,
-                         (int)pContext->dwFEHeight);
-            }
             // init receives a zeroed text buffer, which the render object
-            // does not read.
+            // does not read; the frame itself describes its size, layout and
+            // rotation when it comes.
             char szText[260] = {0};
-            r->init(0, szText, pContext->dwCSType, pContext->hContext, lSrcWidth, lSrcHeight, lWidth, lHeight,
-                    pContext->bContinueBuf, pContext->FrameInfo.dwRotation);
+            r->init(0, szText, pContext->FrameInfo.dwCSType, pContext->hContext, lSrcWidth, lSrcHeight, lSrcWidth,
+                    lSrcHeight, pContext->bContinueBuf, pContext->FrameInfo.dwRotation);
 
             if (pContext->pFECurrentStatus)
                 r->setConfig(ZT5_CFG_DISPLAY_FE_CURRENTSTATUS, pContext->pFECurrentStatus);
@@ -237,41 +217,26 @@ static MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect
     return res;
 }
 
-static bool IsDrawnColourSpace(MDWord dwCSType)
+// Hands the frame to the host's buffer, or posts it to the render object:
+// cut of the decoder's alignment columns, copied into the mailbox.
+static MRESULT SoftwareYUVRender(DisplayContext *pContext, const VideoFrame &frame)
 {
-    return dwCSType == ZT5_CS_PACKED2 || dwCSType == ZT5_CS_I420 || dwCSType == ZT5_CS_SEMIPLANAR_A ||
-           dwCSType == ZT5_CS_NV12;
-}
-
-// Copies the frame (host buffer road, or crop into pCropBuffer) and posts it
-// to the render object.
-static MRESULT SoftwareYUVRender(DisplayContext *pContext, unsigned char **planes, MLong *strides,
-                                 const ZT5Rect *pRect)
-{
-    if (!pContext) {
-        MLogInfo("[%s]SoftwareYUVRender, ZT5_ERR_INVALID_PARAM.\r\n", MLOG_TAG);
-        return ZT5_ERR_INVALID_PARAM;
+    if (!frame.PlanesUsable()) return ZT5_ERR_INVALID_PARAM;
+    VideoFrame f = frame;
+    if (pContext->bNeedCrop && pContext->dwAlignCrop > 0) {
+        if (pContext->dwAlignCrop < f.width) {
+            f = f.Cut(0, 0, f.width - pContext->dwAlignCrop, f.height);
+        } else {
+            MLogInfo("[%s]WinDisplay::SoftwareYUVRender align crop %u not below width %u, ignored\r\n", MLOG_TAG,
+                     pContext->dwAlignCrop, f.width);
+        }
     }
-    pContext->dwSrcWidth = pContext->FrameInfo.dwWidth;
-    pContext->dwSrcHeight = pContext->FrameInfo.dwHeight;
-    if (!strides || (MLong)pContext->dwSrcWidth > strides[0]) return ZT5_ERR_INVALID_PARAM;
-    for (int i = 0; i < 3; i++) pContext->lSrcStrides[i] = strides[i];
+    f.KeepBoxesInside();
 
-    MRESULT res = CallbackFEYUVData(pContext, planes);
+    MRESULT res = CallbackFEYUVData(pContext, f);
     if (res == 0) return 0; // delivered to the host's buffer, not drawn
-    if (!IsDrawnColourSpace(pContext->dwCSType)) return res;
 
-    pContext->hFrameMutex->Lock();
-    res = CropFishEyeData(pContext, planes);
-    // The render object gets the size the buffer was filled for: the lens
-    // square, the align-cropped width or the whole frame.
-    if (res == 0 && pContext->pRender && pContext->pCropBuffer && pContext->dwCropWidth &&
-        pContext->dwCropHeight) {
-        MLong lDstWidth = pRect ? pRect->right - pRect->left : 0;
-        MLong lDstHeight = pRect ? pRect->bottom - pRect->top : 0;
-        pContext->pRender->render(pContext->pCropBuffer, (MLong)pContext->dwCropWidth,
-                                  (MLong)pContext->dwCropHeight, lDstWidth, lDstHeight);
-    }
-    pContext->hFrameMutex->Unlock();
+    res = pContext->mailbox.Post(f);
+    if (res == 0 && pContext->pRender) pContext->pRender->framePosted(true);
     return res;
 }

@@ -7,6 +7,7 @@
 #include "ZT5Config.h"
 #include "ZT5Errors.h"
 #include "ZT5Records.h"
+#include "VideoFrame.h"
 
 // Ids only the front end sends to the manager (a namespace of their own).
 #define M_DISPLAY_PARAM_CAPS 1
@@ -32,6 +33,8 @@ static_assert(sizeof(MDisplayCaps) == 32, "caps record is 32 bytes");
 // Native window as the lower layers carry it: an X11 Window id here.
 typedef uintptr_t MWindowHandle;
 
+class FrameMailbox;
+
 // The render object as the manager sees it.
 class IZT5VideoRenderer {
 public:
@@ -42,12 +45,16 @@ public:
     {
         return 0;
     }
-    virtual MRESULT render(unsigned char **planes, MLong *strides) { return 0; }
     virtual MRESULT render(MLong lSize) = 0;
     virtual MRESULT init(MDWord dwReserved, char *pText, MDWord dwCSType, MWindowHandle hContext, MLong lSrcWidth,
                          MLong lSrcHeight, MLong lWidth, MLong lHeight, MDWord bContinueBuf, MDWord dwRotation) = 0;
     virtual MRESULT setRender(void *pRender) = 0;
     virtual MRESULT Reset() = 0;
+    // Where the display's frames wait (owned by the manager, which outlives
+    // every render object it makes), and the news that the mailbox changed:
+    // one more frame posted, or (bNewFrame false) the kept one cut anew.
+    virtual void attachMailbox(FrameMailbox *pMailbox) = 0;
+    virtual void framePosted(bool bNewFrame) = 0;
 };
 
 // Makes the render object of a display; the default makes a
@@ -74,7 +81,13 @@ MRESULT MDisplayMgrGetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
 // 1 when the view of a FishEyeMode takes a rectangle around the lens circle
 // (a circle wider than the picture is high), 0 when a square or the frame.
 MDWord MDisplayMgrLensBoxIsRectangle(MLong lFishEyeMode);
-MRESULT MDisplayMgrBlit(MDisplayHandle h, MDWord dwCSType, unsigned char **planes, MLong *strides,
-                        const ZT5Rect *pRect, const ZT5Rect *pRect2, MDWord bSkipRender);
+// Hands one frame on: to the host's buffer, or into the display's mailbox
+// for its render object. The frame's planes are read before the return.
+MRESULT MDisplayMgrBlit(MDisplayHandle h, const VideoFrame *pFrame, const ZT5Rect *pRect, const ZT5Rect *pRect2,
+                        MDWord bSkipRender);
+// The kept frame is to be looked at through new lens boxes and colours
+// (set while the picture stands still); drawn again at once.
+MRESULT MDisplayMgrRecut(MDisplayHandle h, const FrameBox *pSquare, const FrameBox *pRectangle,
+                         const FrameColour *pColour);
 
 #endif

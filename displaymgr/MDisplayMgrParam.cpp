@@ -71,16 +71,11 @@ MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
         c->bContinueBuf = v;
         return 0;
     }
-    case M_DISPLAY_PARAM_FRAMEINFO: {
-        const MDWord oldRotation = c->FrameInfo.dwRotation;
+    case M_DISPLAY_PARAM_FRAMEINFO:
+        // Kept for the render object's init; the frames themselves carry
+        // their size, layout and rotation.
         MMemCpy(&c->FrameInfo, pParam, sizeof(ZT5FrameInfo));
-        // A stream that turns: the running render object takes the new
-        // rotation alone, and the view, its camera and every setting stay
-        // (a renderer made later gets it with init).
-        if (c->bInited && c->pRender && c->FrameInfo.dwRotation != oldRotation)
-            c->pRender->setConfig(ZT5_CFG_DISPLAY_FRAMEINFO, &c->FrameInfo);
         return 0;
-    }
 
     case ZT5_CFG_PLAYER_MODE:
         if (dwSize == sizeof(ZT5PlayerMode)) Forward(c, dwParamID, pParam);
@@ -126,7 +121,6 @@ MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
         }
         Forward(c, dwParamID, pParam);
         c->m_lFishEyeMode = (MLong)dwMode;
-        c->bFishEye = GetViewTraits((MLong)dwMode).lensBox != LensBox::Whole;
         return 0;
     }
     case ZT5_CFG_DISPLAY_YUV_BUFFER:
@@ -153,19 +147,6 @@ MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
     case ZT5_CFG_DISPLAY_UICALLBACK:
         c->pUICallback = static_cast<ZT5UICallbackRecord *>(pParam);
         Forward(c, dwParamID, pParam);
-        return 0;
-
-    case ZT5_CFG_DISPLAY_FISHEYE_X_POS:
-        c->dwFEStartX = ReadWord(pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_FISHEYE_Y_POS:
-        c->dwFEStartY = ReadWord(pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_FISHEYE_WIDTH:
-        c->dwFEWidth = ReadWord(pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_FISHEYE_HEIGHT:
-        c->dwFEHeight = ReadWord(pParam);
         return 0;
 
     case ZT5_CFG_DISPLAY_OPENGL_FULLVIEW:
@@ -211,10 +192,6 @@ MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
     case ZT5_CFG_DISPLAY_DISTORTION_PARAM:
         c->pDistortionParam = pParam;
         Forward(c, dwParamID, pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_YUV_MATRIX:
-        c->dwYuvMatrix = ReadWord(pParam);
-        Forward(c, dwParamID, &c->dwYuvMatrix);
         return 0;
 
     case ZT5_CFG_CODEC_ALIGNINFO: {

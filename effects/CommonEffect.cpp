@@ -32,7 +32,7 @@ const char kFragmentShader[] = "precision mediump float;\n"
                                "varying highp vec2 tc;\n"
                                "#else\n"
                                "varying mediump vec2 tc;\n"
-                               "#endif\n" GLSL_YUV_TO_RGB
+                               "#endif\n" GLSL_FRAME_COLOUR
                                "void main() {\n"
                                "  gl_FragColor = frameColour(tc);\n"
                                "}\n";
@@ -54,7 +54,7 @@ const char kDistortFragmentShader[] =
     "#else\n"
     "precision mediump float;\n"
     "#endif\n"
-    "varying vec2 v_texCoord;\n" GLSL_YUV_TO_RGB
+    "varying vec2 v_texCoord;\n" GLSL_FRAME_COLOUR
     "uniform float k1;\n"
     "uniform float k2;\n"
     "uniform float k3;\n"
@@ -80,7 +80,7 @@ const char kDistortFragmentShader[] =
     "    gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
     "    return;\n"
     "  }\n"
-    "  gl_FragColor = frameColour(vec2(x * u_texScaleX, y));\n"
+    "  gl_FragColor = frameColour(vec2(x, y));\n"
     "}\n";
 
 // The correction's coefficients, in the order of the host's table.
@@ -112,16 +112,6 @@ int RotationIndex(MDWord dwRotation)
     default:
         return 0;
     }
-}
-
-// The renderer uploads each plane into a texture whose rows are padded to
-// a multiple of 8 (luma) and 4 (chroma) texels; this is the share of the
-// texture width that holds picture, the same for all three planes.
-float PlaneTextureUScale(MLong videoWidth)
-{
-    if (videoWidth <= 0) return 1.0f;
-    const MLong c = ((videoWidth >> 1) + 3) & ~3;
-    return float(double(videoWidth) / double(2 * c));
 }
 
 // Pan, zoom and animation steps never leave this bound, and are never NaN
@@ -221,7 +211,6 @@ private:
     ViewProgram m_Plain;   // the picture as it is
     ViewProgram m_Distort; // with the lens correction, while a table is set
     GLint m_lDistortLoc[9] = {}; // k1 k2 k3 p1 p2 fx fy ox oy
-    GLint m_lDistortTexScaleLoc = -1;
     ViewMesh m_Quad;       // four vertices; texture coordinates follow rotation and crop
     float m_fQuadTexCoord[8] = {};
     RotTranMatrix m_Camera = {};
@@ -273,6 +262,12 @@ void CommonEffect::ResetTexCoords()
 MRESULT CommonEffect::Build()
 {
     m_Plain.Build(m_szViewName, kVertexShader, kFragmentShader);
+    // Built again for a frame of another layout: the correction's program
+    // follows at the next draw, as for a table set anew.
+    if (m_Distort) {
+        m_Distort.Release();
+        mCurDistortTable = nullptr;
+    }
     const float *t = mTexCoord[0];
     m_Quad.Upload(kVertices, t, 4, GL_TRIANGLE_STRIP, GL_DYNAMIC_DRAW);
     for (int i = 0; i < 8; i++) m_fQuadTexCoord[i] = t[i];
@@ -363,7 +358,6 @@ void CommonEffect::ApplyDistortionChange()
         if (!m_Distort) return; // counts as applied: the plain program draws, no crop
         for (int i = 0; i < 9; i++)
             m_lDistortLoc[i] = m_Distort.Uniform(m_szViewName, kDistortNames[i], kDistortNames[i]);
-        m_lDistortTexScaleLoc = m_Distort.Uniform(m_szViewName, "u_texScaleX", "u_texScaleX");
     }
     m_Distort.Use();
     for (int i = 0; i < 9; i++) glUniform1f(m_lDistortLoc[i], float(t[i]));
@@ -452,14 +446,11 @@ void CommonEffect::Draw(const Frame &f)
     const bool bDistort = bool(m_Distort);
     const ViewProgram &program = bDistort ? m_Distort : m_Plain;
 
-    // Only the left part of each plane texture holds picture when the
-    // renderer padded the rows.
-    const float uScale = PlaneTextureUScale(f.videoWidth);
     const int rot = RotationIndex(f.dwRotation);
     float texCoord[8];
-    for (int i = 0; i < 8; i++) texCoord[i] = (bDistort || (i & 1)) ? mTexCoord[rot][i] : mTexCoord[rot][i] * uScale;
+    for (int i = 0; i < 8; i++) texCoord[i] = mTexCoord[rot][i];
     // The buffer is written only when the coordinates change (a new
-    // rotation, picture width or correction).
+    // rotation or correction).
     if (MMemCmp(texCoord, m_fQuadTexCoord, sizeof(texCoord)) != 0) {
         m_Quad.UpdateTexCoords(texCoord);
         MMemCpy(m_fQuadTexCoord, texCoord, sizeof(texCoord));
@@ -471,12 +462,10 @@ void CommonEffect::Draw(const Frame &f)
         RotTranMatrix::translate(m.mVMatrix, m_fDrawTransX, m_fDrawTransY, 0.0f);
         m.scale(m_fDrawScale, m_fDrawScale, 1.0f);
     };
-    auto uniforms = [&] {
-        if (bDistort && m_lDistortTexScaleLoc >= 0) glUniform1f(m_lDistortTexScaleLoc, uScale);
-    };
     // The correction program keeps the numbers it has always drawn with.
-    DrawPass(m_Camera, camera, program, bDistort ? kYuvLensCorrection : m_YuvConversion, m_Quad, f.pTextures,
-             uniforms);
+    FrameSampling corrected = *f.sampling;
+    if (bDistort) corrected.conversion = kYuvLensCorrection;
+    DrawPass(m_Camera, camera, program, m_Quad, &corrected, [] {});
     // Logo and faces, with the picture's matrix (DrawPass leaves it in the
     // camera): they zoom and pan with the picture.
     const PlainOverlay::Frame overlay = {m_Camera.mMVPMatrix, kTexCoord[rot], f.videoWidth, f.videoHeight,

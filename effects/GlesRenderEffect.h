@@ -9,7 +9,7 @@
 #include "MRuntime.h"
 #include "ZT5Config.h"
 #include "ZT5Records.h"
-#include "YuvConversion.h"
+#include "FrameSampler.h"
 
 class VideoLogo;
 
@@ -53,9 +53,9 @@ public:
     // display go quiet until a frame, a gesture or a setting comes.
     virtual bool NeedsAnotherFrame() { return false; }
 
-    // How the view turns the planes into colours (render thread; taken at
-    // the next draw). Until set: kYuvBt601Video.
-    void SetYuvConversion(const YuvConversion &c) { m_YuvConversion = c; }
+    // How the view samples the frame of its next draw: layout, textures,
+    // lens box, colours (render thread, before Render).
+    void SetFrameSampling(const FrameSampling &s) { m_Sampling = s; }
     // The edge a gesture met (ZT5_CFG_DISPLAY_EDGE_EVENT codes), 0 for none;
     // taking it clears it. The view never calls the host itself: the
     // renderer hands the event on once it no longer holds the lock that
@@ -67,7 +67,7 @@ protected:
     TextureInfo m_sTextureInfo = {};
     std::atomic<MDWord> m_dwBackColor{0}; // 0xRRGGBB; set by the host's thread
     VideoLogo *m_pVideoLogo = nullptr;
-    YuvConversion m_YuvConversion = kYuvBt601Video;
+    FrameSampling m_Sampling;
     void PostEdgeEvent(MDWord dwCode) { m_dwEdgeEvent.store(dwCode); }
 
 private:

@@ -72,6 +72,10 @@ ViewEffect::ViewEffect(const char *viewName, const ViewTraits &traits) : m_szVie
 
 MRESULT ViewEffect::Initialize(MDWord, MDWord)
 {
+    // Built for the layout of the frame the renderer has last described
+    // (planar until one comes); a frame of another layout builds again.
+    m_BuiltLayout = m_Sampling.layout;
+    ViewProgram::SetBuildLayout(m_BuiltLayout);
     m_lBuildResult = Build();
     if (m_lBuildResult != 0)
         MLogInfo("[%s] %s::Init() mInitResourceSuc = false lRet = %d.\r\n", MLOG_TAG, m_szViewName,
@@ -123,8 +127,16 @@ bool ViewEffect::Ready(Frame &f)
 void ViewEffect::Render(const MLong *, MLong nDisplayWidth, MLong nDisplayHeight, MLong nVideoWidth,
                         MLong nVideoHeight, const GLuint *pTextures, MDWord, MDWord dwRotation)
 {
-    Frame f = {nDisplayWidth, nDisplayHeight, nVideoWidth, nVideoHeight, pTextures, dwRotation, 0, 0};
+    (void)pTextures; // the frame's textures come with its sampling
+    Frame f = {nDisplayWidth, nDisplayHeight, nVideoWidth, nVideoHeight, &m_Sampling, dwRotation, 0, 0};
     m_bDrawn = false;
+    if (m_Sampling.layout != m_BuiltLayout && m_lBuildResult != -1) {
+        // A stream of another layout: the programs of that layout (compiled
+        // once, then kept) and their locations. The camera stays.
+        m_BuiltLayout = m_Sampling.layout;
+        ViewProgram::SetBuildLayout(m_BuiltLayout);
+        m_lBuildResult = Build();
+    }
     if (!Ready(f)) return;
     clearBackground();
     glViewport(0, 0, f.viewportWidth, f.viewportHeight);

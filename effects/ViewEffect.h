@@ -98,7 +98,7 @@ protected:
     struct Frame {
         MLong width, height;           // the window
         MLong videoWidth, videoHeight; // the frame (the lens box in a fisheye mode)
-        const GLuint *pTextures;       // Y, U, V
+        const FrameSampling *sampling; // the frame: textures, layout, lens box, colours
         MDWord dwRotation;             // 0, 90, 180, 270
         MLong viewportWidth, viewportHeight; // set by Ready
     };
@@ -146,27 +146,18 @@ protected:
     // --------------------------------------------------- shared helpers
 
     // One draw of a mesh: identity model matrix pushed, camera(m) sets the
-    // view matrix (and may change the model), the program with the view's
-    // colour conversion, the matrices, the planes, uniforms(), the mesh, pop.
+    // view matrix (and may change the model), the program with the frame's
+    // textures and colours, the matrices, uniforms(), the mesh, pop.
     template <typename Camera, typename Uniforms>
     void DrawPass(RotTranMatrix &m, Camera camera, const ViewProgram &program, const ViewMesh &mesh,
-                  const GLuint *pPlanes, Uniforms uniforms)
-    {
-        DrawPass(m, camera, program, m_YuvConversion, mesh, pPlanes, uniforms);
-    }
-    // The same with a conversion of its own (a picture of the view's, not
-    // the video).
-    template <typename Camera, typename Uniforms>
-    void DrawPass(RotTranMatrix &m, Camera camera, const ViewProgram &program, const YuvConversion &conversion,
-                  const ViewMesh &mesh, const GLuint *pPlanes, Uniforms uniforms)
+                  const FrameSampling *sampling, Uniforms uniforms)
     {
         m.setIdentity();
         m.pushMatrix();
         camera(m);
-        program.Use(conversion);
+        program.Use(sampling ? *sampling : m_Sampling);
         m.getFinalMatrix();
         program.SetMatrix(m.mMVPMatrix);
-        program.BindPlanes(pPlanes);
         uniforms();
         mesh.Draw(program);
         m.popMatrix();
@@ -212,6 +203,7 @@ private:
 
     std::vector<SavedField> m_SavedFields;
     MRESULT m_lBuildResult = -1; // not built yet
+    FrameLayout m_BuiltLayout = FrameLayout::I420; // the layout Build last compiled for
     bool m_bDrawn = false;       // the last Render drew
 };
 

@@ -4,75 +4,129 @@
 
 // ------------------------------------------------------------ ViewProgram
 
+namespace {
+
+// Render thread only: each display's thread builds its own views.
+thread_local FrameLayout t_BuildLayout = FrameLayout::I420;
+
+// The fragment source with the frame's stages in place of the marker.
+std::string ComposeFragment(const std::string &source, FrameLayout layout)
+{
+    const std::string marker = GLSL_FRAME_COLOUR;
+    const size_t at = source.find(marker);
+    if (at == std::string::npos) return source;
+    return source.substr(0, at) + FrameColourSource(layout) + source.substr(at + marker.size());
+}
+
+} // namespace
+
+void ViewProgram::SetBuildLayout(FrameLayout layout)
+{
+    t_BuildLayout = layout;
+}
+
 int ViewProgram::Build(const char *viewName, const char *vertexSource, const char *fragmentSource, Inputs inputs)
 {
-    *this = ViewProgram();
-    m_Program = GlProgram::Adopt(buildProgram(vertexSource, fragmentSource));
-    if (!m_Program) {
+    // Other sources than last time: nothing cached is of use.
+    if (m_VertexSource != vertexSource || m_FragmentSource != fragmentSource) {
+        *this = ViewProgram();
+        m_VertexSource = vertexSource;
+        m_FragmentSource = fragmentSource;
+    }
+    aPosition = aTexCoor = uMVPMatrix = -1;
+    const FrameLayout layout = inputs == kOwnPicture ? FrameLayout::I420 : t_BuildLayout;
+    m_nCurrent = inputs == kPositionOnly ? 0 : int(layout);
+    Variant &v = m_Variants[m_nCurrent];
+    const bool bFresh = !v.program;
+    if (bFresh) {
+        v = Variant();
+        v.program = GlProgram::Adopt(buildProgram(vertexSource, ComposeFragment(m_FragmentSource, layout).c_str()));
+    }
+    if (!v.program) {
         MLogInfo("[%s] %s:: buildProgram error mProgram:%d. ", MLOG_TAG, viewName, 0);
         return 1;
     }
-    const GLuint p = m_Program.id();
+    const GLuint p = v.program.id();
+    const bool bPlanes = inputs != kPositionOnly;
+    // The third texture unit exists in the planar layouts only.
+    const bool bThirdPlane = layout == FrameLayout::I420 || layout == FrameLayout::I010;
     int failures = 0;
     struct {
         GLint *handle;
         const char *name;
         const char *handleName;
         bool attribute;
-        bool planesOnly;
+        bool wanted;
     } lookups[] = {
-        {&aPosition, "aPosition", "maPositionHandle", true, false},
-        {&aTexCoor, "aTexCoor", "maTexCoorHandle", true, true},
-        {&uMVPMatrix, "uMVPMatrix", "muMVPMatrixHandle", false, false},
-        {&m_Samplers[0], "tex_y", "MYHandle", false, true},
-        {&m_Samplers[1], "tex_u", "mUHandle", false, true},
-        {&m_Samplers[2], "tex_v", "mVHandle", false, true},
-        {&m_YuvMatrix, "yuvMatrix", "mYuvMatrixHandle", false, true},
-        {&m_YuvOffset, "yuvOffset", "mYuvOffsetHandle", false, true},
+        {&aPosition, "aPosition", "maPositionHandle", true, true},
+        {&aTexCoor, "aTexCoor", "maTexCoorHandle", true, bPlanes},
+        {&uMVPMatrix, "uMVPMatrix", "muMVPMatrixHandle", false, true},
+        {&v.samplers[0], "tex_y", "MYHandle", false, bPlanes},
+        {&v.samplers[1], "tex_u", "mUHandle", false, bPlanes},
+        {&v.samplers[2], "tex_v", "mVHandle", false, bPlanes && bThirdPlane},
+        {&v.box, "uFrameBox", "mFrameBoxHandle", false, bPlanes},
+        {&v.planeScale, "uPlaneScale", "mPlaneScaleHandle", false, bPlanes},
+        {&v.yuvMatrix, "yuvMatrix", "mYuvMatrixHandle", false, bPlanes},
+        {&v.yuvOffset, "yuvOffset", "mYuvOffsetHandle", false, bPlanes},
     };
     for (auto &l : lookups) {
-        if (l.planesOnly && inputs != kPlanes) continue;
+        if (!l.wanted) continue;
         *l.handle = l.attribute ? glGetAttribLocation(p, l.name) : glGetUniformLocation(p, l.name);
         if (*l.handle < 0) {
             MLogInfo("[%s] %s:: get %s error. ", MLOG_TAG, viewName, l.handleName);
             failures++;
         }
     }
+    if (bPlanes && bFresh) {
+        // Units 0, 1, 2 for good: a sampler's unit is program state.
+        glUseProgram(p);
+        for (int i = 0; i < 3; i++)
+            if (v.samplers[i] >= 0) glUniform1i(v.samplers[i], i);
+    }
     return failures;
 }
 
 GLint ViewProgram::Uniform(const char *viewName, const char *name, const char *handleName) const
 {
-    GLint loc = m_Program ? glGetUniformLocation(m_Program.id(), name) : -1;
+    GLint loc = id() ? glGetUniformLocation(id(), name) : -1;
     if (loc < 0) MLogInfo("[%s] %s:: get %s error. ", MLOG_TAG, viewName, handleName);
     return loc;
 }
 
 void ViewProgram::Use() const
 {
-    glUseProgram(m_Program.id());
+    glUseProgram(id());
 }
 
-void ViewProgram::Use(const YuvConversion &conversion) const
+void ViewProgram::Use(const FrameSampling &s) const
 {
-    glUseProgram(m_Program.id());
-    glUniformMatrix3fv(m_YuvMatrix, 1, GL_FALSE, conversion.fMatrix);
-    glUniform3fv(m_YuvOffset, 1, conversion.fOffset);
+    glUseProgram(id());
+    const Variant *v = Current();
+    if (!v) return;
+    for (int i = 0; i < 3; i++) {
+        glActiveTexture(GL_TEXTURE0 + GLenum(i));
+        glBindTexture(GL_TEXTURE_2D, s.textures[i]);
+    }
+    glActiveTexture(GL_TEXTURE0);
+    if (!v->bSent || MMemCmp(v->sentBox, s.box, sizeof(s.box)) != 0) {
+        glUniform4fv(v->box, 1, s.box);
+        MMemCpy(v->sentBox, s.box, sizeof(s.box));
+    }
+    if (!v->bSent || MMemCmp(v->sentScale, s.planeScale, sizeof(s.planeScale)) != 0) {
+        glUniform4fv(v->planeScale, 1, s.planeScale);
+        MMemCpy(v->sentScale, s.planeScale, sizeof(s.planeScale));
+    }
+    if (!v->bSent || MMemCmp(&v->sentConversion, &s.conversion, sizeof(s.conversion)) != 0) {
+        glUniformMatrix3fv(v->yuvMatrix, 1, GL_FALSE, s.conversion.fMatrix);
+        glUniform3fv(v->yuvOffset, 1, s.conversion.fOffset);
+        v->sentConversion = s.conversion;
+    }
+    v->bSent = true;
 }
 
 void ViewProgram::SetMatrix(const float *mvp) const
 {
     glUniformMatrix4fv(uMVPMatrix, 1, GL_FALSE, mvp);
-}
-
-void ViewProgram::BindPlanes(const GLuint *pTextures) const
-{
-    for (int i = 0; i < 3; i++) {
-        glActiveTexture(GL_TEXTURE0 + GLenum(i));
-        glBindTexture(GL_TEXTURE_2D, pTextures ? pTextures[i] : 0);
-        glUniform1i(m_Samplers[i], i);
-    }
-    glActiveTexture(GL_TEXTURE0);
 }
 
 // --------------------------------------------------------------- ViewMesh

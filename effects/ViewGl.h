@@ -4,50 +4,73 @@
 #ifndef PANOVIEW_VIEWGL_H
 #define PANOVIEW_VIEWGL_H
 
+#include <string>
+
+#include "FrameSampler.h"
 #include "GlObjects.h"
 #include "GlesRenderEffect.h"
-#include "YuvConversion.h"
 
 // A view's program and its locations. The shaders name their inputs alike
-// throughout: attributes aPosition and aTexCoor, the matrix uMVPMatrix, the
-// plane samplers tex_y, tex_u, tex_v (texture units 0, 1, 2) and the colour
-// conversion yuvMatrix, yuvOffset of GLSL_YUV_TO_RGB.
+// throughout: attributes aPosition and aTexCoor, the matrix uMVPMatrix; a
+// program that samples the frame puts GLSL_FRAME_COLOUR in its fragment
+// shader and calls frameColour(p).
+//
+// Such a program exists once per frame layout: Build compiles the layout
+// the render thread builds for (SetBuildLayout) and keeps every layout it
+// compiled, so that a view built again for a layout it has seen (a stream
+// that changes layout and back) links nothing. The locations are those of
+// that layout's program; a view looks its own uniforms up again whenever it
+// is built.
 class ViewProgram {
 public:
     enum Inputs {
-        kPlanes,       // samples the three planes through GLSL_YUV_TO_RGB
+        kPlanes,       // samples the frame through GLSL_FRAME_COLOUR
         kPositionOnly, // draws points or flat colour: no texture coordinate, no planes
+        kOwnPicture,   // samples a planar 8-bit picture of the view's own, whatever the frame's layout
     };
 
-    // Builds the program and looks up the inputs above. Each missing one is
-    // logged as "[VideoRender] <view>:: get <handle> error. " and counted;
-    // the lookups go on after a failure. Returns the number of failures (a
-    // failed build counts once and leaves every location at -1).
+    // Builds (or takes from the cache) the program and looks up the inputs
+    // above. Each missing one is logged as "[VideoRender] <view>:: get
+    // <handle> error. " and counted; the lookups go on after a failure.
+    // Returns the number of failures (a failed build counts once and leaves
+    // every location at -1).
     int Build(const char *viewName, const char *vertexSource, const char *fragmentSource, Inputs inputs = kPlanes);
     // Looks up one more uniform, logging a miss the same way; -1 when absent.
     GLint Uniform(const char *viewName, const char *name, const char *handleName) const;
     void Release() { *this = ViewProgram(); }
 
-    GLuint id() const { return m_Program.id(); }
-    explicit operator bool() const { return bool(m_Program); }
+    GLuint id() const { return Current() ? Current()->program.id() : 0; }
+    explicit operator bool() const { return id() != 0; }
 
     // glUseProgram.
     void Use() const;
-    // glUseProgram, and the conversion of the planes into the uniforms.
-    void Use(const YuvConversion &conversion) const;
+    // glUseProgram, the frame's textures on units 0, 1, 2, and the sampler
+    // and colour uniforms that differ from what this program last got.
+    void Use(const FrameSampling &sampling) const;
     void SetMatrix(const float *mvp) const;
-    // The three plane textures on units 0, 1, 2, the samplers set to them.
-    void BindPlanes(const GLuint *pTextures) const;
+
+    // The layout the next Build on this (the render) thread compiles for.
+    static void SetBuildLayout(FrameLayout layout);
 
     GLint aPosition = -1;
     GLint aTexCoor = -1;
     GLint uMVPMatrix = -1;
 
 private:
-    GlProgram m_Program;
-    GLint m_Samplers[3] = {-1, -1, -1};
-    GLint m_YuvMatrix = -1;
-    GLint m_YuvOffset = -1;
+    struct Variant {
+        GlProgram program;
+        GLint samplers[3] = {-1, -1, -1};
+        GLint box = -1, planeScale = -1, yuvMatrix = -1, yuvOffset = -1;
+        // What the program's uniforms hold now; sent again only on a change.
+        mutable bool bSent = false;
+        mutable float sentBox[4] = {}, sentScale[4] = {};
+        mutable YuvConversion sentConversion = {};
+    };
+    const Variant *Current() const { return m_nCurrent >= 0 ? &m_Variants[m_nCurrent] : nullptr; }
+
+    Variant m_Variants[kFrameLayoutCount];
+    std::string m_VertexSource, m_FragmentSource;
+    int m_nCurrent = -1;
 };
 
 // Vertices in one buffer object: positions (3 floats a vertex), then,

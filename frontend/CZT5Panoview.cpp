@@ -20,14 +20,9 @@ CZT5Panoview::CZT5Panoview() : m_bSwitchPending(0), m_DrawFrameEvent(0)
     ClearGeometry();
     std::memset(&m_FrameInfo, 0, sizeof(m_FrameInfo));
     std::memset(&m_LastFrame, 0, sizeof(m_LastFrame));
-    std::memset(&m_InputYuvBuf, 0, sizeof(m_InputYuvBuf));
-    m_pPackedBuf = nullptr;
-    for (int i = 0; i < 3; ++i) {
-        m_BlitPlanes[i] = nullptr;
-        m_BlitStrides[i] = 0;
-    }
     m_pSharedMemAgent = nullptr;
-    m_bPlanesFromAgent = 0;
+    for (int i = 0; i < 3; ++i) m_AgentPlanes[i] = nullptr;
+    std::memset(&m_rtLensPicture, 0, sizeof(m_rtLensPicture));
     m_pfnFrameCallback = nullptr;
     m_pFrameCallbackData = nullptr;
 
@@ -289,7 +284,6 @@ int32_t CZT5Panoview::DrawFrame(void *pBuffer, const ZT5FrameInfo *pFrameInfo, u
             EraseBG();
         }
 
-        SetInputData(pBuffer);
 
         const MDWord switchPending = m_bSwitchPending.load(std::memory_order_relaxed);
         if (m_bParamChanged || switchPending) {
@@ -325,7 +319,7 @@ int32_t CZT5Panoview::DrawFrame(void *pBuffer, const ZT5FrameInfo *pFrameInfo, u
         res = RefreshDisplay();
         if (res != 0) break;
 
-        if (m_bShow) res = DrawDeviceDisplayBufferUsingZTBlit(bSkipRender);
+        if (m_bShow) res = DrawDeviceDisplayBufferUsingZTBlit(pBuffer, bSkipRender);
 
         // A handle that was closed becomes visible once its first frame went.
         if ((wasPending || signalDone) && m_hCurDisplay == m_hDisplayHigh) MDisplayMgrSetShow(m_hDisplayHigh, 1);
@@ -369,19 +363,21 @@ void CZT5Panoview::SendMgrFrameInfo(const ZT5FrameInfo &info)
     m_MgrFrameInfo = copy;
 }
 
-MRESULT CZT5Panoview::DrawDeviceDisplayBufferUsingZTBlit(MDWord bSkipRender)
+MRESULT CZT5Panoview::DrawDeviceDisplayBufferUsingZTBlit(void *pBuffer, MDWord bSkipRender)
 {
     if (m_CodecHint.dwHint0 && m_CodecHint.dwHint1) {
         ZT5CodecHint hint = m_CodecHint;
         MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_CODEC_HINT, &hint, 8);
     }
 
-    const MDWord srcCS = SetupBlitPlanes();
+    // A type that isn't drawn passes and is dropped here, as is a call
+    // without planes.
+    if (!DescribeFrame(pBuffer)) return 0;
 
     // The picture rectangle: the part of the frame that goes down.
     ZT5Rect rtPicture = {0, 0, (MLong)m_FrameInfo.dwWidth, (MLong)m_FrameInfo.dwHeight};
     if (m_dwFitMode == 5) {
-        MRESULT r = ApplyCoverCrop(srcCS, rtPicture);
+        MRESULT r = ApplyCoverCrop(rtPicture);
         if (r != 0) return r;
     } else {
         if (m_bClipToViewport && (MLong)m_FrameInfo.dwWidth > m_Viewport.lWidth &&
@@ -392,16 +388,18 @@ MRESULT CZT5Panoview::DrawDeviceDisplayBufferUsingZTBlit(MDWord bSkipRender)
         // Leaving fit mode 5: the manager gets the whole frame again.
         if (std::memcmp(&m_MgrFrameInfo, &m_FrameInfo, sizeof(m_FrameInfo)) != 0) SendMgrFrameInfo(m_FrameInfo);
     }
-
-    SendLensBox(rtPicture);
+    SetLensBoxes(rtPicture);
+    // Planes that don't hold a row of the layout are refused: nothing is
+    // read past them.
+    if (m_Frame.plane[0].data && !m_Frame.PlanesUsable()) return ZT5_ERR_INVALID_PARAM;
 
     const bool bench = m_Benchmark.IsEnabled() != 0;
     if (bench) {
         m_Benchmark.Start(kBenchBlit);
         m_Benchmark.Start(kBenchFrame);
     }
-    MRESULT res = MDisplayMgrBlit(m_hCurDisplay, srcCS, m_BlitPlanes, m_BlitStrides, &rtPicture,
-                                  m_bClipToViewport ? &rtPicture : nullptr, bSkipRender);
+    MRESULT res =
+        MDisplayMgrBlit(m_hCurDisplay, &m_Frame, &rtPicture, m_bClipToViewport ? &rtPicture : nullptr, bSkipRender);
     if (bench) {
         m_Benchmark.Stop(kBenchFrame, 1);
         m_Benchmark.Stop(kBenchBlit, 1);

@@ -19,15 +19,6 @@
 #define PANOVIEW_MAX_RECT_SIDE 65536
 #define PANOVIEW_MAX_RECT_COORD (1 << 24)
 
-// The frame as the front end sees it: three planes into the host's memory.
-struct InputYuvBuf {
-    unsigned char *pPlane[3];
-    MLong lWidth;
-    MLong lHeight;
-    MLong lStride;
-    MLong lUVStride;
-};
-
 class CZT5Panoview : public IZT5Display {
 public:
     CZT5Panoview();
@@ -50,12 +41,13 @@ private:
     MRESULT RefreshDisplay();
     void ZTBlitInitParam();
     void EraseBG();
-    MRESULT DrawDeviceDisplayBufferUsingZTBlit(MDWord bSkipRender);
+    MRESULT DrawDeviceDisplayBufferUsingZTBlit(void *pBuffer, MDWord bSkipRender);
     MRESULT SwtichDisplayHandle(MDWord bHigh);
-    void SetInputData(void *pBuffer);
-    MDWord SetupBlitPlanes(); // gives srcCS
-    MRESULT ApplyCoverCrop(MDWord srcCS, ZT5Rect &rtPicture);
-    void SendLensBox(const ZT5Rect &rtPicture);
+    bool DescribeFrame(void *pBuffer);
+    MRESULT ApplyCoverCrop(ZT5Rect &rtPicture);
+    FrameBox LensBoxIn(const ZT5Rect &rtPicture, bool bRectangle) const;
+    void SetLensBoxes(const ZT5Rect &rtPicture);
+    void RedescribeKeptFrame();
     void SendMgrFrameInfo(const ZT5FrameInfo &info);
 
     // Geometry.
@@ -88,19 +80,19 @@ private:
     // Frame state.
     ZT5FrameInfo m_FrameInfo;
     ZT5LastFrame m_LastFrame;
-    InputYuvBuf m_InputYuvBuf;
-    unsigned char *m_pPackedBuf;
-    unsigned char *m_BlitPlanes[3];
-    MLong m_BlitStrides[3];
+    // The frame of the current call, described once; its planes point into
+    // the host's memory for the length of one DrawFrame.
+    VideoFrame m_Frame;
     ZT5SharedMemAgent *m_pSharedMemAgent;
-    MDWord m_bPlanesFromAgent;
+    uint8_t *m_AgentPlanes[3]; // the agent's planes last taken (both buffers busy: shown again)
     PFN_ZT5_FRAME_CALLBACK m_pfnFrameCallback;
     void *m_pFrameCallbackData;
 
     // What the manager was last told about the frame (in fit mode 5 the
     // crop's size).
     ZT5FrameInfo m_MgrFrameInfo;
-    MDWord m_dwFEStartX, m_dwFEStartY, m_dwFEWidth, m_dwFEHeight;
+    MDWord m_dwFEStartX, m_dwFEStartY, m_dwFEWidth, m_dwFEHeight; // the current view's lens box
+    ZT5Rect m_rtLensPicture; // the picture the lens boxes were last cut in
 
     // Handles and state.
     MDisplayHandle m_hDisplayHigh;

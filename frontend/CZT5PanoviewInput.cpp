@@ -1,6 +1,8 @@
-// Input buffers: plane pointers and strides from the host's buffer or the
-// shared memory agent, the colour-space id, the fit-mode-5 crop and the
-// lens box that goes to the manager before each blit.
+// Input buffers: the frame value from the host's buffer or the shared
+// memory agent. This is the one place that reads dwCSType: the layout, the
+// planes with their pitches, the colours and the rotation are described
+// here once, then cut to the fit-mode-5 crop and given the lens boxes, and
+// go down unchanged.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -10,170 +12,103 @@
 
 namespace {
 
-// dwCSType flag -> colour-space id; -1 for a flag without one.
-MDWord CSTypeToId(MDWord dwCSType)
+// The layout of a FrameInfo.dwCSType; false for a type that isn't drawn
+// (the 3- and 4-byte packed types, the output type, unknown values).
+bool LayoutOf(MDWord dwCSType, FrameLayout *pLayout)
 {
     switch (dwCSType) {
-    case ZT5_FRAME_CS_I420: return ZT5_CS_I420;
-    case ZT5_FRAME_CS_I420_B: return ZT5_CS_I420_B;
-    case ZT5_FRAME_CS_SEMIPLANAR_A: return ZT5_CS_SEMIPLANAR_A;
-    case ZT5_FRAME_CS_SEMIPLANAR_B: return ZT5_CS_SEMIPLANAR_B;
-    case ZT5_FRAME_CS_SEMIPLANAR_C: return ZT5_CS_SEMIPLANAR_C;
-    case ZT5_FRAME_CS_PACKED2: return ZT5_CS_PACKED2;
-    case ZT5_FRAME_CS_PACKED3: return ZT5_CS_PACKED3;
-    case ZT5_FRAME_CS_PACKED4_A: return ZT5_CS_PACKED4_A;
-    case ZT5_FRAME_CS_PACKED4_B: return ZT5_CS_PACKED4_B;
-    case ZT5_FRAME_CS_OUTPUT: return ZT5_CS_OUTPUT;
-    case ZT5_FRAME_CS_NV12: return ZT5_CS_NV12;
-    default: return 0xFFFFFFFFu;
-    }
-}
-
-bool IsPlanar420(MDWord cs) { return cs == ZT5_CS_I420 || cs == ZT5_CS_I420_B; }
-bool IsSemiPlanar(MDWord cs)
-{
-    return cs == ZT5_CS_SEMIPLANAR_A || cs == ZT5_CS_SEMIPLANAR_B || cs == ZT5_CS_SEMIPLANAR_C || cs == ZT5_CS_NV12;
-}
-int PackedBytes(MDWord cs)
-{
-    switch (cs) {
-    case ZT5_CS_PACKED2: return 2;
-    case ZT5_CS_PACKED3: return 3;
-    case ZT5_CS_PACKED4_A:
-    case ZT5_CS_PACKED4_B: return 4;
-    default: return 0;
+    case ZT5_FRAME_CS_I420:
+    case ZT5_FRAME_CS_I420_B: *pLayout = FrameLayout::I420; return true;
+    case ZT5_FRAME_CS_NV12: *pLayout = FrameLayout::NV12; return true;
+    case ZT5_FRAME_CS_SEMIPLANAR_A:
+    case ZT5_FRAME_CS_SEMIPLANAR_B:
+    case ZT5_FRAME_CS_SEMIPLANAR_C: *pLayout = FrameLayout::NV21; return true;
+    case ZT5_FRAME_CS_YUYV: *pLayout = FrameLayout::YUYV; return true;
+    case ZT5_FRAME_CS_UYVY: *pLayout = FrameLayout::UYVY; return true;
+    case ZT5_FRAME_CS_I010: *pLayout = FrameLayout::I010; return true;
+    case ZT5_FRAME_CS_P010: *pLayout = FrameLayout::P010; return true;
+    default: return false;
     }
 }
 
 } // namespace
 
-void CZT5Panoview::SetInputData(void *pBuffer)
+// The frame of this call, from pBuffer (the planes follow each other
+// tightly) or from the agent's buffer that isn't busy (its own pitches).
+// False when there is nothing to draw: a type without a layout, no planes.
+bool CZT5Panoview::DescribeFrame(void *pBuffer)
 {
     const MDWord w = m_FrameInfo.dwWidth;
     const MDWord h = m_FrameInfo.dwHeight;
-    m_InputYuvBuf.lWidth = (MLong)w;
-    m_InputYuvBuf.lHeight = (MLong)h;
+    VideoFrame f;
+    if (!LayoutOf(m_FrameInfo.dwCSType, &f.layout)) return false;
+    f.width = w;
+    f.height = h;
+    f.rotation = m_FrameInfo.dwRotation;
+    f.colour.matrix = uint8_t(m_dwYuvMatrix & 0xFF);
+    f.colour.bFullRange = (m_dwYuvMatrix & ZT5_YUV_RANGE_FULL) != 0;
 
+    const bool bSemiPlanar = f.layout == FrameLayout::NV12 || f.layout == FrameLayout::NV21 ||
+                             f.layout == FrameLayout::P010;
     if (m_pSharedMemAgent && !pBuffer) {
         const ZT5SharedMemAgent *a = m_pSharedMemAgent;
         if (a->dwBusy0 == 0) {
-            for (int i = 0; i < 3; ++i) m_InputYuvBuf.pPlane[i] = a->pPlane0[i];
-            m_bPlanesFromAgent = 1;
+            for (int i = 0; i < 3; ++i) m_AgentPlanes[i] = a->pPlane0[i];
         } else if (a->dwBusy1 == 0) {
-            for (int i = 0; i < 3; ++i) m_InputYuvBuf.pPlane[i] = a->pPlane1[i];
-            m_bPlanesFromAgent = 1;
-        } else if (!m_bPlanesFromAgent) {
-            // Both buffers busy: the last agent planes are shown again. Planes
-            // of an earlier DrawFrame buffer are the host's no longer.
-            for (int i = 0; i < 3; ++i) m_InputYuvBuf.pPlane[i] = nullptr;
+            for (int i = 0; i < 3; ++i) m_AgentPlanes[i] = a->pPlane1[i];
         }
-        m_InputYuvBuf.lStride = (MLong)a->dwYStride;
-        m_InputYuvBuf.lUVStride = (MLong)a->dwUVStride;
-        m_pPackedBuf = m_InputYuvBuf.pPlane[0];
-        return;
-    }
-
-    // The frame lies in pBuffer; the agent plays no part. Planes that this
-    // buffer doesn't give are cleared so that nothing points into the
-    // memory of an earlier call.
-    unsigned char *p = static_cast<unsigned char *>(pBuffer);
-    const size_t wh = (size_t)w * h;
-    m_bPlanesFromAgent = 0;
-    m_pPackedBuf = nullptr;
-    switch (m_FrameInfo.dwCSType) {
-    case ZT5_FRAME_CS_I420:
-    case ZT5_FRAME_CS_I420_B:
-        m_InputYuvBuf.pPlane[0] = p;
-        m_InputYuvBuf.pPlane[1] = p ? p + wh : nullptr;
-        m_InputYuvBuf.pPlane[2] = p ? p + wh + wh / 4 : nullptr;
-        m_InputYuvBuf.lStride = (MLong)w;
-        m_InputYuvBuf.lUVStride = (MLong)(w / 2);
-        break;
-    case ZT5_FRAME_CS_SEMIPLANAR_A:
-    case ZT5_FRAME_CS_SEMIPLANAR_B:
-    case ZT5_FRAME_CS_SEMIPLANAR_C:
-        m_InputYuvBuf.pPlane[0] = p;
-        m_InputYuvBuf.pPlane[2] = p ? p + wh : nullptr;
-        m_InputYuvBuf.pPlane[1] = p ? p + wh + 1 : nullptr;
-        m_InputYuvBuf.lStride = (MLong)w;
-        break;
-    case ZT5_FRAME_CS_NV12:
-        // U first: plane 1 is the first byte of the pair rows, plane 2 the
-        // byte behind it. The pair rows are as long as a luma row.
-        m_InputYuvBuf.pPlane[0] = p;
-        m_InputYuvBuf.pPlane[1] = p ? p + wh : nullptr;
-        m_InputYuvBuf.pPlane[2] = p ? p + wh + 1 : nullptr;
-        m_InputYuvBuf.lStride = (MLong)w;
-        m_InputYuvBuf.lUVStride = (MLong)w;
-        break;
-    case ZT5_FRAME_CS_PACKED2:
-        m_InputYuvBuf.pPlane[0] = p;
-        m_InputYuvBuf.pPlane[1] = nullptr;
-        m_InputYuvBuf.pPlane[2] = nullptr;
-        m_InputYuvBuf.lStride = (MLong)(2 * w);
-        break;
-    case ZT5_FRAME_CS_PACKED3:
-    case ZT5_FRAME_CS_PACKED4_A:
-    case ZT5_FRAME_CS_PACKED4_B:
-        m_pPackedBuf = p;
-        for (int i = 0; i < 3; ++i) m_InputYuvBuf.pPlane[i] = nullptr;
-        break;
-    default:
-        for (int i = 0; i < 3; ++i) m_InputYuvBuf.pPlane[i] = nullptr;
-        break;
-    }
-}
-
-MDWord CZT5Panoview::SetupBlitPlanes()
-{
-    const MDWord srcCS = CSTypeToId(m_FrameInfo.dwCSType);
-    const MDWord w = m_FrameInfo.dwWidth;
-    if (IsPlanar420(srcCS)) {
-        for (int i = 0; i < 3; ++i) m_BlitPlanes[i] = m_InputYuvBuf.pPlane[i];
-        m_BlitStrides[0] = m_InputYuvBuf.lStride;
-        m_BlitStrides[1] = m_BlitStrides[2] = m_InputYuvBuf.lUVStride;
-    } else if (srcCS == ZT5_CS_NV12) {
-        // The pair rows keep a pitch of their own (a decoder's chroma
-        // plane may be padded differently from its luma plane).
-        for (int i = 0; i < 3; ++i) m_BlitPlanes[i] = m_InputYuvBuf.pPlane[i];
-        m_BlitStrides[0] = m_InputYuvBuf.lStride;
-        m_BlitStrides[1] = m_BlitStrides[2] = m_InputYuvBuf.lUVStride;
-    } else if (IsSemiPlanar(srcCS)) {
-        for (int i = 0; i < 3; ++i) m_BlitPlanes[i] = m_InputYuvBuf.pPlane[i];
-        m_BlitStrides[0] = m_BlitStrides[1] = m_BlitStrides[2] = m_InputYuvBuf.lStride;
-    } else if (srcCS == ZT5_CS_PACKED2) {
-        for (int i = 0; i < 3; ++i) m_BlitPlanes[i] = m_InputYuvBuf.pPlane[i];
-        m_BlitStrides[0] = m_InputYuvBuf.lStride;
-        m_BlitStrides[1] = m_BlitStrides[2] = 0;
-    } else if (srcCS == ZT5_CS_PACKED3) {
-        m_BlitPlanes[0] = m_pPackedBuf;
-        m_BlitPlanes[1] = m_BlitPlanes[2] = nullptr;
-        m_BlitStrides[0] = (MLong)(3 * w);
-        m_BlitStrides[1] = m_BlitStrides[2] = 0;
-    } else if (srcCS == ZT5_CS_PACKED4_A || srcCS == ZT5_CS_PACKED4_B) {
-        m_BlitPlanes[0] = m_pPackedBuf;
-        m_BlitPlanes[1] = m_BlitPlanes[2] = nullptr;
-        m_BlitStrides[0] = (MLong)(4 * w);
-        m_BlitStrides[1] = m_BlitStrides[2] = 0;
+        // Both busy: the agent's last planes are shown again.
+        f.plane[0] = {m_AgentPlanes[0], a->dwYStride};
+        if (bSemiPlanar) {
+            // Plane 1 and 2 point at the first U and the first V byte of the
+            // pair rows; the rows start at the earlier one. The V-first types
+            // read their pairs at the luma pitch.
+            const uint8_t *u = m_AgentPlanes[1], *v = m_AgentPlanes[2];
+            const uint8_t *first = (u && v) ? std::min(u, v) : (u ? u : v);
+            f.plane[1] = {first, f.layout == FrameLayout::NV21 ? a->dwYStride : a->dwUVStride};
+        } else if (f.PlaneCount() == 3) {
+            f.plane[1] = {m_AgentPlanes[1], a->dwUVStride};
+            f.plane[2] = {m_AgentPlanes[2], a->dwUVStride};
+        }
     } else {
-        // No layout for this colour space: no plane goes down, so the
-        // manager reads nothing (it answers 0 for a frame without planes).
-        for (int i = 0; i < 3; ++i) {
-            m_BlitPlanes[i] = nullptr;
-            m_BlitStrides[i] = 0;
+        // The frame lies in pBuffer, tightly: rows as long as the layout's,
+        // 4:2:0 chroma planes of w*h/4 samples each (one chroma row pitch
+        // per two luma rows), pairs at the luma row's pitch.
+        const uint8_t *p = static_cast<const uint8_t *>(pBuffer);
+        const size_t wh = size_t(w) * h;
+        if (!p) return false;
+        switch (f.layout) {
+        case FrameLayout::I420:
+            f.plane[0] = {p, w};
+            f.plane[1] = {p + wh, w / 2};
+            f.plane[2] = {p + wh + wh / 4, w / 2};
+            break;
+        case FrameLayout::NV12:
+        case FrameLayout::NV21:
+            f.plane[0] = {p, w};
+            f.plane[1] = {p + wh, w};
+            break;
+        case FrameLayout::YUYV:
+        case FrameLayout::UYVY: f.plane[0] = {p, f.RowBytes(0)}; break;
+        case FrameLayout::I010:
+            f.plane[0] = {p, 2 * size_t(w)};
+            f.plane[1] = {p + 2 * wh, f.RowBytes(1)};
+            f.plane[2] = {p + 2 * wh + f.RowBytes(1) * f.Shape(1).rows, f.RowBytes(1)};
+            break;
+        case FrameLayout::P010:
+            f.plane[0] = {p, 2 * size_t(w)};
+            f.plane[1] = {p + 2 * wh, 2 * size_t(w)};
+            break;
         }
     }
-    return srcCS;
+    m_Frame = f;
+    return true;
 }
 
 // Fit mode 5 shows the middle of a frame that covers the clip; the part of
-// the frame that stands out is cut off here. The planes are moved to the
-// crop's first pixel, the strides stay those of the frame, and the manager
-// is told a frame of the crop's size. Its copy then reads the crop's rows
-// at the frame's row pitch and nothing around them. (Even a copy that took
-// the rows as tightly packed at the crop's width would stay inside the
-// frame: it reads no more than width * height bytes from the moved start.)
-MRESULT CZT5Panoview::ApplyCoverCrop(MDWord srcCS, ZT5Rect &rtPicture)
+// the frame that stands out is cut off here, and the manager is told a
+// frame of the crop's size.
+MRESULT CZT5Panoview::ApplyCoverCrop(ZT5Rect &rtPicture)
 {
     const MLong W = (MLong)m_FrameInfo.dwWidth;
     const MLong H = (MLong)m_FrameInfo.dwHeight;
@@ -208,28 +143,9 @@ MRESULT CZT5Panoview::ApplyCoverCrop(MDWord srcCS, ZT5Rect &rtPicture)
 
     if (cw <= 0 || ch <= 0) {
         // Nothing of the frame is left to show: no plane goes down.
-        for (int i = 0; i < 3; ++i) m_BlitPlanes[i] = nullptr;
-    } else if (m_BlitPlanes[0]) {
-        const size_t t = (size_t)cropT, l = (size_t)cropL;
-        const size_t s0 = (size_t)std::max<MLong>(0, m_BlitStrides[0]);
-        const int bpp = PackedBytes(srcCS);
-        if (IsPlanar420(srcCS)) {
-            const size_t s1 = (size_t)std::max<MLong>(0, m_BlitStrides[1]);
-            const size_t s2 = (size_t)std::max<MLong>(0, m_BlitStrides[2]);
-            m_BlitPlanes[0] += t * s0 + l;
-            // Chroma rows and columns are halved: the row pair of cropT,
-            // the column pair of cropL.
-            if (m_BlitPlanes[1]) m_BlitPlanes[1] += (t / 2) * s1 + l / 2;
-            if (m_BlitPlanes[2]) m_BlitPlanes[2] += (t / 2) * s2 + l / 2;
-        } else if (IsSemiPlanar(srcCS)) {
-            // Interleaved pairs at their row pitch: start on a whole pair.
-            const size_t s1 = (size_t)std::max<MLong>(0, m_BlitStrides[1]);
-            m_BlitPlanes[0] += t * s0 + l;
-            if (m_BlitPlanes[1]) m_BlitPlanes[1] += (t / 2) * s1 + (l & ~(size_t)1);
-            if (m_BlitPlanes[2]) m_BlitPlanes[2] += (t / 2) * s1 + (l & ~(size_t)1);
-        } else if (bpp) {
-            m_BlitPlanes[0] += t * s0 + l * (size_t)bpp;
-        }
+        m_Frame.plane[0].data = nullptr;
+    } else {
+        m_Frame = m_Frame.Cut((uint32_t)cropL, (uint32_t)cropT, (uint32_t)cw, (uint32_t)ch);
     }
 
     ZT5FrameInfo info = m_FrameInfo;
@@ -243,10 +159,9 @@ MRESULT CZT5Panoview::ApplyCoverCrop(MDWord srcCS, ZT5Rect &rtPicture)
 }
 
 // The square (or, for a view that takes one, the rectangle) that holds the
-// lens circle, from the fisheye parameter in ten-thousandths of the picture. All four
-// values go out on every frame, in every mode. The box always lies inside
-// the picture rectangle, so the manager's crop never leaves the frame.
-void CZT5Panoview::SendLensBox(const ZT5Rect &rtPicture)
+// lens circle, from the fisheye parameter in ten-thousandths of the picture.
+// The box always lies inside the picture rectangle.
+FrameBox CZT5Panoview::LensBoxIn(const ZT5Rect &rtPicture, bool bRectangle) const
 {
     const int64_t W = std::max<int64_t>(0, (int64_t)rtPicture.right - rtPicture.left);
     const int64_t H = std::max<int64_t>(0, (int64_t)rtPicture.bottom - rtPicture.top);
@@ -271,18 +186,17 @@ void CZT5Panoview::SendLensBox(const ZT5Rect &rtPicture)
     int64_t feH = 2 * (ry & ~(int64_t)3);
     if (startX == 0 && cx == 0 && W > H) startX = (W - H) / 2;
 
-    const bool bRectangle = MDisplayMgrLensBoxIsRectangle(m_lFishEyeMode) != 0;
     if (feW == 0 || feH == 0) {
         feH = H;
         feW = bRectangle ? W : H;
     }
     if (!bRectangle) feW = feH = std::min(feW, feH);
 
-    // Keep the box inside the picture: a box larger than the picture is cut
-    // to it (keeping the size a multiple of 8 where it can), and a box that
-    // reaches past the right or bottom edge is moved back in. With no lens
-    // set, a rectangle thus takes the whole picture rather than a box that
-    // starts at the centring offset and runs past the right edge.
+    // A box larger than the picture is cut to it (keeping the size a
+    // multiple of 8 where it can), and a box that reaches past the right or
+    // bottom edge is moved back in. With no lens set, a rectangle thus takes
+    // the whole picture rather than a box that starts at the centring
+    // offset and runs past the right edge.
     if (feW > W || feH > H) {
         feW = std::min(feW, W);
         feH = std::min(feH, H);
@@ -292,15 +206,29 @@ void CZT5Panoview::SendLensBox(const ZT5Rect &rtPicture)
     }
     startX = std::min(std::max<int64_t>(startX, 0), W - feW);
     startY = std::min(std::max<int64_t>(startY, 0), H - feH);
+    return FrameBox{(uint32_t)startX, (uint32_t)startY, (uint32_t)feW, (uint32_t)feH};
+}
 
-    m_dwFEStartX = (MDWord)startX;
-    m_dwFEStartY = (MDWord)startY;
-    m_dwFEWidth = (MDWord)feW;
-    m_dwFEHeight = (MDWord)feH;
+void CZT5Panoview::SetLensBoxes(const ZT5Rect &rtPicture)
+{
+    m_rtLensPicture = rtPicture;
+    m_Frame.lensSquare = LensBoxIn(rtPicture, false);
+    m_Frame.lensRectangle = LensBoxIn(rtPicture, true);
+    const bool bRectangle = MDisplayMgrLensBoxIsRectangle(m_lFishEyeMode) != 0;
+    const FrameBox &b = bRectangle ? m_Frame.lensRectangle : m_Frame.lensSquare;
+    m_dwFEStartX = b.x;
+    m_dwFEStartY = b.y;
+    m_dwFEWidth = b.w;
+    m_dwFEHeight = b.h;
+}
 
-    MDWord v[4] = {m_dwFEStartX, m_dwFEStartY, m_dwFEWidth, m_dwFEHeight};
-    MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_X_POS, &v[0], 4);
-    MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_Y_POS, &v[1], 4);
-    MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_WIDTH, &v[2], 4);
-    MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FISHEYE_HEIGHT, &v[3], 4);
+// The lens circle or the colours changed: the frame the display keeps is
+// described anew and drawn at once, without waiting for the next frame.
+void CZT5Panoview::RedescribeKeptFrame()
+{
+    if (!m_hCurDisplay || m_rtLensPicture.right <= m_rtLensPicture.left) return;
+    SetLensBoxes(m_rtLensPicture);
+    m_Frame.colour.matrix = uint8_t(m_dwYuvMatrix & 0xFF);
+    m_Frame.colour.bFullRange = (m_dwYuvMatrix & ZT5_YUV_RANGE_FULL) != 0;
+    MDisplayMgrRecut(m_hCurDisplay, &m_Frame.lensSquare, &m_Frame.lensRectangle, &m_Frame.colour);
 }

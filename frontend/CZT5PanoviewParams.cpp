@@ -137,6 +137,7 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
     case ZT5_CFG_COMMON_FISHEYE_PARAM: {
         FrontendLock lock(m_DataMutex);
         std::memcpy(&m_FishEyeParam, pValue, sizeof(m_FishEyeParam));
+        RedescribeKeptFrame();
         return 0;
     }
     case ZT5_CFG_PLAYER_MODE: {
@@ -369,11 +370,11 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
         MDWord v = ReadU32(pValue);
         if ((v & ~(MDWord)(0xFF | ZT5_YUV_RANGE_FULL)) != 0 || (v & 0xFF) > ZT5_YUV_MATRIX_BT2020)
             return ZT5_ERR_INVALID_PARAM;
-        // Both handles: a switch between them doesn't change the stream.
+        // Part of each frame's description from now on, and of the frame on
+        // screen at once.
         FrontendLock lock(m_DataMutex);
         m_dwYuvMatrix = v;
-        if (m_hDisplayHigh) MDisplayMgrSetParam(m_hDisplayHigh, dwParamID, &v, 4);
-        if (m_hDisplayLow && m_hDisplayLow != m_hDisplayHigh) MDisplayMgrSetParam(m_hDisplayLow, dwParamID, &v, 4);
+        RedescribeKeptFrame();
         return 0;
     }
     default:

@@ -75,9 +75,6 @@ MRESULT CWinOpenGLDisplay::init(MDWord dwReserved, char *pText, MDWord dwCSType,
         std::lock_guard<std::recursive_mutex> hs(m_HandshakeLock);
         RequestLock lock(m_hRequestLock);
         if (m_hThread) {
-            // The manager feeds a running object again when the stream turns:
-            // take the new rotation, nothing that the draw under way depends on.
-            mFrameInfo.dwRotation = dwRotation;
             MLogInfo("[%s]CWinOpenGLDisplay::DoInit Error, thread already inited", MLOG_TAG);
             return ZT5_ERR_ALREADY_INITED;
         }
@@ -87,7 +84,6 @@ MRESULT CWinOpenGLDisplay::init(MDWord dwReserved, char *pText, MDWord dwCSType,
         mFrameInfo.dwRotation = dwRotation;
         m_lSrcWidth = lSrcWidth;
         m_lSrcHeight = lSrcHeight;
-        m_bPlanesStale = false;
     }
     return DoInit();
 }
@@ -192,52 +188,42 @@ void CWinOpenGLDisplay::Wake()
 
 // ------------------------------------------------------------ posting
 
+void CWinOpenGLDisplay::attachMailbox(FrameMailbox *pMailbox)
+{
+    RequestLock lock(m_hRequestLock);
+    m_pMailbox.store(pMailbox);
+    m_dwSerialBase = pMailbox ? pMailbox->Serial() : 0;
+}
+
+void CWinOpenGLDisplay::framePosted(bool bNewFrame)
+{
+    if (!m_bOpenGLInited.load(std::memory_order_acquire)) return;
+    if (bNewFrame) m_dwFramesPosted.fetch_add(1, std::memory_order_relaxed);
+    {
+        RequestLock lock(m_hRequestLock);
+        if (!m_bRequestPending) mRequestOp.store(OP_BLIT);
+    }
+    Wake();
+}
+
+// A tightly packed planar frame of lWidth x lHeight, posted through the
+// mailbox as the manager posts its frames.
 MRESULT CWinOpenGLDisplay::render(unsigned char *pBuffer, MLong lWidth, MLong lHeight, MLong lDstWidth,
                                   MLong lDstHeight)
 {
     (void)lDstWidth;
     (void)lDstHeight;
-    if (!pBuffer || !m_bOpenGLInited.load(std::memory_order_acquire)) return 0;
-    RequestLock lock(m_hRequestLock);
-    if (MDWord(lWidth) == mFrameInfo.dwWidth && MDWord(lHeight) == mFrameInfo.dwHeight) {
-        const MLong w = MLong(mFrameInfo.dwWidth), h = MLong(mFrameInfo.dwHeight);
-        FrameRequest.strides[0] = w;
-        FrameRequest.strides[1] = w >> 1;
-        FrameRequest.strides[2] = w >> 1;
-        FrameRequest.planes[0] = pBuffer;
-        FrameRequest.planes[1] = pBuffer + size_t(w) * size_t(h);
-        FrameRequest.planes[2] = pBuffer + ((size_t(w) * size_t(h) * 5) >> 2);
-        m_bPlanesStale = false;
-        m_dwPostSerial++;
-        m_dwFramesPosted.fetch_add(1, std::memory_order_relaxed);
-        if (!m_bRequestPending) mRequestOp.store(OP_BLIT);
-        Wake();
-        return 0;
-    }
-    // A new video size: this frame is not drawn, and the thread stops
-    // redrawing planes of the old size, which the caller may free now. The
-    // next frame of the new size is drawn.
-    mFrameInfo.dwWidth = MDWord(lWidth);
-    mFrameInfo.dwHeight = MDWord(lHeight);
-    m_bPlanesStale = true;
-    if (!m_bRequestPending) mRequestOp.store(OP_NULL);
-    return 0;
-}
-
-MRESULT CWinOpenGLDisplay::render(unsigned char **planes, MLong *strides)
-{
-    if (!planes || !strides || !planes[0] || !planes[1] || !planes[2]) return 0;
-    if (!m_bOpenGLInited.load(std::memory_order_acquire)) return 0;
-    RequestLock lock(m_hRequestLock);
-    for (int i = 0; i < 3; i++) {
-        FrameRequest.planes[i] = planes[i];
-        FrameRequest.strides[i] = strides[i];
-    }
-    m_bPlanesStale = false;
-    m_dwPostSerial++;
-    m_dwFramesPosted.fetch_add(1, std::memory_order_relaxed);
-    if (!m_bRequestPending) mRequestOp.store(OP_BLIT);
-    Wake();
+    FrameMailbox *pMailbox = m_pMailbox.load();
+    if (!pBuffer || !pMailbox || lWidth <= 0 || lHeight <= 0) return 0;
+    VideoFrame f;
+    f.width = MDWord(lWidth);
+    f.height = MDWord(lHeight);
+    const size_t luma = size_t(lWidth) * size_t(lHeight);
+    const size_t chroma = size_t(lWidth / 2) * size_t(lHeight / 2);
+    f.plane[0] = {pBuffer, size_t(lWidth)};
+    f.plane[1] = {pBuffer + luma, size_t(lWidth / 2)};
+    f.plane[2] = {pBuffer + luma + chroma, size_t(lWidth / 2)};
+    if (pMailbox->Post(f) == 0) framePosted(true);
     return 0;
 }
 
@@ -288,7 +274,7 @@ void CWinOpenGLDisplay::FinishRequest(MLong op)
             break;
         case OP_CHANGEMODE:
         case OP_CAPTUREFRAME:
-            next = (m_bOpenGLESRendererInited.load() && !m_bPlanesStale) ? OP_BLIT : OP_NULL;
+            next = m_bOpenGLESRendererInited.load() ? OP_BLIT : OP_NULL;
             break;
         default:
             break; // OP_BLIT or an unknown code stays
@@ -425,43 +411,24 @@ void CWinOpenGLDisplay::Internal_Blit()
         MLogDebug("[%s]CWinOpenGLDisplay::Internal_Blit show is disabled", MLOG_TAG);
         return;
     }
-    CZT5Mutex *pFrameMutex = m_pFrameMutex.load();
-    if (!pFrameMutex) return;
-    pFrameMutex->Lock();
-    MGLFrameRequest req;
-    MLong w, h;
-    MDWord rotation;
-    bool bStale, bNewFrame;
-    MDWord dwSerial;
-    {
-        // The poster may have changed the video size between our look at
-        // the request code and our taking the frame mutex; planes of the old
-        // size may already be gone then.
-        RequestLock lock(m_hRequestLock);
-        req = FrameRequest;
-        w = MLong(mFrameInfo.dwWidth);
-        h = MLong(mFrameInfo.dwHeight);
-        rotation = mFrameInfo.dwRotation;
-        bStale = m_bPlanesStale;
-        bNewFrame = m_dwPostSerial != m_dwDrawnSerial;
-        if (!bStale) m_dwDrawnSerial = m_dwPostSerial;
-        dwSerial = m_dwDrawnSerial;
+    FrameMailbox *pMailbox = m_pMailbox.load();
+    if (!pMailbox) return;
+    VideoFrame frame;
+    MDWord dwSerial = 0;
+    bool bPixels = false;
+    // Textures made anew (a rebuilt renderer) take the kept frame's pixels
+    // again; otherwise only a frame not drawn yet is uploaded.
+    if (!pMailbox->Take(!m_pRenderer->HoldsFrame(), &frame, &dwSerial, &bPixels)) return;
+    m_pRenderer->Render(frame, bPixels, bIsNewScaleMode.load());
+    if (bPixels) pMailbox->Release();
+    m_bViewMoving = m_pRenderer->WantsAnotherFrame();
+    m_dwDrawCount.fetch_add(1, std::memory_order_relaxed);
+    if (dwSerial != m_dwShownSerial && dwSerial > m_dwSerialBase) {
+        m_dwShownSerial = dwSerial;
+        m_dwFramesDrawn.fetch_add(1, std::memory_order_relaxed);
+        m_dwNewestDrawn.store(dwSerial - m_dwSerialBase, std::memory_order_release);
     }
-    bool bReleased = false;
-    m_bViewMoving = false;
-    if (!bStale) {
-        // The frame mutex guards the planes only: it is given back as soon
-        // as they are uploaded, so a poster never waits for the view's draw
-        // or the swap.
-        bReleased = m_pRenderer->Render(req.planes, req.strides, bNewFrame, bIsNewScaleMode.load(), rotation, w, h,
-                                        pFrameMutex);
-        m_bViewMoving = m_pRenderer->WantsAnotherFrame();
-        m_dwDrawCount.fetch_add(1, std::memory_order_relaxed);
-        if (bNewFrame) m_dwFramesDrawn.fetch_add(1, std::memory_order_relaxed);
-        m_dwNewestDrawn.store(dwSerial, std::memory_order_release);
-    }
-    if (!bReleased) pFrameMutex->Unlock();
-    if (!bStale) m_pRenderer->DeliverHostEvents();
+    m_pRenderer->DeliverHostEvents();
 }
 
 MRESULT CWinOpenGLDisplay::Internal_Init()
@@ -579,8 +546,7 @@ bool CWinOpenGLDisplay::Internal_CaptureFrame()
     bool bWillDraw;
     {
         RequestLock lock(m_hRequestLock);
-        bWillDraw = m_bOpenGLESRendererInited.load() && m_bOpenGLInited.load() && !m_bPlanesStale &&
-                    m_pFrameMutex.load() != nullptr;
+        bWillDraw = m_bOpenGLESRendererInited.load() && m_bOpenGLInited.load() && m_pMailbox.load() != nullptr;
     }
     if (!m_pRenderer->CanReadAfterSwap() && bWillDraw) {
         m_pRenderer->ArmCaptureBeforeSwap();
@@ -703,9 +669,6 @@ void CWinOpenGLDisplay::SetConfigValue(MDWord dwID, void *pValue)
     case ZT5_CFG_DISPLAY_FE_BG_STAR:
         if (pValue) m_bNeedFEBgStar.store(*static_cast<const MDWord *>(pValue));
         break;
-    case ZT5_CFG_DISPLAY_RENDER_MUTEX:
-        m_pFrameMutex.store(static_cast<CZT5Mutex *>(pValue));
-        break;
     case ZT5_CFG_DISPLAY_FE_PLATFORM:
         if (pValue) m_dwFEPlatform.store(*static_cast<const MDWord *>(pValue));
         break;
@@ -756,19 +719,6 @@ void CWinOpenGLDisplay::SetConfigValue(MDWord dwID, void *pValue)
         break;
     case ZT5_CFG_DISPLAY_SCALE_MODE:
         if (pValue) bIsNewScaleMode.store(*static_cast<const MDWord *>(pValue));
-        break;
-    case ZT5_CFG_DISPLAY_FRAMEINFO: {
-        // A stream that turns: only the rotation of the picture changes;
-        // the view, its camera and every setting stay as they are.
-        if (!pValue) break;
-        const ZT5FrameInfo *pInfo = static_cast<const ZT5FrameInfo *>(pValue);
-        RequestLock lock(m_hRequestLock);
-        mFrameInfo.dwRotation = pInfo->dwRotation;
-        break;
-    }
-    case ZT5_CFG_DISPLAY_YUV_MATRIX:
-        // The renderer keeps the colour matrix for views made later.
-        m_pRenderer->setConfig(dwID, pValue);
         break;
     default:
         // Overlay settings: kept for the next Internal_Init, and passed on.

@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "CWinOpenGLESRenderer.h"
+#include "FrameMailbox.h"
 #include "MDisplayMgr.h"
 #include "OverlaySettings.h"
 
@@ -23,11 +24,6 @@ enum {
     OP_NOP = 8,
 };
 
-struct MGLFrameRequest {
-    unsigned char *planes[3];
-    MLong strides[3];
-};
-
 struct MGLDisplayPinch {
     float zoomRate;
     float *pCenter; // two floats
@@ -41,12 +37,13 @@ public:
     MRESULT setConfig(MDWord dwID, void *pValue) override;
     MRESULT getConfig(MDWord dwID, void *pValue) override;
     MRESULT render(unsigned char *pBuffer, MLong lWidth, MLong lHeight, MLong lDstWidth, MLong lDstHeight) override;
-    MRESULT render(unsigned char **planes, MLong *strides) override;
     MRESULT render(MLong lSize) override;
     MRESULT init(MDWord dwReserved, char *pText, MDWord dwCSType, MWindowHandle hContext, MLong lSrcWidth,
                  MLong lSrcHeight, MLong lWidth, MLong lHeight, MDWord bContinueBuf, MDWord dwRotation) override;
     MRESULT setRender(void *pRender) override;
     MRESULT Reset() override;
+    void attachMailbox(FrameMailbox *pMailbox) override;
+    void framePosted(bool bNewFrame) override;
 
     MRESULT DoInit();
     MRESULT Uninit();
@@ -95,7 +92,6 @@ private:
     std::atomic<MDWord> m_bShow{1};
     std::atomic<MDWord> m_bOpenGLInited{0};
     std::atomic<MLong> mRequestOp{OP_NULL};
-    MGLFrameRequest FrameRequest = {};
     CWinOpenGLESRenderer *m_pRenderer = nullptr;
     std::atomic<MDWord> m_dwLastError{0};
     std::atomic<MDWord> bIsNewScaleMode{0};
@@ -111,7 +107,12 @@ private:
     std::atomic<MDWord> m_bNeedFEBgCloud{1};
     std::atomic<MDWord> m_bNeedFEBgStar{1};
     std::atomic<MDWord> m_bOpenGLESRendererInited{0};
-    std::atomic<CZT5Mutex *> m_pFrameMutex{nullptr};
+    std::atomic<FrameMailbox *> m_pMailbox{nullptr};
+    // Render thread: the mailbox's serial before this object's first frame,
+    // and the serial the last draw showed; their difference is the ordinal
+    // of the frame on screen among those posted to this object.
+    MDWord m_dwSerialBase = 0;
+    MDWord m_dwShownSerial = 0;
     ZT5Snapshot m_Snapshot = {};
     std::atomic<MDWord> m_dwFEPlatform{0};
     std::atomic<ZT5UICallbackRecord *> m_pUICallback{nullptr};
@@ -126,9 +127,6 @@ private:
     // served. A frame posted meanwhile stores its planes but leaves the code
     // alone, and the thread decides after the service whether to draw on.
     bool m_bRequestPending = false;
-    // Under m_hRequestLock: the newest post changed the video size, so the
-    // stored planes are of the old size and must not be drawn.
-    bool m_bPlanesStale = false;
     // Requesters one at a time; held across the wait for the thread, but
     // never taken by a poster or by the render thread.
     std::recursive_mutex m_HandshakeLock;
@@ -142,10 +140,6 @@ private:
     // Draw on demand. m_bRedraw is set by any thread (Wake, a finished
     // request) and cleared by the render thread before it draws.
     std::atomic<bool> m_bRedraw{false};
-    // Under m_hRequestLock: one count per posted frame, and the count the
-    // last draw uploaded; they differ while a frame waits to be drawn.
-    MDWord m_dwPostSerial = 0;
-    MDWord m_dwDrawnSerial = 0;
     // Render thread only: the view asked for another frame after its last
     // draw, and when that draw started.
     bool m_bViewMoving = false;

@@ -59,9 +59,6 @@ CWinOpenGLESRenderer::CWinOpenGLESRenderer()
 
 CWinOpenGLESRenderer::~CWinOpenGLESRenderer()
 {
-    MMemFree(m_pPadBuffer);
-    m_pPadBuffer = nullptr;
-    m_dwPadBufferSize = 0;
     Uninitialize();
     delete m_pMutex;
     m_pMutex = nullptr;
@@ -141,10 +138,6 @@ MRESULT CWinOpenGLESRenderer::Initialize(MGLDisplayContext *pDisplayContext, MLo
     // SetFishEyeMode.
     CreateEffect(m_FishEyeMode.load(std::memory_order_relaxed));
 
-    RendererLocks locks(m_pMutex);
-    if (eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
-        for (GlTexture &t : m_Planes) t = GlTexture::Create();
-    }
     return 0;
 }
 
@@ -311,11 +304,7 @@ void CWinOpenGLESRenderer::Uninitialize()
     }
     for (int i = 0; i < GL_RENDER_MODE_COUNT; i++) delete effects[i];
 
-    for (int i = 0; i < 3; i++) {
-        m_Planes[i].reset();
-        m_TextureWidth[i] = m_TextureHeight[i] = 0;
-    }
-    m_bPlanesUploaded = false;
+    m_FrameTextures.Reset();
     m_bDrawn = false;
     m_dwDisplayWidth = 0;
     m_dwDisplayHeight = 0;
@@ -342,23 +331,18 @@ void CWinOpenGLESRenderer::Uninitialize()
 
 // ------------------------------------------------------------------ draw
 
-bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *strides, bool bNewFrame,
-                                  MDWord bIsNewScaleMode, MDWord dwRotation, MLong lWidth, MLong lHeight,
-                                  CZT5Mutex *pPlanesLock)
+void CWinOpenGLESRenderer::Render(const VideoFrame &frame, bool bNewPixels, MDWord bIsNewScaleMode)
 {
     m_bWantsAnotherFrame = false;
-    if (lWidth != m_Width || lHeight != m_Height) bNewFrame = true; // a new video size: planes of that size
-    m_Width = lWidth;
-    m_Height = lHeight;
     RendererLocks locks(m_pMutex);
 
     // A destroyed window has nothing left to draw into, and every driver
     // query of it fails: the display waits for the next window.
-    if (m_WindowWatch.Gone()) return false;
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) return false;
+    if (m_WindowWatch.Gone()) return;
+    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) return;
     EGLint w = 0, h = 0;
-    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &w)) return false;
-    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_HEIGHT, &h)) return false;
+    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &w)) return;
+    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_HEIGHT, &h)) return;
     m_lSurfaceWidth = w;
     m_lSurfaceHeight = h;
     if (w != m_dwDisplayWidth || h != m_dwDisplayHeight) {
@@ -373,10 +357,8 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
     const bool bFinish = m_bFinishEachPhase.load(std::memory_order_relaxed);
     const uint64_t t0 = NowNs();
     // The textures keep the last frame: a redraw for motion alone uploads
-    // nothing. Textures made anew (a rebuilt renderer) need the planes again.
-    if (bNewFrame || !m_bPlanesUploaded) m_bPlanesUploaded = UploadPlanes(planes, strides);
-    // glTexSubImage2D has taken its copy of the client memory on return.
-    if (pPlanesLock) pPlanesLock->Unlock();
+    // nothing. Textures made anew (a rebuilt renderer) need the pixels again.
+    if (bNewPixels) m_FrameTextures.Upload(frame);
     if (bFinish) glFinish();
     const uint64_t t1 = NowNs();
 
@@ -403,11 +385,18 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
         MLong rect[4] = {0, 0, 0, 0};
         if (m_pDisplayContext)
             for (int i = 0; i < 4; i++) rect[i] = m_pDisplayContext->rectOpenglScale[i];
-        // The stream's colour description reaches whichever view draws.
-        pEffect->SetYuvConversion(YuvConversionFor(m_dwYuvMatrix.load(std::memory_order_relaxed)));
-        GLuint planes[3] = {m_Planes[0].id(), m_Planes[1].id(), m_Planes[2].id()};
-        pEffect->Render(rect, m_dwDisplayWidth, m_dwDisplayHeight, m_Width, m_Height, planes, bIsNewScaleMode,
-                        dwRotation);
+        // The part of the frame this view looks at, by its traits: the whole
+        // frame, or the lens circle's square or rectangle. A view switch or
+        // a new lens circle on a still frame is thus a new cut at once.
+        FrameBox box = {0, 0, frame.width, frame.height};
+        const LensBox lens = GetViewTraits(MLong(mode)).lensBox;
+        if (lens == LensBox::Square && !frame.lensSquare.Empty()) box = frame.lensSquare;
+        if (lens == LensBox::Rectangle && !frame.lensRectangle.Empty()) box = frame.lensRectangle;
+        m_Width = MLong(box.w);
+        m_Height = MLong(box.h);
+        pEffect->SetFrameSampling(SamplingFor(frame, box, m_FrameTextures.Ids()));
+        pEffect->Render(rect, m_dwDisplayWidth, m_dwDisplayHeight, m_Width, m_Height, m_FrameTextures.Ids(),
+                        bIsNewScaleMode, frame.rotation);
         // Inertia decays here, one step a draw, and needs the draws to go on
         // until it has died out; everything else that moves is the view's.
         m_bWantsAnotherFrame = bInertia || pEffect->NeedsAnotherFrame();
@@ -434,7 +423,6 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
     m_qwEffectNs.fetch_add(t2 - t1, std::memory_order_relaxed);
     m_qwSwapNs.fetch_add(t4 - t3, std::memory_order_relaxed);
     m_qwDraws.fetch_add(1, std::memory_order_relaxed);
-    return pPlanesLock != nullptr;
 }
 
 CWinOpenGLESRenderer::Timings CWinOpenGLESRenderer::GetTimings() const
@@ -475,89 +463,6 @@ void CWinOpenGLESRenderer::ReportCruiseState(MLong state)
     if (!pRecord || state == m_lastCuriseState) return;
     m_lastCuriseState = state;
     m_Courier.Post(pRecord, ZT5_CFG_DISPLAY_CURISE_STATE_EVENT, MDWord(state));
-}
-
-bool CWinOpenGLESRenderer::UploadPlanes(unsigned char *const *planes, const MLong *strides)
-{
-    const MLong w = m_Width, h = m_Height;
-    if (w <= 0 || h <= 0) return false;
-    // Chroma textures are (w/2) rounded up to 4 columns wide, the luma
-    // texture twice that: the views scale the padding columns out of view.
-    const MLong c = ((w >> 1) + 3) & ~3;
-    const unsigned char *y = planes ? planes[0] : nullptr;
-    const unsigned char *u = planes ? planes[1] : nullptr;
-    const unsigned char *v = planes ? planes[2] : nullptr;
-    if (!y || !u || !v) return false;
-
-    // The decoded planes go up as they are when their rows already have the
-    // texture's width; otherwise a packed copy pads each row (ES2 has no
-    // unpack row length).
-    bool bInPlace = (2 * c == w);
-    if (bInPlace && strides && (strides[0] != w || strides[1] != (w >> 1) || strides[2] != (w >> 1)))
-        bInPlace = false;
-    if (!bInPlace) {
-        const size_t lumaSize = size_t(h) * size_t(2 * c);
-        const size_t chromaSize = size_t(h >> 1) * size_t(c);
-        const size_t need = size_t(h) * size_t(c) * 3;
-        if (need > m_dwPadBufferSize || !m_pPadBuffer) {
-            MMemFree(m_pPadBuffer);
-            m_pPadBuffer = static_cast<unsigned char *>(MMemAlloc(need));
-            m_dwPadBufferSize = m_pPadBuffer ? MDWord(need) : 0;
-            if (!m_pPadBuffer) return false;
-        }
-        const MLong sy = strides ? strides[0] : w;
-        const MLong su = strides ? strides[1] : (w >> 1);
-        const MLong sv = strides ? strides[2] : (w >> 1);
-        unsigned char *dy = m_pPadBuffer;
-        // An odd width has one luma column more than the texture holds; the
-        // padding repeats the last column, so that filtering at the right
-        // edge of a magnified picture blends nothing darker in.
-        const MLong lw = w < 2 * c ? w : 2 * c;
-        for (MLong r = 0; r < h; r++) {
-            unsigned char *row = dy + size_t(r) * size_t(2 * c);
-            MMemCpy(row, y + size_t(r) * size_t(sy), size_t(lw));
-            if (lw < 2 * c) MMemSet(row + lw, row[lw - 1], size_t(2 * c - lw));
-        }
-        unsigned char *du = m_pPadBuffer + lumaSize;
-        unsigned char *dv = du + chromaSize;
-        const MLong cw = w >> 1;
-        for (MLong r = 0; r < (h >> 1); r++) {
-            unsigned char *ru = du + size_t(r) * size_t(c);
-            unsigned char *rv = dv + size_t(r) * size_t(c);
-            MMemCpy(ru, u + size_t(r) * size_t(su), size_t(cw));
-            MMemCpy(rv, v + size_t(r) * size_t(sv), size_t(cw));
-            if (cw > 0 && cw < c) {
-                MMemSet(ru + cw, ru[cw - 1], size_t(c - cw));
-                MMemSet(rv + cw, rv[cw - 1], size_t(c - cw));
-            }
-        }
-        y = dy;
-        u = du;
-        v = dv;
-    }
-    const GLsizei widths[3] = {GLsizei(2 * c), GLsizei(c), GLsizei(c)};
-    const GLsizei heights[3] = {GLsizei(h), GLsizei(h >> 1), GLsizei(h >> 1)};
-    const unsigned char *pixels[3] = {y, u, v};
-    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
-    for (int i = 0; i < 3; i++) {
-        glBindTexture(GL_TEXTURE_2D, m_Planes[i].id());
-        if (m_TextureWidth[i] != widths[i] || m_TextureHeight[i] != heights[i]) {
-            // Storage is made once per size; every later frame only replaces
-            // the texels.
-            glTexImage2D(GL_TEXTURE_2D, 0, GL_LUMINANCE, widths[i], heights[i], 0, GL_LUMINANCE, GL_UNSIGNED_BYTE,
-                         nullptr);
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
-            m_TextureWidth[i] = widths[i];
-            m_TextureHeight[i] = heights[i];
-        }
-        if (heights[i] > 0)
-            glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, widths[i], heights[i], GL_LUMINANCE, GL_UNSIGNED_BYTE, pixels[i]);
-    }
-    checkGlError("UploadPlanes");
-    return true;
 }
 
 bool CWinOpenGLESRenderer::WindowNeedsRedraw()
@@ -706,9 +611,6 @@ MRESULT CWinOpenGLESRenderer::setConfig(MDWord dwID, void *pValue)
             if (GlesRenderEffect *e = slot.load()) e->setConfig(dwID, pValue);
         break;
     }
-    case ZT5_CFG_DISPLAY_YUV_MATRIX:
-        if (pValue) m_dwYuvMatrix.store(*static_cast<const MDWord *>(pValue), std::memory_order_relaxed);
-        break;
     case ZT5_CFG_DISPLAY_FONT_PATH:
     case ZT5_CFG_DISPLAY_FACE_INFO:
     case ZT5_CFG_DISPLAY_FACE_MUTEX:

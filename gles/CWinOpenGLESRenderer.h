@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "EglObjects.h"
+#include "FrameTextures.h"
 #include "GlObjects.h"
 #include "HostEventCourier.h"
 #include "GlesRenderEffect.h"
@@ -52,14 +53,14 @@ public:
 
     // Render thread.
     MRESULT Initialize(MGLDisplayContext *pDisplayContext, MLong lWidth, MLong lHeight, MDWord dwRotation);
-    // One draw. The planes are uploaded only when bNewFrame says they hold a
-    // frame not drawn yet (or the textures are new); a redraw for motion
-    // alone reuses the textures. When pPlanesLock is given (held by the
-    // caller, guarding the planes) it is released as soon as the planes are
-    // in the textures, so that the writer of the planes never waits for the
-    // view's draw or the swap; the result says whether it was released.
-    bool Render(unsigned char *const *planes, const MLong *strides, bool bNewFrame, MDWord bIsNewScaleMode,
-                MDWord dwRotation, MLong lWidth, MLong lHeight, CZT5Mutex *pPlanesLock = nullptr);
+    // One draw of `frame`. Its pixels go up only when bNewPixels says they
+    // are valid and not drawn yet (or the textures are new); a redraw for
+    // motion alone, or a new cut of a still frame, reuses the textures. The
+    // part of the frame the view looks at follows the view's traits.
+    void Render(const VideoFrame &frame, bool bNewPixels, MDWord bIsNewScaleMode);
+    // The textures hold a frame (false after a rebuild: the next draw needs
+    // its pixels again).
+    bool HoldsFrame() const { return m_FrameTextures.Holds(); }
     // After a Render: whether the next draw would show something else even
     // without a new frame (the view still moves, or inertia runs).
     bool WantsAnotherFrame() const { return m_bWantsAnotherFrame; }
@@ -122,7 +123,6 @@ private:
     CWinOpenGLESRenderer &operator=(const CWinOpenGLESRenderer &) = delete;
 
     void CreateEffect(MDWord mode);
-    bool UploadPlanes(unsigned char *const *planes, const MLong *strides); // false: nothing uploaded
     void ReportCruiseState(MLong state);
     // To the host at once, on the calling (gesture) thread, no lock held.
     void SendHostEvent(MDWord dwParamId, MDWord dwValue);
@@ -149,14 +149,9 @@ private:
     EGLint m_lSurfaceHeight = 0;
     MLong m_Width = 0;
     MLong m_Height = 0;
-    unsigned char *m_pPadBuffer = nullptr;
-    MDWord m_dwPadBufferSize = 0;
     MLong m_dwDisplayWidth = 0;
     MLong m_dwDisplayHeight = 0;
-    GlTexture m_Planes[3]; // Y, U, V of the posted frame
-    GLsizei m_TextureWidth[3] = {0, 0, 0}; // storage size of each plane texture
-    GLsizei m_TextureHeight[3] = {0, 0, 0};
-    bool m_bPlanesUploaded = false;        // the textures hold a frame
+    FrameTextures m_FrameTextures; // the frame on screen, in its layout's textures
     bool m_bWantsAnotherFrame = false;     // render thread only
     bool m_bDrawn = false;                 // a view has drawn on this surface
     MLong m_lCruiseSeen = -1;              // render thread: the last draw's cruise state
@@ -185,7 +180,6 @@ private:
     std::atomic<MWindowHandle> m_hNativeWindow{0};
     std::atomic<MDWord> m_dwBackColor{0};
     std::atomic<bool> m_bHaveBackColor{false};
-    std::atomic<MDWord> m_dwYuvMatrix{0}; // ZT5_CFG_DISPLAY_YUV_MATRIX word
 
     std::atomic<uint64_t> m_qwDraws{0};
     std::atomic<uint64_t> m_qwUploadNs{0};

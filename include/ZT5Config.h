@@ -122,6 +122,18 @@
  * hardware decoders deliver); the SEMIPLANAR types put V first. Full-size Y
  * plane, then rows of interleaved U,V pairs. */
 #define ZT5_FRAME_CS_NV12          0x20
+/* Packed 4:2:2, two bytes a pixel: ZT5_FRAME_CS_YUYV (the packed two-byte
+ * type, Y0 U Y1 V, what USB cameras give) and ZT5_FRAME_CS_UYVY (U Y0 V Y1).
+ * Rows of 2 * w bytes (w rounded up to even). */
+#define ZT5_FRAME_CS_YUYV          ZT5_FRAME_CS_PACKED2
+#define ZT5_FRAME_CS_UYVY          0x2000
+/* 10-bit 4:2:0 in 16-bit little-endian words. ZT5_FRAME_CS_I010: planar,
+ * the 10 bits in the low bits of each word (software HEVC Main 10 decoders);
+ * rows of 2 * w bytes, chroma planes of (w/2) by (h/2) words.
+ * ZT5_FRAME_CS_P010: Y, then rows of U,V word pairs, the 10 bits in the top
+ * bits of each word (hardware decoders); both at a pitch of 2 * w bytes. */
+#define ZT5_FRAME_CS_I010          0x40
+#define ZT5_FRAME_CS_P010          0x80
 
 /* Colour-space ids used from the display manager downward. */
 #define ZT5_CS_I420          0x50000811

@@ -54,7 +54,7 @@ TEST_F(DisplayMgr, ParameterTable)
     EXPECT_EQ(Set(ZT5_CFG_DISPLAY_FISHEYE_MODE, 0xFFFFFFFFu), ZT5_ERR_INVALID_PARAM);
     EXPECT_EQ(Set(ZT5_CFG_DISPLAY_FISHEYE_MODE, 10), 0);
     // Gestures and store-only settings are taken.
-    for (MDWord id : {ZT5_CFG_DISPLAY_UITOUCH_DOWN, ZT5_CFG_DISPLAY_SCALE_RATIO, ZT5_CFG_DISPLAY_FISHEYE_X_POS,
+    for (MDWord id : {ZT5_CFG_DISPLAY_UITOUCH_DOWN, ZT5_CFG_DISPLAY_SCALE_RATIO, ZT5_CFG_DISPLAY_FE_PLATFORM,
                       ZT5_CFG_DISPLAY_YUV_BUFFER_MODE, ZT5_CFG_DISPLAY_ROTATION_ANGLE, ZT5_CFG_CODEC_ALIGNINFO})
         EXPECT_EQ(MDisplayMgrSetParam(h, id, payload, 8), 0) << std::hex << id;
 
@@ -90,16 +90,19 @@ TEST_F(DisplayMgr, ParameterTable)
 // the display is hidden or the OpenGL road is off; without a handle it fails.
 TEST_F(DisplayMgr, BlitGates)
 {
-    std::vector<unsigned char> frame(64 * 32 * 3 / 2);
-    unsigned char *planes[3] = {frame.data(), frame.data() + 64 * 32, frame.data() + 64 * 40};
-    unsigned char *none[3] = {nullptr, nullptr, nullptr};
-    MLong strides[3] = {64, 32, 32};
+    std::vector<unsigned char> bytes(64 * 32 * 3 / 2);
+    VideoFrame frame, none;
+    frame.width = 64;
+    frame.height = 32;
+    frame.plane[0] = {bytes.data(), 64};
+    frame.plane[1] = {bytes.data() + 64 * 32, 32};
+    frame.plane[2] = {bytes.data() + 64 * 40, 32};
     ZT5Rect rc = {0, 0, 64, 32};
-    EXPECT_EQ(MDisplayMgrBlit(nullptr, ZT5_CS_I420, nullptr, nullptr, nullptr, nullptr, 1), 0);
-    EXPECT_EQ(MDisplayMgrBlit(nullptr, ZT5_CS_I420, none, strides, &rc, nullptr, 0), 0);
-    EXPECT_EQ(MDisplayMgrBlit(nullptr, ZT5_CS_I420, planes, strides, &rc, nullptr, 0), ZT5_ERR_INVALID_PARAM);
-    EXPECT_EQ(MDisplayMgrBlit(h, ZT5_CS_I420, planes, strides, &rc, &rc, 0), 0) << "the OpenGL road is off";
+    EXPECT_EQ(MDisplayMgrBlit(nullptr, nullptr, nullptr, nullptr, 1), 0);
+    EXPECT_EQ(MDisplayMgrBlit(nullptr, &none, &rc, nullptr, 0), 0);
+    EXPECT_EQ(MDisplayMgrBlit(nullptr, &frame, &rc, nullptr, 0), ZT5_ERR_INVALID_PARAM);
+    EXPECT_EQ(MDisplayMgrBlit(h, &frame, &rc, &rc, 0), 0) << "the OpenGL road is off";
     EXPECT_EQ(MDisplayMgrSetShow(h, 0), 0);
     EXPECT_EQ(Set(ZT5_CFG_DISPLAY_USE_OPENGLES, 1), 0);
-    EXPECT_EQ(MDisplayMgrBlit(h, ZT5_CS_I420, planes, strides, &rc, &rc, 0), 0) << "hidden";
+    EXPECT_EQ(MDisplayMgrBlit(h, &frame, &rc, &rc, 0), 0) << "hidden";
 }

@@ -29,7 +29,7 @@ const char kFragment[] = "precision highp float;\n"
                          "uniform float fPt_L;\n"
                          "uniform float fPt_R;\n"
                          "uniform float fPt_T;\n"
-                         "uniform float fPt_B;\n" GLSL_YUV_TO_RGB
+                         "uniform float fPt_B;\n" GLSL_FRAME_COLOUR
                          "void main() {\n"
                          "    float s = 1.0 - vTextureCoord.s;\n"
                          "    float t = 0.00179 + vTextureCoord.t * 0.8;\n"
@@ -119,7 +119,7 @@ private:
     {
         auto camera = [&](RotTranMatrix &m) { m.setLookAt(0.0f, 0.0f, fTz.load() + 2.0f, 0, 0, 0, 0, 1, 0); };
         auto uniforms = [&] { glUniform1f(muZoom, mfZoom.load()); };
-        DrawPass(m_Camera, camera, m_Program, m_Strip, f.pTextures, uniforms);
+        DrawPass(m_Camera, camera, m_Program, m_Strip, f.sampling, uniforms);
     }
 
     bool Moving() const override { return m_Zoom.Moving(); }

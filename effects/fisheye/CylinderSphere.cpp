@@ -16,7 +16,7 @@
 namespace {
 
 const char kFragment[] = "precision highp float;\n"
-                         "varying vec2 vTextureCoord;\n" GLSL_YUV_TO_RGB
+                         "varying vec2 vTextureCoord;\n" GLSL_FRAME_COLOUR
                          "void main() {\n"
                          "    gl_FragColor = frameColour(vTextureCoord);\n"
                          "}\n";
@@ -150,7 +150,7 @@ private:
             RotTranMatrix::rotate(m.mVMatrix, 180.0f - m_fRotX, 1.0f, 0.0f, 0.0f);
             RotTranMatrix::rotate(m.mVMatrix, 180.0f - m_fRotZ, 0.0f, 0.0f, 1.0f);
         };
-        DrawPass(m_Camera, camera, m_Program, m_Shape, f.pTextures, [] {});
+        DrawPass(m_Camera, camera, m_Program, m_Shape, f.sampling, [] {});
     }
 
     void Drag(float x0, float y0, float x1, float y1) override

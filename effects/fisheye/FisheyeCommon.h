@@ -11,7 +11,7 @@
 //                     compute their own texture coordinates.
 //   FISHEYE_GLSL_*    shader pieces: the dome vertex shader, the
 //                     equidistant lens law and its lookup (the colour
-//                     conversion is GLSL_YUV_TO_RGB, shared with every view).
+//                     conversion is GLSL_FRAME_COLOUR, shared with every view).
 //   TwoPositionZoom   the wide/close double-tap state machine.
 //   FisheyeBowlView   the camera of the views that look into the bowl.
 //   ViewPane          one pane of a multi-pane view: its viewport and camera.
@@ -88,7 +88,7 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "varying vec2 vTextureCoord;\n"                                      \
     "varying vec4 vPositionRect;\n"                                      \
     "uniform float frad;\n"                                              \
-    "uniform float mode;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW        \
+    "uniform float mode;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_LAW        \
     "void main() {\n"                                                    \
     "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"      \
     "    vec4 c = frameColour(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n" \

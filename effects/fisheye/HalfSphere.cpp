@@ -54,14 +54,14 @@ const char kSphereVertex[] =
 
 const char kSphereFragment[] =
     "precision highp float;\n"
-    "varying vec2 vLookup;\n" GLSL_YUV_TO_RGB
+    "varying vec2 vLookup;\n" GLSL_FRAME_COLOUR
     "void main() {\n"
     "    gl_FragColor = frameColour(vLookup);\n"
     "}\n";
 
 const char kBackFragment[] =
     "precision mediump float;\n"
-    "varying vec2 vTextureCoord;\n" GLSL_YUV_TO_RGB
+    "varying vec2 vTextureCoord;\n" GLSL_FRAME_COLOUR
     "void main() {\n"
     "    gl_FragColor = frameColour(vTextureCoord);\n"
     "}\n";
@@ -284,7 +284,7 @@ MRESULT HalfSphere::Build()
         m_Sphere.Use();
         glUniform1f(radHandle, fRad);
         glUniform1f(platformHandle, m_dwFEPlatform == 0 ? 0.0f : 1.0f);
-        if (m_Back.Build("HalfSphere", FISHEYE_GLSL_DOME_VERTEX, kBackFragment) != 0) {
+        if (m_Back.Build("HalfSphere", FISHEYE_GLSL_DOME_VERTEX, kBackFragment, ViewProgram::kOwnPicture) != 0) {
             MLogInfo("[%s] HalfSphere:: buildProgram error mbackaPositionHandle:%d. ", MLOG_TAG, m_Back.aPosition);
             lRet = -1;
         }
@@ -445,7 +445,8 @@ void HalfSphere::drawCloud()
     };
     // The cloud picture is ours, made in BT.601 video range: it keeps that
     // conversion whatever the video uses.
-    DrawPass(m_BackCamera, camera, m_Back, kYuvBt601Video, m_BackQuad, mBackTextures, [] {});
+    const FrameSampling cloud = PictureSampling(mBackTextures);
+    DrawPass(m_BackCamera, camera, m_Back, m_BackQuad, &cloud, [] {});
 }
 
 void HalfSphere::drawStars(int count, float size, int slot)
@@ -492,7 +493,7 @@ void HalfSphere::Draw(const Frame &f)
         setCameraView(m, fCamZ.load());
         RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
     };
-    DrawPass(m_Camera, camera, m_Sphere, m_Dome, f.pTextures, [&] { glUniform1f(maRatioHandle, fRatio); });
+    DrawPass(m_Camera, camera, m_Sphere, m_Dome, f.sampling, [&] { glUniform1f(maRatioHandle, fRatio); });
 }
 
 // Still moving: the cloud turns and the stars twinkle every frame while

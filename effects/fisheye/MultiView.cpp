@@ -18,7 +18,7 @@ namespace {
 const char kFragment[] = "precision highp float;\n"
                          "varying vec2 vTextureCoord;\n"
                          "uniform float frad;\n"
-                         "uniform float fratio;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW
+                         "uniform float fratio;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_LAW
                          "void main() {\n"
                          "    float s = vTextureCoord.s;\n"
                          "    float t = vTextureCoord.t;\n"
@@ -136,7 +136,7 @@ private:
             if (Cruising()) CruiseStep();
             RotTranMatrix::rotate(m.mVMatrix, zAngle[i].load() + kPaneOffset[i], 0.0f, 0.0f, 1.0f);
         };
-        DrawPass(m_Pane[i].camera, camera, m_Program, m_Dome, f.pTextures, [] {});
+        DrawPass(m_Pane[i].camera, camera, m_Program, m_Dome, f.sampling, [] {});
     }
 
     // The pose from the tilt input: sideways at 0, straight down the axis at

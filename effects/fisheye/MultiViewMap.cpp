@@ -123,12 +123,12 @@ private:
         };
         auto map = [&](RotTranMatrix &m) { m.setLookAt(0.0f, 0.0f, kMapCamZ, 0.0f, 0.0f, -4.0f, 0.0f, 4.0f, -4.0f); };
         m_Pane[kPane].Apply();
-        DrawPass(m_Pane[kPane].camera, pane, m_Program, m_Dome, f.pTextures, [&] {
+        DrawPass(m_Pane[kPane].camera, pane, m_Program, m_Dome, f.sampling, [&] {
             glUniform1f(muMode, 0.0f);
             glUniformMatrix4fv(muRect, 1, GL_FALSE, m_Pane[kPane].camera.mMVPMatrix);
         });
         m_Pane[kMap].Apply();
-        DrawPass(m_Pane[kMap].camera, map, m_Program, m_Dome, f.pTextures, [&] {
+        DrawPass(m_Pane[kMap].camera, map, m_Program, m_Dome, f.sampling, [&] {
             glUniform1f(muMode, 1.0f);
             glUniformMatrix4fv(muRect, 1, GL_FALSE, m_Pane[kPane].camera.mMVPMatrix);
         });

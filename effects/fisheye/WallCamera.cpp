@@ -358,5 +358,5 @@ void WallPaneView::DrawStretched(const Frame &f)
         glUniform1f(muYCoff, s.y);
         glUniform1f(muZCoff, s.z);
     };
-    DrawPass(m_Camera, camera, m_Program, m_Dome, f.pTextures, uniforms);
+    DrawPass(m_Camera, camera, m_Program, m_Dome, f.sampling, uniforms);
 }

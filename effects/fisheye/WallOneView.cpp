@@ -18,7 +18,7 @@ namespace {
 const char kFragment[] = "precision highp float;\n"
                          "varying vec2 vTextureCoord;\n"
                          "varying vec3 vPosition;\n"
-                         "uniform float frad;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW
+                         "uniform float frad;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_LAW
                          "void main() {\n"
                          "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"
                          "    vec2 p = fisheyeLensLookup(vTextureCoord.s, fir, 1.0, -1.0);\n"

@@ -20,7 +20,7 @@ namespace {
 // dark rim).
 const char kFragment[] = "precision highp float;\n"
                          "varying vec2 vTextureCoord;\n"
-                         "varying vec3 vPosition;\n" GLSL_YUV_TO_RGB
+                         "varying vec3 vPosition;\n" GLSL_FRAME_COLOUR
                          "void main() {\n"
                          "    vec2 p = vec2(1.0 - vTextureCoord.s, vTextureCoord.t);\n"
                          "    vec2 d = p - 0.5;\n"

@@ -14,7 +14,7 @@ namespace {
 // The side panes: equidistant lens law, s sign -, t sign +.
 const char kDomeFragment[] = "precision highp float;\n"
                              "varying vec2 vTextureCoord;\n"
-                             "uniform float frad;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW
+                             "uniform float frad;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_LAW
                              "void main() {\n"
                              "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"
                              "    gl_FragColor = frameColour(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n"
@@ -26,7 +26,7 @@ const char kDomeFragment[] = "precision highp float;\n"
 // equidistant law (0.5 at 90 degrees, the rim), its angle about the axis
 // the direction in the picture.
 const char kPanoramaFragment[] = "precision highp float;\n"
-                                 "varying vec2 vTextureCoord;\n" GLSL_YUV_TO_RGB
+                                 "varying vec2 vTextureCoord;\n" GLSL_FRAME_COLOUR
                                  "void main() {\n"
                                  "    float latitude = 3.1415927 * vTextureCoord.s;\n"
                                  "    float longitude = 3.1415927 * (1.0 - vTextureCoord.t);\n"
@@ -103,7 +103,7 @@ private:
                 RotTranMatrix::rotate(m.mVMatrix, 90.0f, 0.0f, 0.0f, 1.0f);
             };
             m_Pane[kPanorama].Viewport();
-            DrawPass(m_Camera[kPanorama], camera, m_PanoramaProgram, m_Rectangle, f.pTextures, none);
+            DrawPass(m_Camera[kPanorama], camera, m_PanoramaProgram, m_Rectangle, f.sampling, none);
         }
         // Each side pane looks 50.4 degrees to its side, moved forward as
         // far as a pan to the diamond's rim moves the close pane of mode 8.
@@ -112,7 +112,7 @@ private:
             const float angle = i == kLeft ? -kViewLimit : kViewLimit;
             auto camera = [&](RotTranMatrix &m) { WallDomeCamera(m, kCamZ, shift, 0.0f, angle); };
             m_Pane[i].Viewport();
-            DrawPass(m_Camera[i], camera, m_DomeProgram, m_Dome, f.pTextures, none);
+            DrawPass(m_Camera[i], camera, m_DomeProgram, m_Dome, f.sampling, none);
         }
     }
 

@@ -123,7 +123,7 @@ private:
                 glUniform1f(muMode, float(i));
             };
             m_Pane[i].Viewport();
-            DrawPass(m_Camera[i], camera, m_Program, m_Dome, f.pTextures, uniforms);
+            DrawPass(m_Camera[i], camera, m_Program, m_Dome, f.sampling, uniforms);
             if (i == 0)
                 for (int k = 0; k < 16; k++) rect[k] = m_Camera[0].mMVPMatrix[k];
         }

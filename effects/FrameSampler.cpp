@@ -1,0 +1,143 @@
+#include "FrameSampler.h"
+
+namespace {
+
+// Shared head of every layout: the textures, the lens box and plane scales,
+// the colour stage's numbers. Coordinates and the rebuilt 16-bit values
+// need the most precision the fragment stage has: a coordinate across a
+// 1920-texel row at low precision lands texels off.
+const char kHead[] = "#ifdef GL_FRAGMENT_PRECISION_HIGH\n"
+                     "#define PV_HIGHP highp\n"
+                     "#else\n"
+                     "#define PV_HIGHP mediump\n"
+                     "#endif\n"
+                     "uniform sampler2D tex_y;\n"
+                     "uniform sampler2D tex_u;\n"
+                     "uniform sampler2D tex_v;\n"
+                     "uniform PV_HIGHP vec4 uFrameBox;\n"
+                     "uniform PV_HIGHP vec4 uPlaneScale;\n"
+                     "uniform mat3 yuvMatrix;\n"
+                     "uniform vec3 yuvOffset;\n";
+
+// Each layout's stage: Y, U, V at frame point f (units of the frame), in
+// 8-bit units over 255. l is the luma texture point, c the chroma one.
+const char *LayoutStage(FrameLayout layout)
+{
+    switch (layout) {
+    case FrameLayout::I420:
+        return "    return vec3(texture2D(tex_y, l).r, texture2D(tex_u, c).r, texture2D(tex_v, c).r);\n";
+    case FrameLayout::NV12:
+        // Luminance-alpha pairs: U in the luminance, V in the alpha.
+        return "    vec4 uv = texture2D(tex_u, c);\n"
+               "    return vec3(texture2D(tex_y, l).r, uv.r, uv.a);\n";
+    case FrameLayout::NV21:
+        return "    vec4 vu = texture2D(tex_u, c);\n"
+               "    return vec3(texture2D(tex_y, l).r, vu.a, vu.r);\n";
+    case FrameLayout::YUYV:
+        // Unit 0: Y0 U | Y1 V as luminance-alpha pixels (Y in the
+        // luminance); unit 1: Y0 U Y1 V as one RGBA pair.
+        return "    vec4 p = texture2D(tex_u, c);\n"
+               "    return vec3(texture2D(tex_y, l).r, p.g, p.a);\n";
+    case FrameLayout::UYVY:
+        // Unit 0: U Y0 | V Y1 (Y in the alpha); unit 1: U Y0 V Y1.
+        return "    vec4 p = texture2D(tex_u, c);\n"
+               "    return vec3(texture2D(tex_y, l).a, p.r, p.b);\n";
+    case FrameLayout::I010:
+        // A word of 10 bits in its low bits: (lo + 256 hi) / 4 in 8-bit units,
+        // over 255: (L + 256 A) / 4 with L, A the bytes over 255.
+        return "    PV_HIGHP vec2 y = texture2D(tex_y, l).ra;\n"
+               "    PV_HIGHP vec2 u = texture2D(tex_u, c).ra;\n"
+               "    PV_HIGHP vec2 v = texture2D(tex_v, c).ra;\n"
+               "    PV_HIGHP vec3 lo = vec3(y.x, u.x, v.x), hi = vec3(y.y, u.y, v.y);\n"
+               "    return (lo + 256.0 * hi) * 0.25;\n";
+    case FrameLayout::P010:
+        // 10 bits in the top of the word: the word over 256 is the sample in
+        // 8-bit units, (L + 256 A) / 256 = L / 256 + A over 255. The pair
+        // texel holds U as red (low) and green (high), V as blue and alpha.
+        return "    PV_HIGHP vec2 y = texture2D(tex_y, l).ra;\n"
+               "    PV_HIGHP vec4 uv = texture2D(tex_u, c);\n"
+               "    return vec3(y.x / 256.0 + y.y, uv.r / 256.0 + uv.g, uv.b / 256.0 + uv.a);\n";
+    }
+    return "    return vec3(0.0, 0.5, 0.5);\n";
+}
+
+} // namespace
+
+std::string FrameColourSource(FrameLayout layout)
+{
+    std::string s = kHead;
+    s += "vec3 frameYuv(PV_HIGHP vec2 f) {\n"
+         "    PV_HIGHP vec2 l = f * uPlaneScale.xy;\n"
+         "    PV_HIGHP vec2 c = f * uPlaneScale.zw;\n";
+    s += LayoutStage(layout);
+    s += "}\n"
+         // The colour stage.
+         "vec4 frameColour(PV_HIGHP vec2 p) {\n"
+         "    return vec4(yuvMatrix * (frameYuv(uFrameBox.xy + p * uFrameBox.zw) + yuvOffset), 1.0);\n"
+         "}\n";
+    return s;
+}
+
+void TextureSpecsFor(const VideoFrame &frame, TextureSpec specs[3])
+{
+    for (int i = 0; i < 3; i++) specs[i] = {-1, GL_LUMINANCE, 0, 0};
+    auto shape = [&](int plane, GLenum format, int texelsPerShape) {
+        const PlaneShape s = frame.Shape(plane);
+        return TextureSpec{plane, format, GLsizei(s.cols / texelsPerShape), GLsizei(s.rows)};
+    };
+    switch (frame.layout) {
+    case FrameLayout::I420:
+        for (int i = 0; i < 3; i++) specs[i] = shape(i, GL_LUMINANCE, 1);
+        break;
+    case FrameLayout::NV12:
+    case FrameLayout::NV21:
+        specs[0] = shape(0, GL_LUMINANCE, 1);
+        specs[1] = shape(1, GL_LUMINANCE_ALPHA, 1);
+        break;
+    case FrameLayout::YUYV:
+    case FrameLayout::UYVY:
+        // One plane of an even number of two-byte pixels: as many
+        // luminance-alpha texels, half as many RGBA ones.
+        specs[0] = shape(0, GL_LUMINANCE_ALPHA, 1);
+        specs[1] = shape(0, GL_RGBA, 2);
+        break;
+    case FrameLayout::I010:
+        for (int i = 0; i < 3; i++) specs[i] = shape(i, GL_LUMINANCE_ALPHA, 1);
+        break;
+    case FrameLayout::P010:
+        specs[0] = shape(0, GL_LUMINANCE_ALPHA, 1);
+        specs[1] = shape(1, GL_RGBA, 1);
+        break;
+    }
+}
+
+FrameSampling SamplingFor(const VideoFrame &frame, const FrameBox &box, const GLuint textures[3])
+{
+    FrameSampling s;
+    s.layout = frame.layout;
+    for (int i = 0; i < 3; i++) s.textures[i] = textures[i];
+    const float w = float(frame.width ? frame.width : 1), h = float(frame.height ? frame.height : 1);
+    const FrameBox b = box.Empty() ? FrameBox{0, 0, frame.width, frame.height} : box;
+    s.box[0] = float(b.x) / w;
+    s.box[1] = float(b.y) / h;
+    s.box[2] = float(b.w) / w;
+    s.box[3] = float(b.h) / h;
+    // A frame unit across is `width` pixels; the luma texture holds
+    // specs[0].width of them, a chroma texel two (4:2:0 rows: two as well).
+    TextureSpec specs[3];
+    TextureSpecsFor(frame, specs);
+    const bool b422 = frame.layout == FrameLayout::YUYV || frame.layout == FrameLayout::UYVY;
+    s.planeScale[0] = specs[0].width ? w / float(specs[0].width) : 1.0f;
+    s.planeScale[1] = specs[0].height ? h / float(specs[0].height) : 1.0f;
+    s.planeScale[2] = specs[1].width ? w / (2.0f * float(specs[1].width)) : 1.0f;
+    s.planeScale[3] = specs[1].height ? (b422 ? h : h / 2.0f) / float(specs[1].height) : 1.0f;
+    s.conversion = YuvConversionFor(frame.colour);
+    return s;
+}
+
+FrameSampling PictureSampling(const GLuint textures[3])
+{
+    FrameSampling s;
+    for (int i = 0; i < 3; i++) s.textures[i] = textures[i];
+    return s;
+}
