@@ -46,26 +46,28 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             d->DrawFrame(buf.data(), &info, shape & 0x20 ? 1 : 0);
             continue;
         }
-        // The agent road: planar 4:2:0 or pairs, rows at the agent's pitches.
-        const uint32_t rows = h, chromaRows = (h + 1) / 2, cw = (w + 1) / 2;
+        // The agent road, every drawn layout, rows at the agent's pitches:
+        // a little short of a row (which the display must refuse) up to well
+        // past it. Each plane is exactly as long as its rows are read.
         ZT5SharedMemAgent agent = {};
-        // Pitches a little short of a row (which the display must refuse) up to well past it.
-        auto pitch = [&](uint32_t row, int spread) { return uint32_t(std::max(1, int(row) + in.U8() % spread - spread / 8)); };
-        agent.dwYStride = pitch(w, 64);
-        const bool pairs = cs == ZT5_FRAME_CS_NV12 || cs == ZT5_FRAME_CS_SEMIPLANAR_A;
-        agent.dwUVStride = pitch(pairs ? 2 * cw : cw, 32);
+        auto pitch = [&](size_t row, int spread) { return uint32_t(std::max(1, int(row) + in.U8() % spread - spread / 8)); };
+        const int planeCount = PlaneCount(cs);
+        const PlaneRows luma = PlaneOf(cs, w, h, 0), chroma = PlaneOf(cs, w, h, 1);
+        agent.dwYStride = pitch(luma.rowBytes, 64);
+        agent.dwUVStride = pitch(chroma.rowBytes, 32);
         agent.dwCheckA = in.U8() & 1, agent.dwCheckB = 1;
         agent.dwBusy0 = in.U8() & 1, agent.dwBusy1 = 0;
-        // A pitch shorter than a packed row is read as a packed row (a luma
-        // one refuses the frame): each plane is as long as the rows it is
-        // read with.
-        const uint32_t pairPitch = std::max(w, cs == ZT5_FRAME_CS_SEMIPLANAR_A ? agent.dwYStride : agent.dwUVStride);
-        const uint32_t uvPitch = std::max(w / 2, agent.dwUVStride);
-        std::vector<uint8_t> y = Filled(size_t(agent.dwYStride) * rows, shape);
-        std::vector<uint8_t> u = Filled(size_t(pairs ? pairPitch : uvPitch) * chromaRows + (pairs ? 1 : 0), 90);
-        std::vector<uint8_t> v = Filled(size_t(uvPitch) * chromaRows, 160);
-        uint8_t *planes[3] = {y.data(), u.data(), pairs ? u.data() + 1 : v.data()};
-        if (cs == ZT5_FRAME_CS_SEMIPLANAR_A) std::swap(planes[1], planes[2]); // V first
+        // The V-first pairs are read at the luma pitch.
+        const bool vFirst = cs == ZT5_FRAME_CS_SEMIPLANAR_A || cs == ZT5_FRAME_CS_SEMIPLANAR_B ||
+                            cs == ZT5_FRAME_CS_SEMIPLANAR_C;
+        const size_t chromaPitch = vFirst ? agent.dwYStride : agent.dwUVStride;
+        auto span = [](size_t pitch, const PlaneRows &p) { return p.rows ? (p.rows - 1) * pitch + p.rowBytes : 0; };
+        std::vector<uint8_t> y = Filled(span(agent.dwYStride, luma), shape);
+        std::vector<uint8_t> u = Filled(span(chromaPitch, chroma), 90);
+        std::vector<uint8_t> v = Filled(span(agent.dwUVStride, chroma), 160);
+        uint8_t *planes[3] = {y.data(), planeCount > 1 ? u.data() : nullptr, planeCount > 2 ? v.data() : nullptr};
+        if (planeCount == 2) planes[2] = u.data() + (cs == ZT5_FRAME_CS_P010 ? 2 : 1); // the second of the pair
+        if (vFirst) std::swap(planes[1], planes[2]);
         for (int i = 0; i < 3; i++) agent.pPlane0[i] = agent.pPlane1[i] = planes[i];
         ZT5SharedMemAgent *pAgent = &agent, *none = nullptr;
         d->SetDisplayParam(ZT5_CFG_COMMON_SHAREDMEM_AGENT, &pAgent);

@@ -27,16 +27,46 @@ const std::vector<uint32_t> kHostIds = {
 const std::vector<uint32_t> kFrameTypes = {
     ZT5_FRAME_CS_I420,     ZT5_FRAME_CS_I420_B,    ZT5_FRAME_CS_SEMIPLANAR_A, ZT5_FRAME_CS_SEMIPLANAR_B,
     ZT5_FRAME_CS_SEMIPLANAR_C, ZT5_FRAME_CS_NV12,  ZT5_FRAME_CS_PACKED2,      ZT5_FRAME_CS_PACKED3,
-    ZT5_FRAME_CS_PACKED4_A, ZT5_FRAME_CS_PACKED4_B, ZT5_FRAME_CS_OUTPUT,      0x2,
-    0x77};
+    ZT5_FRAME_CS_PACKED4_A, ZT5_FRAME_CS_PACKED4_B, ZT5_FRAME_CS_OUTPUT,      ZT5_FRAME_CS_UYVY,
+    ZT5_FRAME_CS_I010,     ZT5_FRAME_CS_P010,      0x2,                       0x77};
 
 size_t FrameBytes(uint32_t cs, size_t w, size_t h)
 {
     switch (cs) {
-    case ZT5_FRAME_CS_PACKED2: return w * h * 2;
+    case ZT5_FRAME_CS_PACKED2:
+    case ZT5_FRAME_CS_UYVY: return ((w + 1) & ~size_t(1)) * h * 2;
+    case ZT5_FRAME_CS_I010: return 2 * (w * h + 2 * ((w + 1) / 2) * ((h + 1) / 2));
+    case ZT5_FRAME_CS_P010: return 2 * w * h + 2 * w * ((h + 1) / 2) + 4;
     case ZT5_FRAME_CS_PACKED3: return w * h * 3;
     case ZT5_FRAME_CS_PACKED4_A:
     case ZT5_FRAME_CS_PACKED4_B: return w * h * 4;
     default: return w * h + 2 * ((w + 1) / 2) * ((h + 1) / 2);
     }
+}
+
+int PlaneCount(uint32_t cs)
+{
+    switch (cs) {
+    case ZT5_FRAME_CS_I420:
+    case ZT5_FRAME_CS_I420_B:
+    case ZT5_FRAME_CS_I010: return 3;
+    case ZT5_FRAME_CS_NV12:
+    case ZT5_FRAME_CS_SEMIPLANAR_A:
+    case ZT5_FRAME_CS_SEMIPLANAR_B:
+    case ZT5_FRAME_CS_SEMIPLANAR_C:
+    case ZT5_FRAME_CS_P010: return 2;
+    case ZT5_FRAME_CS_PACKED2:
+    case ZT5_FRAME_CS_UYVY: return 1;
+    default: return 0;
+    }
+}
+
+PlaneRows PlaneOf(uint32_t cs, size_t w, size_t h, int plane)
+{
+    const size_t cw = w / 2 ? w / 2 : 1, ch = h / 2 ? h / 2 : 1;
+    const bool b16 = cs == ZT5_FRAME_CS_I010 || cs == ZT5_FRAME_CS_P010;
+    if (cs == ZT5_FRAME_CS_PACKED2 || cs == ZT5_FRAME_CS_UYVY) return {((w + 1) & ~size_t(1)) * 2, h};
+    if (plane == 0) return {w * (b16 ? 2 : 1), h};
+    if (PlaneCount(cs) == 2) return {cw * (b16 ? 4 : 2), ch};
+    return {cw * (b16 ? 2 : 1), ch};
 }

@@ -17,4 +17,13 @@ extern const std::vector<uint32_t> kFrameTypes;
 // out (odd sizes: chroma planes of the rounded-up half).
 size_t FrameBytes(uint32_t cs, size_t w, size_t h);
 
+// A plane of a drawn frame type as the README lays it out: bytes of one row
+// and the number of rows (plane 1 of the semi-planar types holds the pairs).
+struct PlaneRows {
+    size_t rowBytes = 0, rows = 0;
+};
+// Planes of a drawn type (0 for a type that isn't drawn), and each one.
+int PlaneCount(uint32_t cs);
+PlaneRows PlaneOf(uint32_t cs, size_t w, size_t h, int plane);
+
 #endif
