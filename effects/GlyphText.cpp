@@ -1,3 +1,4 @@
+#include <algorithm>
 #include "GlyphText.h"
 
 #include <ft2build.h>
@@ -66,6 +67,8 @@ void GlyphText::ReleaseGlyphs()
         MMemFree(g.pInk);
         g = Glyph();
     }
+    m_Lines.clear();
+    m_CurrentTexture = 0;
     m_bReady = false;
 }
 
@@ -122,11 +125,7 @@ MRESULT GlyphText::Init(const char *pFontPath)
         return -1;
     }
     m_uColor = m_Quad.Uniform("uColor");
-    m_Texture = GlTexture::Create();
-    if (!m_Texture) {
-        ReleaseGlyphs();
-        return -1;
-    }
+    m_Lines.clear();
     m_bReady = true;
     return 0;
 }
@@ -147,14 +146,40 @@ bool GlyphText::Compose(const char *text, float *pAspect)
     if (!m_bReady || !text) return false;
     const size_t length = strnlen(text, size_t(kMaxChars) + 1);
     if (length > size_t(kMaxChars)) return false;
-    int64_t width = 0;
+    const std::string key(text, length);
+    auto it = m_Lines.find(key);
+    if (it == m_Lines.end()) {
+        Line line;
+        if (!ComposeLine(text, length, &line)) return false;
+        // A host that changes its names all the time fills the cache: it
+        // starts again rather than grow.
+        if (m_Lines.size() >= kMaxLines) m_Lines.clear();
+        it = m_Lines.emplace(key, std::move(line)).first;
+    }
+    m_CurrentTexture = it->second.texture.id();
+    *pAspect = it->second.aspect;
+    return true;
+}
+
+bool GlyphText::ComposeLine(const char *text, size_t length, Line *pLine)
+{
+    // The ink's extent: a glyph may reach before its pen (a negative left
+    // bearing: J, T, Y, j), the first one before the line's start; the line
+    // begins at the leftmost ink so that nothing is cut.
+    int pen = 0, inkLeft = 0, inkRight = 0;
     for (size_t i = 0; i < length; i++) {
         const unsigned char c = static_cast<unsigned char>(text[i]);
         if (c < 0x20 || c > 0x7e) return false;
-        width += Advance(c);
+        if (c != ' ') {
+            const Glyph &g = m_Glyphs[c - 0x21];
+            inkLeft = std::min(inkLeft, pen + g.left);
+            inkRight = std::max(inkRight, pen + g.left + g.width);
+        }
+        pen += Advance(c);
+        inkRight = std::max(inkRight, pen);
     }
     // Rounded up to 4 columns: the texture's width and its row pitch.
-    width = (width + 3) & ~int64_t(3);
+    int64_t width = ((int64_t(inkRight) - inkLeft) + 3) & ~int64_t(3);
     GLint maxSide = 0;
     glGetIntegerv(GL_MAX_TEXTURE_SIZE, &maxSide);
     if (width > maxSide) return false;
@@ -171,9 +196,8 @@ bool GlyphText::Compose(const char *text, float *pAspect)
     MMemSet(m_pLine, 0, need);
 
     // Ink is one bit: the glyph's grey levels are dropped and the texture's
-    // filtering smooths the edges. Every write is clipped to the line, also
-    // for a glyph that reaches before the pen or above the top row.
-    int pen = 0;
+    // filtering smooths the edges. Every write is clipped to the line.
+    pen = -inkLeft;
     for (size_t i = 0; i < length; i++) {
         const unsigned char c = static_cast<unsigned char>(text[i]);
         if (c != ' ') {
@@ -193,7 +217,9 @@ bool GlyphText::Compose(const char *text, float *pAspect)
         pen += Advance(c);
     }
 
-    glBindTexture(GL_TEXTURE_2D, m_Texture.id());
+    pLine->texture = GlTexture::Create();
+    if (!pLine->texture) return false;
+    glBindTexture(GL_TEXTURE_2D, pLine->texture.id());
     GLint alignment = 4;
     glGetIntegerv(GL_UNPACK_ALIGNMENT, &alignment);
     glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
@@ -203,7 +229,7 @@ bool GlyphText::Compose(const char *text, float *pAspect)
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
-    *pAspect = float(w) / float(h);
+    pLine->aspect = float(w) / float(h);
     return true;
 }
 
@@ -216,5 +242,5 @@ void GlyphText::Draw(const float *mvp, const float colour[3], float x, float y, 
     const float texCoords[8] = {0, 1, 1, 1, 0, 0, 1, 0};
     m_Quad.Begin();
     glUniform3fv(m_uColor, 1, colour);
-    m_Quad.Draw(mvp, positions, texCoords, m_Texture.id());
+    m_Quad.Draw(mvp, positions, texCoords, m_CurrentTexture);
 }

@@ -6,6 +6,9 @@
 #ifndef PANOVIEW_GLYPHTEXT_H
 #define PANOVIEW_GLYPHTEXT_H
 
+#include <string>
+#include <unordered_map>
+
 #include "GlObjects.h"
 #include "OverlayQuad.h"
 #include "MRuntime.h"
@@ -21,9 +24,12 @@ public:
     MRESULT Init(const char *pFontPath);
     bool Ready() const { return m_bReady; }
 
-    // Composes one line into the texture. Refused (false, nothing drawn
-    // next): more than kMaxChars characters, or a byte outside 0x20..0x7E.
-    // *pAspect receives the line's width by its height, in texels.
+    // Makes `text` the line drawn next: composed into a texture of its own
+    // the first time, taken as it is afterwards (labels stay the same from
+    // draw to draw; the last lines used are kept). Refused (false, nothing
+    // drawn next): more than kMaxChars characters, or a byte outside
+    // 0x20..0x7E. *pAspect receives the line's width by its height, in
+    // texels.
     bool Compose(const char *text, float *pAspect);
 
     // Draws the line composed last as the quad (x, y)-(x + w, y + h) with
@@ -60,9 +66,18 @@ private:
     unsigned char *m_pLine = nullptr; // composed line, grows, never shrinks
     size_t m_nLineSize = 0;
 
+    // A composed line: its texture and width by height.
+    struct Line {
+        GlTexture texture;
+        float aspect = 1.0f;
+    };
+    static const size_t kMaxLines = 200; // all lines of a full face list, with room
+    bool ComposeLine(const char *text, size_t length, Line *pLine);
+
     OverlayQuad m_Quad;
     GLint m_uColor = -1;
-    GlTexture m_Texture;
+    std::unordered_map<std::string, Line> m_Lines;
+    GLuint m_CurrentTexture = 0;
 };
 
 #endif

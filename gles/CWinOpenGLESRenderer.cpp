@@ -33,6 +33,24 @@ private:
     CZT5Mutex *m_pMutex;
 };
 
+// Holds one mutex (when there is one) for a scope.
+class Held {
+public:
+    explicit Held(CZT5Mutex *pMutex) : m_pMutex(pMutex)
+    {
+        if (m_pMutex) m_pMutex->Lock();
+    }
+    ~Held()
+    {
+        if (m_pMutex) m_pMutex->Unlock();
+    }
+    Held(const Held &) = delete;
+    Held &operator=(const Held &) = delete;
+
+private:
+    CZT5Mutex *m_pMutex;
+};
+
 inline uint64_t NowNs()
 {
     return uint64_t(std::chrono::duration_cast<std::chrono::nanoseconds>(
@@ -331,15 +349,31 @@ void CWinOpenGLESRenderer::Uninitialize()
 
 // ------------------------------------------------------------------ draw
 
+bool CWinOpenGLESRenderer::MakeCurrent()
+{
+    // The render thread keeps its context current from draw to draw: asking
+    // is a thread-local read, and only a real switch takes the process-wide
+    // lock.
+    if (eglGetCurrentContext() == m_eglContext.get() && eglGetCurrentSurface(EGL_DRAW) == m_eglSurface.get() &&
+        m_eglContext)
+        return true;
+    Held egl(&g_EglMutex);
+    return eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get()) == EGL_TRUE;
+}
+
 void CWinOpenGLESRenderer::Render(const VideoFrame &frame, bool bNewPixels, MDWord bIsNewScaleMode)
 {
     m_bWantsAnotherFrame = false;
-    RendererLocks locks(m_pMutex);
+    // The renderer's own lock (host threads save and restore view state
+    // under it) for the whole draw; the process-wide EGL lock only inside
+    // MakeCurrent: drawing into and swapping this display's own surface
+    // needs nothing of the other displays.
+    Held lock(m_pMutex);
 
     // A destroyed window has nothing left to draw into, and every driver
     // query of it fails: the display waits for the next window.
     if (m_WindowWatch.Gone()) return;
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) return;
+    if (!MakeCurrent()) return;
     EGLint w = 0, h = 0;
     if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &w)) return;
     if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_HEIGHT, &h)) return;

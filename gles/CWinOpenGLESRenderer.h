@@ -123,6 +123,8 @@ private:
     CWinOpenGLESRenderer &operator=(const CWinOpenGLESRenderer &) = delete;
 
     void CreateEffect(MDWord mode);
+    // Makes the context current on this thread unless it is already.
+    bool MakeCurrent();
     void ReportCruiseState(MLong state);
     // To the host at once, on the calling (gesture) thread, no lock held.
     void SendHostEvent(MDWord dwParamId, MDWord dwValue);
