@@ -16,6 +16,7 @@ const char kHead[] = "#ifdef GL_FRAGMENT_PRECISION_HIGH\n"
                      "uniform sampler2D tex_v;\n"
                      "uniform PV_HIGHP vec4 uFrameBox;\n"
                      "uniform PV_HIGHP vec4 uPlaneScale;\n"
+                     "uniform PV_HIGHP vec4 uTexelCount;\n"
                      "uniform mat3 yuvMatrix;\n"
                      "uniform vec3 yuvOffset;\n";
 
@@ -44,21 +45,44 @@ const char *LayoutStage(FrameLayout layout)
                "    return vec3(texture2D(tex_y, l).a, p.r, p.b);\n";
     case FrameLayout::I010:
         // A word of 10 bits in its low bits: (lo + 256 hi) / 4 in 8-bit units,
-        // over 255: (L + 256 A) / 4 with L, A the bytes over 255.
-        return "    PV_HIGHP vec2 y = texture2D(tex_y, l).ra;\n"
-               "    PV_HIGHP vec2 u = texture2D(tex_u, c).ra;\n"
-               "    PV_HIGHP vec2 v = texture2D(tex_v, c).ra;\n"
-               "    PV_HIGHP vec3 lo = vec3(y.x, u.x, v.x), hi = vec3(y.y, u.y, v.y);\n"
-               "    return (lo + 256.0 * hi) * 0.25;\n";
+        // over 255: (L + 256 A) / 4 with L, A the bytes over 255. Filtering
+        // the two bytes apart is exact only in exact arithmetic; texture
+        // units interpolate bytes at 8 bits, and a high byte rounded by half
+        // a step would be 32 levels off. So the words are fetched at texel
+        // centres (nearest), rebuilt, then interpolated here.
+        return "    PV_HIGHP vec4 ly = bilinear16(tex_y, l, uTexelCount.xy);\n"
+               "    PV_HIGHP vec4 lu = bilinear16(tex_u, c, uTexelCount.zw);\n"
+               "    PV_HIGHP vec4 lv = bilinear16(tex_v, c, uTexelCount.zw);\n"
+               "    return vec3(ly.r + 256.0 * ly.a, lu.r + 256.0 * lu.a, lv.r + 256.0 * lv.a) * 0.25;\n";
     case FrameLayout::P010:
         // 10 bits in the top of the word: the word over 256 is the sample in
         // 8-bit units, (L + 256 A) / 256 = L / 256 + A over 255. The pair
         // texel holds U as red (low) and green (high), V as blue and alpha.
-        return "    PV_HIGHP vec2 y = texture2D(tex_y, l).ra;\n"
-               "    PV_HIGHP vec4 uv = texture2D(tex_u, c);\n"
-               "    return vec3(y.x / 256.0 + y.y, uv.r / 256.0 + uv.g, uv.b / 256.0 + uv.a);\n";
+        // Rebuilt before interpolation, as above.
+        return "    PV_HIGHP vec4 ly = bilinear16(tex_y, l, uTexelCount.xy);\n"
+               "    PV_HIGHP vec4 uv = bilinear16(tex_u, c, uTexelCount.zw);\n"
+               "    return vec3(ly.r / 256.0 + ly.a, uv.r / 256.0 + uv.g, uv.b / 256.0 + uv.a);\n";
     }
     return "    return vec3(0.0, 0.5, 0.5);\n";
+}
+
+// Bilinear interpolation of whole 16-bit words: four texel-centre fetches
+// (the texture filters nearest) and the blend of their rebuilt values. Each
+// channel is blended on its own and the word rebuilt after: the blend being
+// linear, that is the blend of the words, in full float precision.
+const char kBilinear16[] = "PV_HIGHP vec4 bilinear16(sampler2D t, PV_HIGHP vec2 tc, PV_HIGHP vec2 n) {\n"
+                           "    PV_HIGHP vec2 p = tc * n - 0.5;\n"
+                           "    PV_HIGHP vec2 i = floor(p);\n"
+                           "    PV_HIGHP vec2 f = p - i;\n"
+                           "    PV_HIGHP vec2 a = (i + 0.5) / n, b = (i + 1.5) / n;\n"
+                           "    PV_HIGHP vec4 t00 = texture2D(t, a), t10 = texture2D(t, vec2(b.x, a.y));\n"
+                           "    PV_HIGHP vec4 t01 = texture2D(t, vec2(a.x, b.y)), t11 = texture2D(t, b);\n"
+                           "    return mix(mix(t00, t10, f.x), mix(t01, t11, f.x), f.y);\n"
+                           "}\n";
+
+bool Is16Bit(FrameLayout layout)
+{
+    return layout == FrameLayout::I010 || layout == FrameLayout::P010;
 }
 
 } // namespace
@@ -66,6 +90,7 @@ const char *LayoutStage(FrameLayout layout)
 std::string FrameColourSource(FrameLayout layout)
 {
     std::string s = kHead;
+    if (Is16Bit(layout)) s += kBilinear16;
     s += "vec3 frameYuv(PV_HIGHP vec2 f) {\n"
          "    PV_HIGHP vec2 l = f * uPlaneScale.xy;\n"
          "    PV_HIGHP vec2 c = f * uPlaneScale.zw;\n";
@@ -80,10 +105,13 @@ std::string FrameColourSource(FrameLayout layout)
 
 void TextureSpecsFor(const VideoFrame &frame, TextureSpec specs[3])
 {
-    for (int i = 0; i < 3; i++) specs[i] = {-1, GL_LUMINANCE, 0, 0};
+    for (int i = 0; i < 3; i++) specs[i] = {-1, GL_LUMINANCE, 0, 0, GL_LINEAR};
+    // 16-bit words are interpolated by the sampler stage: their textures
+    // filter nearest.
+    const GLenum filter = Is16Bit(frame.layout) ? GL_NEAREST : GL_LINEAR;
     auto shape = [&](int plane, GLenum format, int texelsPerShape) {
         const PlaneShape s = frame.Shape(plane);
-        return TextureSpec{plane, format, GLsizei(s.cols / texelsPerShape), GLsizei(s.rows)};
+        return TextureSpec{plane, format, GLsizei(s.cols / texelsPerShape), GLsizei(s.rows), filter};
     };
     switch (frame.layout) {
     case FrameLayout::I420:
@@ -131,6 +159,8 @@ FrameSampling SamplingFor(const VideoFrame &frame, const FrameBox &box, const GL
     s.planeScale[1] = specs[0].height ? h / float(specs[0].height) : 1.0f;
     s.planeScale[2] = specs[1].width ? w / (2.0f * float(specs[1].width)) : 1.0f;
     s.planeScale[3] = specs[1].height ? (b422 ? h : h / 2.0f) / float(specs[1].height) : 1.0f;
+    s.texelCount[0] = float(specs[0].width), s.texelCount[1] = float(specs[0].height);
+    s.texelCount[2] = float(specs[1].width), s.texelCount[3] = float(specs[1].height);
     s.conversion = YuvConversionFor(frame.colour);
     return s;
 }

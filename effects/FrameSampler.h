@@ -31,6 +31,7 @@ struct TextureSpec {
     GLenum format;  // GL_LUMINANCE, GL_LUMINANCE_ALPHA or GL_RGBA
     GLsizei width;  // texels
     GLsizei height;
+    GLenum filter;  // GL_LINEAR, or GL_NEAREST where the sampler stage interpolates
 };
 
 // The three units' textures of a frame of this layout and size.
@@ -52,6 +53,8 @@ struct FrameSampling {
     // chroma one (textures may be wider than the picture).
     float box[4] = {0.0f, 0.0f, 1.0f, 1.0f};
     float planeScale[4] = {1.0f, 1.0f, 1.0f, 1.0f};
+    // Texels across and down of the luma and the chroma texture.
+    float texelCount[4] = {1.0f, 1.0f, 1.0f, 1.0f};
     YuvConversion conversion = DefaultYuvConversion();
 };
 

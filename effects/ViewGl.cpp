@@ -50,6 +50,8 @@ int ViewProgram::Build(const char *viewName, const char *vertexSource, const cha
     const bool bPlanes = inputs != kPositionOnly;
     // The third texture unit exists in the planar layouts only.
     const bool bThirdPlane = layout == FrameLayout::I420 || layout == FrameLayout::I010;
+    // Only the 16-bit stages interpolate themselves and need the texel counts.
+    const bool b16 = layout == FrameLayout::I010 || layout == FrameLayout::P010;
     int failures = 0;
     struct {
         GLint *handle;
@@ -66,6 +68,7 @@ int ViewProgram::Build(const char *viewName, const char *vertexSource, const cha
         {&v.samplers[2], "tex_v", "mVHandle", false, bPlanes && bThirdPlane},
         {&v.box, "uFrameBox", "mFrameBoxHandle", false, bPlanes},
         {&v.planeScale, "uPlaneScale", "mPlaneScaleHandle", false, bPlanes},
+        {&v.texelCount, "uTexelCount", "mTexelCountHandle", false, bPlanes && b16},
         {&v.yuvMatrix, "yuvMatrix", "mYuvMatrixHandle", false, bPlanes},
         {&v.yuvOffset, "yuvOffset", "mYuvOffsetHandle", false, bPlanes},
     };
@@ -115,6 +118,10 @@ void ViewProgram::Use(const FrameSampling &s) const
     if (!v->bSent || MMemCmp(v->sentScale, s.planeScale, sizeof(s.planeScale)) != 0) {
         glUniform4fv(v->planeScale, 1, s.planeScale);
         MMemCpy(v->sentScale, s.planeScale, sizeof(s.planeScale));
+    }
+    if (v->texelCount >= 0 && (!v->bSent || MMemCmp(v->sentTexels, s.texelCount, sizeof(s.texelCount)) != 0)) {
+        glUniform4fv(v->texelCount, 1, s.texelCount);
+        MMemCpy(v->sentTexels, s.texelCount, sizeof(s.texelCount));
     }
     if (!v->bSent || MMemCmp(&v->sentConversion, &s.conversion, sizeof(s.conversion)) != 0) {
         glUniformMatrix3fv(v->yuvMatrix, 1, GL_FALSE, s.conversion.fMatrix);

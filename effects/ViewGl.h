@@ -60,10 +60,10 @@ private:
     struct Variant {
         GlProgram program;
         GLint samplers[3] = {-1, -1, -1};
-        GLint box = -1, planeScale = -1, yuvMatrix = -1, yuvOffset = -1;
+        GLint box = -1, planeScale = -1, texelCount = -1, yuvMatrix = -1, yuvOffset = -1;
         // What the program's uniforms hold now; sent again only on a change.
         mutable bool bSent = false;
-        mutable float sentBox[4] = {}, sentScale[4] = {};
+        mutable float sentBox[4] = {}, sentScale[4] = {}, sentTexels[4] = {};
         mutable YuvConversion sentConversion = {};
     };
     const Variant *Current() const { return m_nCurrent >= 0 ? &m_Variants[m_nCurrent] : nullptr; }

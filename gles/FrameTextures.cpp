@@ -16,14 +16,15 @@ bool FrameTextures::Upload(const VideoFrame &frame)
         if (!m_Textures[i]) {
             m_Textures[i] = GlTexture::Create();
             m_Ids[i] = m_Textures[i].id();
-            m_Specs[i] = TextureSpec{-1, 0, 0, 0};
+            m_Specs[i] = TextureSpec{-1, 0, 0, 0, 0};
         }
         glBindTexture(GL_TEXTURE_2D, m_Ids[i]);
-        if (m_Specs[i].format != s.format || m_Specs[i].width != s.width || m_Specs[i].height != s.height) {
+        if (m_Specs[i].format != s.format || m_Specs[i].width != s.width || m_Specs[i].height != s.height ||
+            m_Specs[i].filter != s.filter) {
             // Storage once per layout and size; later frames replace texels.
             glTexImage2D(GL_TEXTURE_2D, 0, GLint(s.format), s.width, s.height, 0, s.format, GL_UNSIGNED_BYTE, nullptr);
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GLint(s.filter));
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GLint(s.filter));
             glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
             glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
             m_Specs[i] = s;
@@ -41,7 +42,7 @@ void FrameTextures::Reset()
     for (int i = 0; i < 3; i++) {
         m_Textures[i].reset();
         m_Ids[i] = 0;
-        m_Specs[i] = TextureSpec{-1, 0, 0, 0};
+        m_Specs[i] = TextureSpec{-1, 0, 0, 0, 0};
     }
     m_bHolds = false;
 }

@@ -91,7 +91,13 @@ bool WriteSceneClip(const ClipOptions &o, std::string *error)
     // Full range where asked, or where the encoder takes nothing else.
     bool full = o.range == 1 || (o.range < 0 && codec->id == AV_CODEC_ID_MJPEG);
     AVPixelFormat pixFmt = full ? AV_PIX_FMT_YUVJ420P : AV_PIX_FMT_YUV420P;
-    if (!Supports(codec, pixFmt)) {
+    if (o.tenBit) {
+        pixFmt = AV_PIX_FMT_YUV420P10LE;
+        if (!Supports(codec, pixFmt)) {
+            *error = std::string("the ") + codec->name + " encoder doesn't take 10-bit planar 4:2:0 pictures";
+            return false;
+        }
+    } else if (!Supports(codec, pixFmt)) {
         pixFmt = full ? AV_PIX_FMT_YUV420P : AV_PIX_FMT_YUVJ420P;
         if (!Supports(codec, pixFmt)) {
             *error = std::string("the ") + codec->name + " encoder doesn't take planar 4:2:0 pictures";
@@ -201,13 +207,23 @@ bool WriteSceneClip(const ClipOptions &o, std::string *error)
         }
         const uint8_t *src[3] = {scene.data(), scene.data() + size_t(lens.width) * lens.height,
                                  scene.data() + size_t(lens.width) * lens.height + size_t(cw) * ch};
-        for (int y = 0; y < o.height; y++)
-            std::memcpy(w.frame->data[0] + size_t(y) * w.frame->linesize[0], src[0] + size_t(y) * lens.width,
-                        size_t(o.width));
+        // Rows of each plane: bytes as they are, or 16-bit words holding
+        // the sample times four.
+        auto row = [&](int p, int y, const uint8_t *from, int samples) {
+            uint8_t *to = w.frame->data[p] + size_t(y) * w.frame->linesize[p];
+            if (!o.tenBit) {
+                std::memcpy(to, from, size_t(samples));
+                return;
+            }
+            for (int x = 0; x < samples; x++) {
+                const uint16_t v = uint16_t(from[x] << 2);
+                to[2 * x] = uint8_t(v & 0xFF);
+                to[2 * x + 1] = uint8_t(v >> 8);
+            }
+        };
+        for (int y = 0; y < o.height; y++) row(0, y, src[0] + size_t(y) * lens.width, o.width);
         for (int p = 1; p <= 2; p++)
-            for (int y = 0; y < (o.height + 1) / 2; y++)
-                std::memcpy(w.frame->data[p] + size_t(y) * w.frame->linesize[p], src[p] + size_t(y) * cw,
-                            size_t((o.width + 1) / 2));
+            for (int y = 0; y < (o.height + 1) / 2; y++) row(p, y, src[p] + size_t(y) * cw, (o.width + 1) / 2);
         w.frame->pts = i;
         r = w.Encode(w.frame);
         if (r < 0) {
@@ -221,8 +237,8 @@ bool WriteSceneClip(const ClipOptions &o, std::string *error)
         *error = "cannot finish " + o.path + " (" + AvError(r) + ")";
         return false;
     }
-    std::printf("wrote %s: %d pictures of %dx%d at %d fps, %s, %s %s range\n", o.path.c_str(), o.frames, o.width,
-                o.height, o.fps, codec->name,
+    std::printf("wrote %s: %d %spictures of %dx%d at %d fps, %s, %s %s range\n", o.path.c_str(), o.frames,
+                o.tenBit ? "10-bit " : "", o.width, o.height, o.fps, codec->name,
                 matrix == ZT5_YUV_MATRIX_BT709 ? "BT.709" : matrix == ZT5_YUV_MATRIX_BT2020 ? "BT.2020" : "BT.601",
                 full ? "full" : "video");
     return true;

@@ -18,6 +18,9 @@ struct ClipOptions {
     // used to paint the scene and written into the stream's description.
     uint32_t matrix = 0;
     int range = -1;
+    // 10-bit pictures (planar, 16-bit words), for an encoder that takes them
+    // (hevc, libvpx-vp9): the scene's 8-bit samples times four.
+    bool tenBit = false;
     // The lens circle in ten-thousandths of the picture (centre x, y,
     // radius as a share of the height); default the middle, as tall as the
     // picture.

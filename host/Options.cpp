@@ -59,7 +59,9 @@ void PrintUsage(const char *argv0)
         "                    at its own pace. Default: the built-in fisheye scene\n"
         "  --mode N          view 0..10 (repeat for several in a headless run; default: all headless,\n"
         "                    1 in a window)\n"
-        "  --format F        pictures handed to the display: as-decoded (default), i420 or nv12\n"
+        "  --format F        pictures handed to the display: as-decoded (default), i420, nv12, yuyv, uyvy,\n"
+        "                    yuv420p10 (10-bit planar) or p010; with --write-clip, yuv420p10 or p010\n"
+        "                    writes 10-bit pictures (e.g. --codec hevc)\n"
         "  --colour M        YUV matrix: auto (the stream's; default), bt601, bt709 or bt2020\n"
         "  --range R         sample range: auto (default), video or full\n"
         "  --input FILE      raw I420 frames (looped); needs --size WxH\n"
@@ -127,9 +129,9 @@ bool ParseOptions(int argc, char **argv, PlayerOptions *o, std::string *error)
             if (!next(&v) || !ParseSize(v, &o->inputWidth, &o->inputHeight))
                 return *error = "--size takes WxH", false;
         } else if (!std::strcmp(a, "--format")) {
-            static const char *const names[] = {"as-decoded", "i420", "nv12"};
-            if (!next(&v) || !ParseNamed(v, names, 3, &o->layout))
-                return *error = "--format takes as-decoded, i420 or nv12", false;
+            static const char *const names[] = {"as-decoded", "i420", "nv12", "yuyv", "uyvy", "yuv420p10", "p010"};
+            if (!next(&v) || !ParseNamed(v, names, 7, &o->layout))
+                return *error = "--format takes as-decoded, i420, nv12, yuyv, uyvy, yuv420p10 or p010", false;
         } else if (!std::strcmp(a, "--colour") || !std::strcmp(a, "--color")) {
             static const char *const names[] = {"bt601", "bt709", "bt2020", "auto"};
             if (!next(&v) || !ParseNamed(v, names, 4, &o->colourMatrix))

@@ -12,7 +12,7 @@ struct PlayerOptions {
     std::string inputPath;         // --input (raw I420); empty: the synthetic scene
     int inputWidth = 0;            // --size WxH of the raw input or of the clip written
     int inputHeight = 0;
-    int layout = 0;                // --format: 0 as decoded, 1 i420, 2 nv12
+    int layout = 0;                // --format: a PictureLayout (0 as decoded, 1 i420, 2 nv12, 3 yuyv, 4 uyvy, 5 yuv420p10, 6 p010)
     int colourMatrix = -1;         // --colour: a ZT5_YUV_MATRIX_* value; -1 the stream's
     int colourRange = -1;          // --range: 0 video, 1 full; -1 the stream's
     std::string clipPath;          // --write-clip OUT: write the scene as a video file and stop

@@ -68,8 +68,7 @@ bool Player::OpenSource()
         VideoSource::SetLibraryLog(m_opts.verbose);
         auto *video = new VideoSource();
         m_source.reset(video);
-        const PictureLayout layouts[] = {PictureLayout::kAsDecoded, PictureLayout::kI420, PictureLayout::kNV12};
-        if (!video->Open(m_opts.videoPath, layouts[m_opts.layout], &error)) {
+        if (!video->Open(m_opts.videoPath, PictureLayout(m_opts.layout), &error)) {
             std::fprintf(stderr, "%s\n", error.c_str());
             return false;
         }

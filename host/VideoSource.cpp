@@ -238,23 +238,38 @@ struct VideoSource::Impl {
 
     bool Deliver(Picture *p, std::string *error)
     {
+        // The layouts the display takes, by FFmpeg's name for them.
+        static const struct {
+            AVPixelFormat format;
+            PictureLayout layout;
+            uint32_t cs;
+        } kLayouts[] = {
+            {AV_PIX_FMT_YUV420P, PictureLayout::kI420, ZT5_FRAME_CS_I420},
+            {AV_PIX_FMT_YUVJ420P, PictureLayout::kI420, ZT5_FRAME_CS_I420},
+            {AV_PIX_FMT_NV12, PictureLayout::kNV12, ZT5_FRAME_CS_NV12},
+            {AV_PIX_FMT_NV21, PictureLayout::kAsDecoded, ZT5_FRAME_CS_SEMIPLANAR_A},
+            {AV_PIX_FMT_YUYV422, PictureLayout::kYUYV, ZT5_FRAME_CS_YUYV},
+            {AV_PIX_FMT_UYVY422, PictureLayout::kUYVY, ZT5_FRAME_CS_UYVY},
+            {AV_PIX_FMT_YUV420P10LE, PictureLayout::kI010, ZT5_FRAME_CS_I010},
+            {AV_PIX_FMT_P010LE, PictureLayout::kP010, ZT5_FRAME_CS_P010},
+        };
         const AVPixelFormat f = AVPixelFormat(frame->format);
-        const bool planar = (f == AV_PIX_FMT_YUV420P || f == AV_PIX_FMT_YUVJ420P) &&
-                            frame->linesize[1] == frame->linesize[2];
         const AVFrame *out = frame;
         uint32_t cs = 0;
-        if (layout != PictureLayout::kNV12 && planar) {
+        for (const auto &l : kLayouts)
+            if (l.format == f && (layout == PictureLayout::kAsDecoded || layout == l.layout)) cs = l.cs;
+        // Planar chroma at one pitch, and pairs of the V-first order at the
+        // luma pitch, as the display reads them.
+        if ((cs == ZT5_FRAME_CS_I420 || cs == ZT5_FRAME_CS_I010) && frame->linesize[1] != frame->linesize[2]) cs = 0;
+        if (cs == ZT5_FRAME_CS_SEMIPLANAR_A && frame->linesize[1] != frame->linesize[0]) cs = 0;
+        if (!cs) {
+            // Converted to the layout asked for, or to planar 8-bit.
+            AVPixelFormat to = AV_PIX_FMT_YUV420P;
             cs = ZT5_FRAME_CS_I420;
-        } else if (layout != PictureLayout::kI420 && f == AV_PIX_FMT_NV12) {
-            cs = ZT5_FRAME_CS_NV12;
-        } else if (layout == PictureLayout::kAsDecoded && f == AV_PIX_FMT_NV21 &&
-                   frame->linesize[1] == frame->linesize[0]) {
-            cs = ZT5_FRAME_CS_SEMIPLANAR_A; // V first; the display reads its pairs at the luma pitch
-        } else {
-            const bool nv12 = layout == PictureLayout::kNV12;
-            out = Convert(nv12 ? AV_PIX_FMT_NV12 : AV_PIX_FMT_YUV420P, error);
+            for (const auto &l : kLayouts)
+                if (layout != PictureLayout::kAsDecoded && l.layout == layout) to = l.format, cs = l.cs;
+            out = Convert(to, error);
             if (!out) return false;
-            cs = nv12 ? ZT5_FRAME_CS_NV12 : ZT5_FRAME_CS_I420;
         }
 
         *p = Picture();
@@ -265,17 +280,17 @@ struct VideoSource::Impl {
         p->yuvMatrix = ColourWord(frame);
         p->planes[0] = out->data[0];
         p->strides[0] = out->linesize[0];
-        if (cs == ZT5_FRAME_CS_I420) {
+        p->strides[1] = p->strides[2] = out->linesize[1];
+        if (cs == ZT5_FRAME_CS_I420 || cs == ZT5_FRAME_CS_I010) {
             p->planes[1] = out->data[1];
             p->planes[2] = out->data[2];
-            p->strides[1] = p->strides[2] = out->linesize[1];
-        } else {
-            // One plane of pairs: U at its first byte for NV12, V for the
-            // other order.
-            const bool uFirst = cs == ZT5_FRAME_CS_NV12;
-            p->planes[1] = out->data[1] + (uFirst ? 0 : 1);
-            p->planes[2] = out->data[1] + (uFirst ? 1 : 0);
-            p->strides[1] = p->strides[2] = out->linesize[1];
+        } else if (cs == ZT5_FRAME_CS_NV12 || cs == ZT5_FRAME_CS_P010 || cs == ZT5_FRAME_CS_SEMIPLANAR_A) {
+            // One plane of pairs: plane 1 at the first U sample, plane 2 at
+            // the first V (a sample is two bytes in P010).
+            const int second = cs == ZT5_FRAME_CS_P010 ? 2 : 1;
+            const bool uFirst = cs != ZT5_FRAME_CS_SEMIPLANAR_A;
+            p->planes[1] = out->data[1] + (uFirst ? 0 : second);
+            p->planes[2] = out->data[1] + (uFirst ? second : 0);
         }
         return true;
     }

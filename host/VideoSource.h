@@ -13,7 +13,9 @@
 
 // Layout of the pictures handed on: as decoded where the display takes it,
 // or always one layout (converting when the decoder gives another).
-enum class PictureLayout { kAsDecoded, kI420, kNV12 };
+// The layout pictures go to the display in: as the decoder gave them (when
+// the display takes that layout, else planar 8-bit), or converted to one.
+enum class PictureLayout { kAsDecoded, kI420, kNV12, kYUYV, kUYVY, kI010, kP010 };
 
 class VideoSource : public FrameSource {
 public:

@@ -37,6 +37,7 @@ int main(int argc, char **argv)
         clip.fps = int(opts.fps);
         clip.matrix = uint32_t(opts.colourMatrix > 0 ? opts.colourMatrix : ZT5_YUV_MATRIX_BT601);
         clip.range = opts.colourRange;
+        clip.tenBit = opts.layout == int(PictureLayout::kI010) || opts.layout == int(PictureLayout::kP010);
         if (opts.haveLens) {
             clip.lens[0] = opts.lens[0];
             clip.lens[1] = opts.lens[1];

@@ -245,3 +245,35 @@ TEST(Frames, PlanesShortOfTheirRowsAreRefused)
     ASSERT_TRUE(rig.display.Snapshot(&shot));
     EXPECT_TRUE(Near(shot.At(80, 48), Shown(kGreen), 8)) << Str(shot.At(80, 48));
 }
+
+// 10-bit words are put together before they are blended: a ramp of luma
+// words across a high-byte boundary (508..539, 0x1FC..0x21B), magnified
+// eight times, stays a smooth ramp. Blending the low and high bytes apart at
+// a texture unit's 8-bit precision jumps by tens of levels at the boundary.
+TEST(Frames, TenBitSamplesBlendWhole)
+{
+    for (uint32_t cs : {ZT5_FRAME_CS_I010, ZT5_FRAME_CS_P010}) {
+        SCOPED_TRACE("type 0x" + std::to_string(cs));
+        const int w = 32, h = 8;
+        Frame f = Encode(cs, w, h, [](int, int) { return Yuv{128, 128, 128}; });
+        const int shift = cs == ZT5_FRAME_CS_P010 ? 6 : 0;
+        for (int y = 0; y < h; y++)
+            for (int x = 0; x < w; x++) {
+                const int word = (508 + x) << shift;
+                f.data[(y * w + x) * 2] = uint8_t(word & 0xFF);
+                f.data[(y * w + x) * 2 + 1] = uint8_t(word >> 8);
+            }
+        Rig rig(256, 64);
+        ASSERT_TRUE(rig.ok());
+        ASSERT_EQ(rig.display.SetU32(ZT5_CFG_DISPLAY_YUV_MATRIX, ZT5_YUV_RANGE_FULL), ZT5_OK);
+        ASSERT_EQ(rig.Init(), ZT5_OK);
+        int worst = 0;
+        Image shot;
+        ASSERT_TRUE(rig.display.PushUntil(f, [&](const Image &img) {
+            worst = 0;
+            for (int x = 8; x < 248; x++) worst = std::max(worst, std::abs(img.At(x + 1, 32).g - img.At(x, 32).g));
+            return img.At(8, 32).g < 130 && img.At(247, 32).g > 130; // the ramp, 127..134
+        }, &shot));
+        EXPECT_LE(worst, 2) << "a step in the ramp";
+    }
+}
