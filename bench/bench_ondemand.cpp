@@ -189,7 +189,8 @@ Rate FloorRun(FloorProgram &floor, const std::vector<std::vector<uint8_t>> &fram
 
 class Display {
 public:
-    bool Open(PanoviewLibrary &lib, uint32_t window, int mode, bool animation = false)
+    bool Open(PanoviewLibrary &lib, uint32_t window, int mode, bool animation = false,
+              uint32_t cs = ZT5_FRAME_CS_I420)
     {
         std::string error;
         if (!m_display.Create(lib.plugin(), &error)) return false;
@@ -204,7 +205,7 @@ public:
         m_info.dwHeight = kVH;
         m_info.dwStride = kVW;
         m_info.dwSliceHeight = kVH;
-        m_info.dwCSType = ZT5_FRAME_CS_I420;
+        m_info.dwCSType = cs;
         return m_display.Init(window, kW, kH) == ZT5_OK;
     }
     void Post(std::vector<uint8_t> &frame) { m_display.Draw(frame.data(), m_info); }
@@ -265,6 +266,40 @@ Rate Video(Display &d, std::vector<std::vector<uint8_t>> &frames, int fps, doubl
     }
     const double t = Since(t0);
     return {(d.Stats().dwDraws - d0) / t, (ProcessCpuSeconds() - c0) / t};
+}
+
+// A planar 8-bit frame of kVW x kVH laid out as `cs`, tightly.
+std::vector<uint8_t> Relayout(const std::vector<uint8_t> &i420, uint32_t cs)
+{
+    const size_t w = kVW, h = kVH, cw = w / 2;
+    const uint8_t *Y = i420.data(), *U = Y + w * h, *V = U + cw * (h / 2);
+    std::vector<uint8_t> out;
+    auto word = [&](uint16_t v) { out.push_back(uint8_t(v & 0xFF)), out.push_back(uint8_t(v >> 8)); };
+    switch (cs) {
+    case ZT5_FRAME_CS_NV12:
+        out.assign(Y, Y + w * h);
+        for (size_t i = 0; i < cw * (h / 2); i++) out.push_back(U[i]), out.push_back(V[i]);
+        break;
+    case ZT5_FRAME_CS_YUYV:
+    case ZT5_FRAME_CS_UYVY:
+        for (size_t y = 0; y < h; y++)
+            for (size_t x = 0; x < w; x += 2) {
+                const uint8_t y0 = Y[y * w + x], y1 = Y[y * w + x + 1], u = U[(y / 2) * cw + x / 2],
+                              v = V[(y / 2) * cw + x / 2];
+                const uint8_t q[4] = {y0, u, y1, v}, r[4] = {u, y0, v, y1};
+                out.insert(out.end(), cs == ZT5_FRAME_CS_YUYV ? q : r, (cs == ZT5_FRAME_CS_YUYV ? q : r) + 4);
+            }
+        break;
+    case ZT5_FRAME_CS_I010:
+        for (size_t i = 0; i < i420.size(); i++) word(uint16_t(i420[i] << 2));
+        break;
+    case ZT5_FRAME_CS_P010:
+        for (size_t i = 0; i < w * h; i++) word(uint16_t(Y[i] << 8));
+        for (size_t i = 0; i < cw * (h / 2); i++) word(uint16_t(U[i] << 8)), word(uint16_t(V[i] << 8));
+        break;
+    default: out = i420;
+    }
+    return out;
 }
 
 void Row(const char *what, const Rate &r, const Rate *floor)
@@ -375,6 +410,31 @@ int main()
         const double floorMs = floorNow.drawsPerSecond > 0 ? 1000.0 / floorNow.drawsPerSecond : 0;
         std::printf("  %-24s %6.2f ms a draw  (%s floor %.2f ms: %.2fx)\n", c.name, ms, c.unwrap ? "unwrap" : "quad",
                     floorMs, floorMs > 0 ? ms / floorMs : 0.0);
+    }
+
+    // Upload and draw of each layout in the plain view, against I420 run
+    // just before it.
+    std::printf("\nLibrary, mode 0, ms per draw by frame layout (frames every 5 ms), against I420\n");
+    auto msPerDraw = [&](uint32_t cs, std::vector<std::vector<uint8_t>> &laid) {
+        Display d;
+        if (!d.Open(lib, win.id(), 0, false, cs)) return 0.0;
+        d.Post(laid[0]);
+        d.Settle();
+        Video(d, laid, 0, 1.0); // warm up
+        const Rate r = Video(d, laid, 0, kSeconds);
+        return r.drawsPerSecond > 0 ? 1000.0 / r.drawsPerSecond : 0.0;
+    };
+    const struct {
+        const char *name;
+        uint32_t cs;
+    } layouts[] = {{"NV12", ZT5_FRAME_CS_NV12}, {"YUYV", ZT5_FRAME_CS_YUYV}, {"UYVY", ZT5_FRAME_CS_UYVY},
+                   {"I010 (10-bit planar)", ZT5_FRAME_CS_I010}, {"P010", ZT5_FRAME_CS_P010}};
+    for (const auto &l : layouts) {
+        std::vector<std::vector<uint8_t>> laid;
+        for (const auto &f : frames) laid.push_back(Relayout(f, l.cs));
+        const double base = msPerDraw(ZT5_FRAME_CS_I420, frames);
+        const double ms = msPerDraw(l.cs, laid);
+        std::printf("  %-24s %6.2f ms a draw  (I420 %.2f ms: %.2fx)\n", l.name, ms, base, base > 0 ? ms / base : 0.0);
     }
     return 0;
 }
