@@ -29,6 +29,7 @@ public:
     MRESULT Reset() override { return 0; }
     void attachMailbox(FrameMailbox *) override {}
     void framePosted(bool) override {}
+    void applySettings(const DisplaySettings &, MDWord) override {}
 };
 
 inline IZT5VideoRenderer *MakeBenchNullRenderer()

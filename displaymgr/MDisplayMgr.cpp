@@ -128,7 +128,7 @@ MRESULT MDisplayMgrBlit(MDisplayHandle h, const VideoFrame *pFrame, const ZT5Rec
                  (int)h->bShowIt);
         return 0;
     }
-    if (!h->bUseOpenGles) return 0;
+    if (!h->settings.bUseOpenGles) return 0;
     if (!h->bInited) InitOpenglRenderer(h, pRect, pRect2); // a failure heals at a later blit
     return SoftwareYUVRender(h, *pFrame);
 }
@@ -142,26 +142,13 @@ MRESULT MDisplayMgrRecut(MDisplayHandle h, const FrameBox *pSquare, const FrameB
     return 0;
 }
 
-// The settings the render object needs before init, in the order it expects
-// them. Words go by address, pointers and handles by value.
+// What a new render object needs before init: the mailbox, the settings,
+// the window, the overlays.
 static void FeedRenderObject(DisplayContext *c)
 {
     IZT5VideoRenderer *r = c->pRender;
-    r->setConfig(ZT5_CFG_DISPLAY_ROTATION_ANGLE, &c->dwRotation);
-    r->setConfig(ZT5_CFG_DISPLAY_EAGL_LAYER, c->pEAGLLayer);
-    r->setConfig(ZT5_CFG_DISPLAY_FE_PLATFORM, &c->dwFEPlatform);
-    r->setConfig(ZT5_CFG_DISPLAY_FE_BG_CLOUD, &c->bNeedFEBgCloud);
-    r->setConfig(ZT5_CFG_DISPLAY_FE_BG_STAR, &c->bNeedFEStar);
-    r->setConfig(ZT5_CFG_DISPLAY_FE_BASE_ANIMATION, &c->bEnableAnimation);
     r->attachMailbox(&c->mailbox);
-    r->setConfig(ZT5_CFG_DISPLAY_FISHEYE_MODE, &c->m_lFishEyeMode);
-    r->setConfig(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, &c->curiseMode);
-    r->setConfig(ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY, &c->fCuriseVelocity);
-    r->setConfig(ZT5_CFG_DISPLAY_UICALLBACK, c->pUICallback);
-    r->setConfig(ZT5_CFG_DISPLAY_OPENGL_FULLVIEW, &c->bOpenGLFullView);
-    r->setConfig(ZT5_CFG_DISPLAY_SCALE_RATIO, &c->dwScaleRatio);
-    r->setConfig(ZT5_CFG_DISPLAY_MAX_SCALE, &c->dwDisplayMaxScale);
-    r->setConfig(ZT5_CFG_DISPLAY_DISTORTION_PARAM, c->pDistortionParam);
+    r->applySettings(c->settings, 0);
     r->setConfig(ZT5_CFG_PLUGINMGR_HDL, reinterpret_cast<void *>(c->hNativeWindow));
     c->overlay.Replay([r](MDWord id, void *p) { r->setConfig(id, p); });
 }
@@ -178,7 +165,7 @@ static MRESULT InitOpenglRenderer(DisplayContext *pContext, const ZT5Rect *pRect
     MLong lSrcHeight = pRect ? pRect->bottom - pRect->top : 0;
     MRESULT res = 0;
 
-    if (pContext->bUseOpenGles && !pContext->bInited) {
+    if (pContext->settings.bUseOpenGles && !pContext->bInited) {
         if (!pContext->pRender) pContext->pRender = CreateRenderObject();
 
         IZT5VideoRenderer *r = pContext->pRender;
@@ -223,12 +210,13 @@ static MRESULT SoftwareYUVRender(DisplayContext *pContext, const VideoFrame &fra
 {
     if (!frame.PlanesUsable()) return ZT5_ERR_INVALID_PARAM;
     VideoFrame f = frame;
-    if (pContext->bNeedCrop && pContext->dwAlignCrop > 0) {
-        if (pContext->dwAlignCrop < f.width) {
-            f = f.Cut(0, 0, f.width - pContext->dwAlignCrop, f.height);
+    const ZT5AlignInfo &align = pContext->settings.align;
+    if (align.bNeedCrop && align.dwAlignCrop > 0) {
+        if (align.dwAlignCrop < f.width) {
+            f = f.Cut(0, 0, f.width - align.dwAlignCrop, f.height);
         } else {
             MLogInfo("[%s]WinDisplay::SoftwareYUVRender align crop %u not below width %u, ignored\r\n", MLOG_TAG,
-                     pContext->dwAlignCrop, f.width);
+                     align.dwAlignCrop, f.width);
         }
     }
     f.KeepBoxesInside();

@@ -7,6 +7,7 @@
 #include "ZT5Config.h"
 #include "ZT5Errors.h"
 #include "ZT5Records.h"
+#include "DisplaySettings.h"
 #include "VideoFrame.h"
 
 // Ids only the front end sends to the manager (a namespace of their own).
@@ -30,8 +31,8 @@ struct MDisplayCaps {
 };
 static_assert(sizeof(MDisplayCaps) == 32, "caps record is 32 bytes");
 
-// Native window as the lower layers carry it: an X11 Window id here.
-typedef uintptr_t MWindowHandle;
+// Native window as the lower layers carry it (MWindowHandle): an X11
+// Window id here.
 
 class FrameMailbox;
 
@@ -54,6 +55,12 @@ public:
     // every render object it makes), and the news that the mailbox changed:
     // one more frame posted, or (bNewFrame false) the kept one cut anew.
     virtual void attachMailbox(FrameMailbox *pMailbox) = 0;
+    // The display's settings, the whole value, kept and applied whole to
+    // every renderer this object brings up; dwChanged names the parameter
+    // that was just set (0: none), which takes effect at once, also when its
+    // value is the one already kept (a cruise switched on again after a
+    // touch ended it).
+    virtual void applySettings(const DisplaySettings &settings, MDWord dwChanged) = 0;
     virtual void framePosted(bool bNewFrame) = 0;
 };
 
@@ -77,6 +84,10 @@ MRESULT MDisplayMgrSetShow(MDisplayHandle h, MDWord bShow);
 MRESULT MDisplayMgrEraseRect(MWindowHandle hWnd, const ZT5Rect *prtErase, MDWord dwColor);
 MRESULT MDisplayMgrEraseRectEx(MWindowHandle hWnd, const ZT5Rect *prtErase, MDWord dwColor, MDWord bFullScreen);
 MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MDWord dwSize);
+// The display's settings as one value, dwChanged the parameter just set (0
+// for none): kept for the render objects made later, and handed to the one
+// that exists. A view above 10 is refused (2) and nothing changes.
+MRESULT MDisplayMgrSetSettings(MDisplayHandle h, const DisplaySettings *pSettings, MDWord dwChanged);
 MRESULT MDisplayMgrGetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MDWord dwSize);
 // 1 when the view of a FishEyeMode takes a rectangle around the lens circle
 // (a circle wider than the picture is high), 0 when a square or the frame.

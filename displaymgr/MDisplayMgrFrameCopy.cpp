@@ -46,7 +46,8 @@ MRESULT CallbackFEYUVData(DisplayContext *pContext, const VideoFrame &frame)
         MLogInfo("[%s]WinDisplay::CallbackFEYUVData, ZT5_ERR_INVALID_PARAM.\r\n", MLOG_TAG);
         return 4;
     }
-    if ((MLong)pContext->dwYUVBufferLen <= 0 || !pContext->pYUVBuffer || !pContext->hYUVBufferMutex) return 4;
+    const DisplaySettings &s = pContext->settings;
+    if ((MLong)s.dwYuvBufferLen <= 0 || !s.pYuvBuffer || !s.hYuvBufferMutex) return 4;
 
     // From here on the host's buffer takes the frame and nothing is drawn.
     if (!frame.PlanesUsable()) {
@@ -54,12 +55,12 @@ MRESULT CallbackFEYUVData(DisplayContext *pContext, const VideoFrame &frame)
         return 0;
     }
     const size_t needed = HostBytes(frame);
-    if (needed > pContext->dwYUVBufferLen) {
+    if (needed > s.dwYuvBufferLen) {
         MLogInfo("[%s]WinDisplay::CallbackFEYUVData buffer too short: %u bytes for %ux%u, frame dropped\r\n",
-                 MLOG_TAG, pContext->dwYUVBufferLen, frame.width, frame.height);
+                 MLOG_TAG, s.dwYuvBufferLen, frame.width, frame.height);
         return 0;
     }
-    uint8_t *dst = CopyPlane(frame, 0, pContext->pYUVBuffer);
+    uint8_t *dst = CopyPlane(frame, 0, s.pYuvBuffer);
     if (frame.layout == FrameLayout::NV12 || frame.layout == FrameLayout::NV21) {
         SplitPairs(frame, dst);
     } else {

@@ -31,7 +31,7 @@ static MRESULT SetViewport(DisplayContext *c, const ZT5Viewport *pViewport)
     if ((int64_t)pViewport->lWidth * pViewport->lHeight == 0) return 0;
 
     MMemCpy(c->pViewport, pViewport, sizeof(ZT5Viewport));
-    if (hWnd && (hWnd != c->hContext || c->bUseOpenGles)) c->hContext = hWnd;
+    if (hWnd && (hWnd != c->hContext || c->settings.bUseOpenGles)) c->hContext = hWnd;
     // The surface is made on the window the picture is to appear in: a new
     // window replaces the one of the first Init, or the rebuilt renderer
     // would draw into the old window again.
@@ -98,10 +98,7 @@ MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
         Forward(c, dwParamID, pParam);
         return 0;
 
-    case ZT5_CFG_DISPLAY_USE_OPENGLES:
-        c->bUseOpenGles = ReadWord(pParam);
-        return 0;
-
+    // Gestures: passed on, never kept.
     case ZT5_CFG_DISPLAY_UITOUCH_VELOCITY:
     case ZT5_CFG_DISPLAY_UITOUCH_MOVED:
     case ZT5_CFG_DISPLAY_UITOUCH_UP:
@@ -111,101 +108,35 @@ MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
         Forward(c, dwParamID, pParam);
         return 0;
 
-    case ZT5_CFG_DISPLAY_FISHEYE_MODE: {
-        MDWord dwMode = ReadWord(pParam);
-        // The renderer keeps its old view for a mode above 10; so does the
-        // crop here, so that crop and view stay matched.
-        if (dwMode > 10) {
-            MLogInfo("[%s]WinDisplay::MDisplayMgrSetParam FISHEYE_MODE %d refused\r\n", MLOG_TAG, (int)dwMode);
-            return ZT5_ERR_INVALID_PARAM;
-        }
-        Forward(c, dwParamID, pParam);
-        c->m_lFishEyeMode = (MLong)dwMode;
-        return 0;
-    }
-    case ZT5_CFG_DISPLAY_YUV_BUFFER:
-        c->pYUVBuffer = static_cast<unsigned char *>(pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_YUV_BUFFER_LEN:
-        c->dwYUVBufferLen = ReadWord(pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_YUV_BUFFER_MUTEX:
-        c->hYUVBufferMutex = pParam;
-        return 0;
-    case ZT5_CFG_DISPLAY_YUV_BUFFER_MODE:
-        c->dwYUVBufferMode = ReadWord(pParam);
-        return 0;
-
-    case ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE:
-        c->curiseMode = ReadWord(pParam);
-        Forward(c, dwParamID, pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY:
-        std::memcpy(&c->fCuriseVelocity, pParam, sizeof(float));
-        Forward(c, dwParamID, pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_UICALLBACK:
-        c->pUICallback = static_cast<ZT5UICallbackRecord *>(pParam);
-        Forward(c, dwParamID, pParam);
-        return 0;
-
-    case ZT5_CFG_DISPLAY_OPENGL_FULLVIEW:
-        c->bOpenGLFullView = ReadWord(pParam);
-        Forward(c, dwParamID, pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_FE_BASE_ANIMATION:
-        c->bEnableAnimation = ReadWord(pParam);
-        Forward(c, dwParamID, pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_FE_BG_STAR:
-        c->bNeedFEStar = ReadWord(pParam);
-        Forward(c, dwParamID, pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_FE_BG_CLOUD:
-        c->bNeedFEBgCloud = ReadWord(pParam);
-        Forward(c, dwParamID, pParam);
-        return 0;
+    // A restore: now, and again whenever a renderer comes up.
     case ZT5_CFG_DISPLAY_FE_CURRENTSTATUS:
         c->pFECurrentStatus = static_cast<FECurrentStatusData *>(pParam);
         Forward(c, dwParamID, pParam);
         return 0;
-    case ZT5_CFG_DISPLAY_ROTATION_ANGLE:
-        Forward(c, dwParamID, pParam);
-        c->dwRotation = ReadWord(pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_FE_PLATFORM:
-        c->dwFEPlatform = ReadWord(pParam);
-        Forward(c, dwParamID, pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_EAGL_LAYER:
-        c->pEAGLLayer = pParam;
-        Forward(c, dwParamID, pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_SCALE_RATIO:
-        c->dwScaleRatio = ReadWord(pParam);
-        Forward(c, dwParamID, pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_MAX_SCALE:
-        c->dwDisplayMaxScale = ReadWord(pParam);
-        Forward(c, dwParamID, pParam);
-        return 0;
-    case ZT5_CFG_DISPLAY_DISTORTION_PARAM:
-        c->pDistortionParam = pParam;
-        Forward(c, dwParamID, pParam);
-        return 0;
 
-    case ZT5_CFG_CODEC_ALIGNINFO: {
-        ZT5AlignInfo info;
-        std::memcpy(&info, pParam, sizeof(info));
-        c->bNeedCrop = info.bNeedCrop;
-        c->dwAlignCrop = info.dwAlignCrop;
-        return 0;
-    }
     default:
         // Among others the fullscreen flag, colour adjustment, scale
         // rectangle and multi display: not on this road.
         return 3;
     }
+}
+
+MRESULT MDisplayMgrSetSettings(MDisplayHandle h, const DisplaySettings *pSettings, MDWord dwChanged)
+{
+    if (!h || !pSettings) return ZT5_ERR_INVALID_PARAM;
+    // The renderer keeps its old view for a mode above 10: so does the
+    // value kept here, so that the cut of the frame and the view stay
+    // matched.
+    if (MDWord(pSettings->lFishEyeMode) > 10) {
+        MLogInfo("[%s]WinDisplay::MDisplayMgrSetSettings FISHEYE_MODE %d refused\r\n", MLOG_TAG,
+                 (int)pSettings->lFishEyeMode);
+        return ZT5_ERR_INVALID_PARAM;
+    }
+    // The first window of the host's, as long as no viewport brought another.
+    if (pSettings->hWindow != h->settings.hWindow && pSettings->hWindow) h->hNativeWindow = pSettings->hWindow;
+    h->settings = *pSettings;
+    if (h->pRender) h->pRender->applySettings(h->settings, dwChanged);
+    return 0;
 }
 
 MRESULT MDisplayMgrGetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MDWord dwSize)
@@ -225,7 +156,7 @@ MRESULT MDisplayMgrGetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
         if (c->pViewport) MMemCpy(pParam, c->pViewport, sizeof(ZT5Viewport));
         return 0;
     case ZT5_CFG_DISPLAY_USE_OPENGLES:
-        std::memcpy(pParam, &c->bUseOpenGles, sizeof(MDWord));
+        std::memcpy(pParam, &c->settings.bUseOpenGles, sizeof(MDWord));
         return 0;
     case ZT5_CFG_DISPLAY_GL_SNAPSHOT:
     case ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS:

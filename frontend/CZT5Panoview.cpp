@@ -50,32 +50,12 @@ CZT5Panoview::CZT5Panoview() : m_bSwitchPending(0), m_DrawFrameEvent(0)
     m_bClipToViewport = 0;
     m_AdjustValues[0] = m_AdjustValues[1] = m_AdjustValues[2] = -255;
     m_dwReserved15 = 1;
-    m_bUseOpenGles = 0;
-    m_bOpenGLFullView = 0;
-    m_lFishEyeMode = 0;
-    m_bEnableAnimation = 0;
-    m_bNeedFEBgCloud = 1;
-    m_bNeedFEBgStar = 1;
-    m_dwScaleRatio = 100;
-    m_dwDisplayMaxScale = 400;
-    m_pUICallback = nullptr;
     m_pTouchVelocity = nullptr;
     std::memset(&m_displayPinch, 0, sizeof(m_displayPinch));
     m_pDoubleTap = nullptr;
-    m_dwCuriseMode = 0;
-    m_curiseVelocity = 0.0f;
     m_pFEStatusDataDict = nullptr;
-    m_pYuvBuffer = nullptr;
-    m_dwYUVBufferLen = 0;
-    m_hYUVBufferMutex = nullptr;
-    m_dwYUVBufferMode = 0;
-    m_dwRotation = 0;
     m_bIsMultiDisplay = 0;
-    m_dwFEPlatform = 0;
-    m_pEaglLayer = nullptr;
-    m_pDistortionParam = nullptr;
     m_dwYuvMatrix = 0;
-    std::memset(&m_AlignInfo, 0, sizeof(m_AlignInfo));
     std::memset(&m_CodecHint, 0, sizeof(m_CodecHint));
     std::memset(&m_FishEyeParam, 0, sizeof(m_FishEyeParam));
     std::memset(&m_rectOpenglScale, 0, sizeof(m_rectOpenglScale));
@@ -146,47 +126,12 @@ int32_t CZT5Panoview::Init(const ZT5DisplayParam *pDisplayParam)
     m_bParamChanged = 1;
     m_bFullScreen = 0;
 
-    // Replay of the remembered parameters, in a fixed order, to the current
-    // handle only. The manager's answers don't matter here.
-    MDisplayHandle h = m_hCurDisplay;
-    MDisplayMgrSetParam(h, ZT5_CFG_PLUGINMGR_HDL, &m_hFirstWnd, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_USE_OPENGLES, &m_bUseOpenGles, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_OPENGL_FULLVIEW, &m_bOpenGLFullView, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_UICALLBACK, m_pUICallback, 60);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_FISHEYE_MODE, &m_lFishEyeMode, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY, m_pTouchVelocity, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_UITOUCH_VELOCITY, &m_displayPinch, 8);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_UITOUCH_DOUBLETAP, m_pDoubleTap, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, &m_dwCuriseMode, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY, &m_curiseVelocity, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_FE_CURRENTSTATUS, m_pFEStatusDataDict, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_FE_BASE_ANIMATION, &m_bEnableAnimation, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_FE_BG_STAR, &m_bNeedFEBgStar, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_FE_BG_CLOUD, &m_bNeedFEBgCloud, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_YUV_BUFFER_MODE, &m_dwYUVBufferMode, 4);
-    if (m_pYuvBuffer && m_dwYUVBufferLen > 0) {
-        MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_YUV_BUFFER, m_pYuvBuffer, 4);
-        MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_YUV_BUFFER_LEN, &m_dwYUVBufferLen, 4);
-        MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_YUV_BUFFER_MUTEX, m_hYUVBufferMutex, 4);
-        MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_YUV_BUFFER_MODE, &m_dwYUVBufferMode, 4);
-    }
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_ROTATION_ANGLE, &m_dwRotation, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_MULTI_DISPLAY, &m_bIsMultiDisplay, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_FE_PLATFORM, &m_dwFEPlatform, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_EAGL_LAYER, m_pEaglLayer, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_SCALE_RATIO, &m_dwScaleRatio, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_MAX_SCALE, &m_dwDisplayMaxScale, 4);
-    MDisplayMgrSetParam(h, ZT5_CFG_DISPLAY_DISTORTION_PARAM, m_pDistortionParam, 4);
-    m_Overlay.Replay([h](MDWord id, void *p) { MDisplayMgrSetParam(h, id, p, OverlayPayloadSize(id)); });
-    // The decoder's alignment, told before Init, describes the frames to come.
-    if (m_AlignInfo.bNeedCrop || m_AlignInfo.dwAlignCrop) MDisplayMgrSetParam(h, ZT5_CFG_CODEC_ALIGNINFO, &m_AlignInfo, 8);
-    // The colour matrix is a property of the stream, so both handles get it;
-    // a new handle starts with the default and needs no word for it.
-    if (m_dwYuvMatrix != 0) {
-        MDisplayMgrSetParam(m_hDisplayHigh, ZT5_CFG_DISPLAY_YUV_MATRIX, &m_dwYuvMatrix, 4);
-        if (m_hDisplayLow != m_hDisplayHigh)
-            MDisplayMgrSetParam(m_hDisplayLow, ZT5_CFG_DISPLAY_YUV_MATRIX, &m_dwYuvMatrix, 4);
-    }
+    // The settings given so far go down as one value; the first window is
+    // the one the surface is made on.
+    m_Settings.hWindow = m_hFirstWnd;
+    PostSettings(0);
+    m_Overlay.Replay([this](MDWord id, void *p) { MDisplayMgrSetParam(m_hCurDisplay, id, p, OverlayPayloadSize(id)); });
+    if (m_pFEStatusDataDict) MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FE_CURRENTSTATUS, m_pFEStatusDataDict, 4);
 
     MLogInfo("[%s]CZT5Panoview::Init out\r\n", MLOG_TAG);
     return 0;
@@ -267,7 +212,7 @@ int32_t CZT5Panoview::DrawFrame(void *pBuffer, const ZT5FrameInfo *pFrameInfo, u
         }
 
         // The codec's own frame road: the plain view with a frame callback.
-        if (m_lFishEyeMode < 1 && m_pfnFrameCallback && m_pFrameCallbackData && pBuffer) {
+        if (m_Settings.lFishEyeMode < 1 && m_pfnFrameCallback && m_pFrameCallbackData && pBuffer) {
             if (m_Benchmark.IsEnabled()) m_Benchmark.Start(kBenchFrame);
             res = m_pfnFrameCallback(pBuffer, m_pFrameCallbackData);
             if (m_Benchmark.IsEnabled()) m_Benchmark.Stop(kBenchFrame, 1);
@@ -425,6 +370,7 @@ int32_t CZT5Panoview::ShowDisplayOverlay(uint32_t bShow)
             if (next != m_hCurDisplay) {
                 m_hCurDisplay = next;
                 m_bSwitchPending.store(1, std::memory_order_relaxed);
+                PostSettings(0); // the handle now current has the display's settings
             }
         }
         inited = m_bInited;
@@ -460,6 +406,7 @@ MRESULT CZT5Panoview::SwtichDisplayHandle(MDWord bHigh)
         if (next != m_hCurDisplay) {
             m_hCurDisplay = next;
             m_bSwitchPending.store(1, std::memory_order_relaxed);
+            PostSettings(0); // the handle now current has the display's settings
         }
     }
 

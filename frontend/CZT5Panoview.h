@@ -47,6 +47,9 @@ private:
     MRESULT ApplyCoverCrop(ZT5Rect &rtPicture);
     FrameBox LensBoxIn(const ZT5Rect &rtPicture, bool bRectangle) const;
     void SetLensBoxes(const ZT5Rect &rtPicture);
+    // Hands the settings value to the current handle; dwChanged names the
+    // parameter that was just set (0 for none).
+    void PostSettings(MDWord dwChanged);
     void RedescribeKeptFrame();
     void SendMgrFrameInfo(const ZT5FrameInfo &info);
 
@@ -118,35 +121,19 @@ private:
     MDWord m_bClipToViewport;
     MLong m_AdjustValues[3];
     MDWord m_dwReserved15;
-    MDWord m_bUseOpenGles;
-    MDWord m_bOpenGLFullView;
-    MLong m_lFishEyeMode;
-    MDWord m_bEnableAnimation;
-    MDWord m_bNeedFEBgCloud;
-    MDWord m_bNeedFEBgStar;
-    MDWord m_dwScaleRatio;
-    MDWord m_dwDisplayMaxScale;
-    void *m_pUICallback;
+    // The settings that go down as one value (the view, cruise, scale,
+    // callback, the host's buffer road, the decoder's alignment, ...).
+    DisplaySettings m_Settings;
+    // Gestures the host gave as records: kept, never replayed.
     void *m_pTouchVelocity;
     ZT5TouchPinch m_displayPinch;
     void *m_pDoubleTap;
-    MDWord m_dwCuriseMode;
-    float m_curiseVelocity;
-    void *m_pFEStatusDataDict;
-    void *m_pYuvBuffer;
-    MDWord m_dwYUVBufferLen;
-    void *m_hYUVBufferMutex;
-    MDWord m_dwYUVBufferMode;
-    MDWord m_dwRotation;
+    void *m_pFEStatusDataDict; // the last state to restore
     MDWord m_bIsMultiDisplay;
-    MDWord m_dwFEPlatform;
-    void *m_pEaglLayer;
-    void *m_pDistortionParam;
     // Font path, face names, option and list, background colour, logo:
     // copies of what the host may free, replayed at Init.
     COverlaySettings m_Overlay;
     MDWord m_dwYuvMatrix; // ZT5_CFG_DISPLAY_YUV_MATRIX word
-    ZT5AlignInfo m_AlignInfo;
     ZT5CodecHint m_CodecHint;
     ZT5FishEyeParam m_FishEyeParam;
     ZT5Rect m_rectOpenglScale;

@@ -214,7 +214,7 @@ void CZT5Panoview::SetLensBoxes(const ZT5Rect &rtPicture)
     m_rtLensPicture = rtPicture;
     m_Frame.lensSquare = LensBoxIn(rtPicture, false);
     m_Frame.lensRectangle = LensBoxIn(rtPicture, true);
-    const bool bRectangle = MDisplayMgrLensBoxIsRectangle(m_lFishEyeMode) != 0;
+    const bool bRectangle = MDisplayMgrLensBoxIsRectangle(m_Settings.lFishEyeMode) != 0;
     const FrameBox &b = bRectangle ? m_Frame.lensRectangle : m_Frame.lensSquare;
     m_dwFEStartX = b.x;
     m_dwFEStartY = b.y;

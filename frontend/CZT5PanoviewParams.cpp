@@ -28,6 +28,12 @@ const MDWord kBenchFrame = 6;
 
 } // namespace
 
+void CZT5Panoview::PostSettings(MDWord dwChanged)
+{
+    // Under m_DataMutex (the callers hold it).
+    if (m_hCurDisplay) MDisplayMgrSetSettings(m_hCurDisplay, &m_Settings, dwChanged);
+}
+
 void CZT5Panoview::Forward(MDWord id, void *pValue, MDWord size)
 {
     FrontendLock lock(m_DataMutex);
@@ -273,7 +279,7 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
         Forward(dwParamID, pValue, 4);
         return 0;
 
-    // Single words: remembered for the next Init, then passed on.
+    // Settings: kept in the one value, which goes down whole.
     case ZT5_CFG_DISPLAY_USE_OPENGLES:
     case ZT5_CFG_DISPLAY_FISHEYE_MODE:
     case ZT5_CFG_DISPLAY_YUV_BUFFER_LEN:
@@ -285,64 +291,65 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
     case ZT5_CFG_DISPLAY_FE_BG_STAR:
     case ZT5_CFG_DISPLAY_FE_BG_CLOUD:
     case ZT5_CFG_DISPLAY_ROTATION_ANGLE:
-    case ZT5_CFG_DISPLAY_MULTI_DISPLAY:
     case ZT5_CFG_DISPLAY_FE_PLATFORM:
     case ZT5_CFG_DISPLAY_SCALE_RATIO:
-    case ZT5_CFG_DISPLAY_MAX_SCALE: {
+    case ZT5_CFG_DISPLAY_MAX_SCALE:
+    case ZT5_CFG_DISPLAY_YUV_BUFFER:
+    case ZT5_CFG_DISPLAY_YUV_BUFFER_MUTEX:
+    case ZT5_CFG_DISPLAY_EAGL_LAYER:
+    case ZT5_CFG_DISPLAY_DISTORTION_PARAM:
+    case ZT5_CFG_DISPLAY_UICALLBACK:
+    case ZT5_CFG_CODEC_ALIGNINFO: {
         const MDWord v = ReadU32(pValue);
-        {
-            FrontendLock lock(m_DataMutex);
-            switch (dwParamID) {
-            case ZT5_CFG_DISPLAY_USE_OPENGLES: m_bUseOpenGles = v; break;
-            case ZT5_CFG_DISPLAY_FISHEYE_MODE: m_lFishEyeMode = (MLong)v; break;
-            case ZT5_CFG_DISPLAY_YUV_BUFFER_LEN: m_dwYUVBufferLen = v; break;
-            case ZT5_CFG_DISPLAY_YUV_BUFFER_MODE: m_dwYUVBufferMode = v; break;
-            case ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE: m_dwCuriseMode = v; break;
-            case ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY: std::memcpy(&m_curiseVelocity, &v, 4); break;
-            case ZT5_CFG_DISPLAY_OPENGL_FULLVIEW: m_bOpenGLFullView = v; break;
-            case ZT5_CFG_DISPLAY_FE_BASE_ANIMATION: m_bEnableAnimation = v; break;
-            case ZT5_CFG_DISPLAY_FE_BG_STAR: m_bNeedFEBgStar = v; break;
-            case ZT5_CFG_DISPLAY_FE_BG_CLOUD: m_bNeedFEBgCloud = v; break;
-            case ZT5_CFG_DISPLAY_ROTATION_ANGLE: m_dwRotation = v; break;
-            case ZT5_CFG_DISPLAY_MULTI_DISPLAY: m_bIsMultiDisplay = v; break;
-            case ZT5_CFG_DISPLAY_FE_PLATFORM: m_dwFEPlatform = v; break;
-            case ZT5_CFG_DISPLAY_SCALE_RATIO: m_dwScaleRatio = v; break;
-            case ZT5_CFG_DISPLAY_MAX_SCALE: m_dwDisplayMaxScale = v; break;
-            }
+        // A view the renderer doesn't have is refused here, before it is kept.
+        if (dwParamID == ZT5_CFG_DISPLAY_FISHEYE_MODE && v > 10) return ZT5_ERR_INVALID_PARAM;
+        FrontendLock lock(m_DataMutex);
+        DisplaySettings &s = m_Settings;
+        switch (dwParamID) {
+        case ZT5_CFG_DISPLAY_USE_OPENGLES: s.bUseOpenGles = v; break;
+        case ZT5_CFG_DISPLAY_FISHEYE_MODE: s.lFishEyeMode = (MLong)v; break;
+        case ZT5_CFG_DISPLAY_YUV_BUFFER_LEN: s.dwYuvBufferLen = v; break;
+        case ZT5_CFG_DISPLAY_YUV_BUFFER_MODE: s.dwYuvBufferMode = v; break;
+        case ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE: s.bCruise = v; break;
+        case ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY: std::memcpy(&s.fCruiseVelocity, &v, 4); break;
+        case ZT5_CFG_DISPLAY_OPENGL_FULLVIEW: s.bFullView = v; break;
+        case ZT5_CFG_DISPLAY_FE_BASE_ANIMATION: s.bAnimation = v; break;
+        case ZT5_CFG_DISPLAY_FE_BG_STAR: s.bStar = v; break;
+        case ZT5_CFG_DISPLAY_FE_BG_CLOUD: s.bCloud = v; break;
+        case ZT5_CFG_DISPLAY_ROTATION_ANGLE: s.dwRotation = v; break;
+        case ZT5_CFG_DISPLAY_FE_PLATFORM: s.dwFEPlatform = v; break;
+        case ZT5_CFG_DISPLAY_SCALE_RATIO: s.dwScaleRatio = v; break;
+        case ZT5_CFG_DISPLAY_MAX_SCALE: s.dwMaxScale = v; break;
+        // Pointers: the host's memory must live as long as the display.
+        case ZT5_CFG_DISPLAY_YUV_BUFFER: s.pYuvBuffer = static_cast<unsigned char *>(pValue); break;
+        case ZT5_CFG_DISPLAY_YUV_BUFFER_MUTEX: s.hYuvBufferMutex = pValue; break;
+        case ZT5_CFG_DISPLAY_EAGL_LAYER: s.pEaglLayer = pValue; break;
+        case ZT5_CFG_DISPLAY_DISTORTION_PARAM: s.pDistortion = static_cast<ZT5DistortionParam *>(pValue); break;
+        case ZT5_CFG_DISPLAY_UICALLBACK: s.pCallback = static_cast<ZT5UICallbackRecord *>(pValue); break;
+        case ZT5_CFG_CODEC_ALIGNINFO: std::memcpy(&s.align, pValue, sizeof(s.align)); break;
         }
-        Forward(dwParamID, pValue, 4);
+        PostSettings(dwParamID);
+        return 0;
+    }
+    case ZT5_CFG_DISPLAY_MULTI_DISPLAY: {
+        FrontendLock lock(m_DataMutex);
+        m_bIsMultiDisplay = ReadU32(pValue);
         return 0;
     }
 
-    // Pointers kept: the host's memory must live as long as the display.
-    case ZT5_CFG_DISPLAY_YUV_BUFFER:
+    // Gestures given as records, and a state to restore: kept and passed on.
     case ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY:
-    case ZT5_CFG_DISPLAY_YUV_BUFFER_MUTEX:
     case ZT5_CFG_DISPLAY_UITOUCH_DOUBLETAP:
-    case ZT5_CFG_DISPLAY_FE_CURRENTSTATUS:
-    case ZT5_CFG_DISPLAY_EAGL_LAYER:
-    case ZT5_CFG_DISPLAY_DISTORTION_PARAM: {
+    case ZT5_CFG_DISPLAY_FE_CURRENTSTATUS: {
         {
             FrontendLock lock(m_DataMutex);
             switch (dwParamID) {
-            case ZT5_CFG_DISPLAY_YUV_BUFFER: m_pYuvBuffer = pValue; break;
             case ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY: m_pTouchVelocity = pValue; break;
-            case ZT5_CFG_DISPLAY_YUV_BUFFER_MUTEX: m_hYUVBufferMutex = pValue; break;
             case ZT5_CFG_DISPLAY_UITOUCH_DOUBLETAP: m_pDoubleTap = pValue; break;
             case ZT5_CFG_DISPLAY_FE_CURRENTSTATUS: m_pFEStatusDataDict = pValue; break;
-            case ZT5_CFG_DISPLAY_EAGL_LAYER: m_pEaglLayer = pValue; break;
-            case ZT5_CFG_DISPLAY_DISTORTION_PARAM: m_pDistortionParam = pValue; break;
             }
         }
         Forward(dwParamID, pValue, 4);
-        return 0;
-    }
-    case ZT5_CFG_DISPLAY_UICALLBACK: {
-        {
-            FrontendLock lock(m_DataMutex);
-            m_pUICallback = pValue;
-        }
-        Forward(dwParamID, pValue, 60);
         return 0;
     }
     case ZT5_CFG_CODEC_FRAME_CALLBACK: {
@@ -351,14 +358,6 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
         FrontendLock lock(m_DataMutex);
         m_pfnFrameCallback = cb.pfnCallback;
         m_pFrameCallbackData = cb.pUserData;
-        return 0;
-    }
-    case ZT5_CFG_CODEC_ALIGNINFO: {
-        {
-            FrontendLock lock(m_DataMutex);
-            std::memcpy(&m_AlignInfo, pValue, sizeof(m_AlignInfo));
-        }
-        Forward(dwParamID, pValue, 8);
         return 0;
     }
     case ZT5_CFG_CODEC_HINT: {

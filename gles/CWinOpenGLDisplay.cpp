@@ -437,10 +437,12 @@ MRESULT CWinOpenGLDisplay::Internal_Init()
     bool bCreateRefused = mDisplayContext.fnCreateCallback &&
                           mDisplayContext.fnCreateCallback(&mDisplayContext, mDisplayContext.pUserData) != 0;
     if (!bCreateRefused) {
-        m_pRenderer->setConfig(ZT5_CFG_DISPLAY_DISTORTION_PARAM, m_pDistortionParam.load());
-        MDWord dwPlatform = m_dwFEPlatform.load();
-        m_pRenderer->setConfig(ZT5_CFG_DISPLAY_FE_PLATFORM, &dwPlatform);
-        m_pRenderer->setConfig(ZT5_CFG_DISPLAY_UICALLBACK, m_pUICallback.load());
+        // The settings, applied whole to the renderer as it comes up: the
+        // ones its views are made with first, then the view's own.
+        const DisplaySettings settings = Settings();
+        ApplySetting(settings, ZT5_CFG_DISPLAY_DISTORTION_PARAM);
+        ApplySetting(settings, ZT5_CFG_DISPLAY_FE_PLATFORM);
+        ApplySetting(settings, ZT5_CFG_DISPLAY_UICALLBACK);
 
         MLong w, h;
         MDWord rotation;
@@ -458,17 +460,14 @@ MRESULT CWinOpenGLDisplay::Internal_Init()
         // Mode first, then the switches that reach only the half sphere once
         // it is current, then the scale settings, so that they land on the
         // view of the wanted mode.
-        m_pRenderer->SetFishEyeCruiseState(m_curiseMode.load() != 0 ? 1 : 0);
-        m_pRenderer->SetFishEyeCruiseVelocity(m_curiseVelocity.load());
-        m_pRenderer->SetFishEyeMode(m_lFishEyeMode.load());
-        m_pRenderer->SetDisBackGroundSts(m_bNeedFEBgCloud.load() != 0, m_bNeedFEBgStar.load() != 0);
-        m_pRenderer->SetInitAnimalSts(m_bEnableAnimation.load() != 0);
-        MDWord dwFullView = m_bIsOpenGLFullView.load();
-        MDWord dwScale = m_dwScaleRatio.load();
-        MDWord dwMaxScale = m_dwDisplayMaxScale.load();
-        m_pRenderer->setConfig(ZT5_CFG_DISPLAY_OPENGL_FULLVIEW, &dwFullView);
-        m_pRenderer->setConfig(ZT5_CFG_DISPLAY_SCALE_RATIO, &dwScale);
-        m_pRenderer->setConfig(ZT5_CFG_DISPLAY_MAX_SCALE, &dwMaxScale);
+        ApplySetting(settings, ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE);
+        ApplySetting(settings, ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY);
+        m_pRenderer->SetFishEyeMode(settings.lFishEyeMode);
+        m_pRenderer->SetDisBackGroundSts(settings.bCloud != 0, settings.bStar != 0);
+        m_pRenderer->SetInitAnimalSts(settings.bAnimation != 0);
+        ApplySetting(settings, ZT5_CFG_DISPLAY_OPENGL_FULLVIEW);
+        ApplySetting(settings, ZT5_CFG_DISPLAY_SCALE_RATIO);
+        ApplySetting(settings, ZT5_CFG_DISPLAY_MAX_SCALE);
         if (res == 0) {
             m_bOpenGLInited.store(1, std::memory_order_release);
             return 0;
@@ -524,19 +523,21 @@ MRESULT CWinOpenGLDisplay::Internal_SetDC()
 
 void CWinOpenGLDisplay::Internal_ChangeMode()
 {
-    MLogInfo("[%s] CWinOpenGLDisplay::Internal_ChangeMode mode %d", MLOG_TAG, int(m_lFishEyeMode.load()));
+    const DisplaySettings settings = Settings();
+    MLogInfo("[%s] CWinOpenGLDisplay::Internal_ChangeMode mode %d", MLOG_TAG, int(settings.lFishEyeMode));
     if (!m_bShow.load()) {
         MLogInfo("[%s] CWinOpenGLDisplay::Internal_ChangeMode show is disabled", MLOG_TAG);
         return;
     }
-    m_pRenderer->SetFishEyeMode(m_lFishEyeMode.load());
-    m_pRenderer->SetDisBackGroundSts(m_bNeedFEBgCloud.load() != 0, m_bNeedFEBgStar.load() != 0);
-    m_pRenderer->SetInitAnimalSts(m_bEnableAnimation.load() != 0);
+    m_pRenderer->SetFishEyeMode(settings.lFishEyeMode);
+    m_pRenderer->SetDisBackGroundSts(settings.bCloud != 0, settings.bStar != 0);
+    m_pRenderer->SetInitAnimalSts(settings.bAnimation != 0);
 }
 
 bool CWinOpenGLDisplay::Internal_CaptureFrame()
 {
-    MLogInfo("[%s] CWinOpenGLDisplay::Internal_CaptureFrame mode %d", MLOG_TAG, int(m_lFishEyeMode.load()));
+    MLogInfo("[%s] CWinOpenGLDisplay::Internal_CaptureFrame mode %d", MLOG_TAG,
+             int(m_pRenderer->GetFishEyeMode()));
     if (!m_bShow.load()) {
         MLogInfo("[%s] CWinOpenGLDisplay::Internal_CaptureFrame show is disabled", MLOG_TAG);
         return false;
@@ -587,24 +588,6 @@ MRESULT CWinOpenGLDisplay::setConfig(MDWord dwID, void *pValue)
 void CWinOpenGLDisplay::SetConfigValue(MDWord dwID, void *pValue)
 {
     switch (dwID) {
-    case ZT5_CFG_DISPLAY_FISHEYE_MODE:
-        if (!pValue) break;
-        m_lFishEyeMode.store(*static_cast<const MLong *>(pValue));
-        if (m_bOpenGLESRendererInited.load()) Handshake(OP_CHANGEMODE);
-        break;
-    case ZT5_CFG_DISPLAY_ROTATION_ANGLE:
-        if (pValue) m_dwDisplayRotation.store(*static_cast<const MDWord *>(pValue));
-        break;
-    case ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE:
-        if (!pValue) break;
-        m_curiseMode.store(*static_cast<const MDWord *>(pValue));
-        m_pRenderer->SetFishEyeCruiseState(m_curiseMode.load() != 0 ? 1 : 0);
-        break;
-    case ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY:
-        if (!pValue) break;
-        m_curiseVelocity.store(*static_cast<const float *>(pValue));
-        m_pRenderer->SetFishEyeCruiseVelocity(m_curiseVelocity.load());
-        break;
     case ZT5_CFG_DISPLAY_UITOUCH_VELOCITY: {
         if (!pValue) break;
         const ZT5TouchPinch *pPinch = static_cast<const ZT5TouchPinch *>(pValue);
@@ -660,43 +643,8 @@ void CWinOpenGLDisplay::SetConfigValue(MDWord dwID, void *pValue)
         m_pRenderer->OnTouchMove(p[0], p[1], p[2], p[3]);
         break;
     }
-    case ZT5_CFG_DISPLAY_FE_BASE_ANIMATION:
-        if (pValue) m_bEnableAnimation.store(*static_cast<const MDWord *>(pValue));
-        break;
-    case ZT5_CFG_DISPLAY_FE_BG_CLOUD:
-        if (pValue) m_bNeedFEBgCloud.store(*static_cast<const MDWord *>(pValue));
-        break;
-    case ZT5_CFG_DISPLAY_FE_BG_STAR:
-        if (pValue) m_bNeedFEBgStar.store(*static_cast<const MDWord *>(pValue));
-        break;
-    case ZT5_CFG_DISPLAY_FE_PLATFORM:
-        if (pValue) m_dwFEPlatform.store(*static_cast<const MDWord *>(pValue));
-        break;
-    case ZT5_CFG_DISPLAY_UICALLBACK:
-        if (pValue) m_pUICallback.store(static_cast<ZT5UICallbackRecord *>(pValue));
-        m_pRenderer->setConfig(dwID, m_pUICallback.load());
-        break;
     case ZT5_CFG_DISPLAY_FE_CURRENTSTATUS:
         m_pRenderer->setConfig(dwID, pValue);
-        break;
-    case ZT5_CFG_DISPLAY_OPENGL_FULLVIEW:
-        if (!pValue) break;
-        m_bIsOpenGLFullView.store(*static_cast<const MDWord *>(pValue));
-        m_pRenderer->setConfig(dwID, pValue);
-        break;
-    case ZT5_CFG_DISPLAY_SCALE_RATIO:
-        if (!pValue) break;
-        m_dwScaleRatio.store(*static_cast<const MDWord *>(pValue));
-        m_pRenderer->setConfig(dwID, pValue);
-        break;
-    case ZT5_CFG_DISPLAY_MAX_SCALE:
-        if (!pValue) break;
-        m_dwDisplayMaxScale.store(*static_cast<const MDWord *>(pValue));
-        m_pRenderer->setConfig(dwID, pValue);
-        break;
-    case ZT5_CFG_DISPLAY_DISTORTION_PARAM:
-        if (pValue) m_pDistortionParam.store(static_cast<ZT5DistortionParam *>(pValue));
-        m_pRenderer->setConfig(dwID, m_pDistortionParam.load());
         break;
     case ZT5_CFG_PLUGINMGR_HDL:
         m_pRenderer->setConfig(dwID, pValue);
@@ -723,6 +671,58 @@ void CWinOpenGLDisplay::SetConfigValue(MDWord dwID, void *pValue)
     default:
         // Overlay settings: kept for the next Internal_Init, and passed on.
         m_Overlay.Store(dwID, pValue, [this](MDWord id, void *p) { m_pRenderer->setConfig(id, p); });
+        break;
+    }
+}
+
+DisplaySettings CWinOpenGLDisplay::Settings()
+{
+    RequestLock lock(m_hRequestLock);
+    return m_Settings;
+}
+
+void CWinOpenGLDisplay::applySettings(const DisplaySettings &settings, MDWord dwChanged)
+{
+    {
+        RequestLock lock(m_hRequestLock);
+        m_Settings = settings;
+    }
+    if (!m_pRenderer || !dwChanged) return;
+    if (dwChanged == ZT5_CFG_DISPLAY_FISHEYE_MODE) {
+        // The view switches on the render thread before this returns.
+        if (m_bOpenGLESRendererInited.load()) Handshake(OP_CHANGEMODE);
+    } else {
+        ApplySetting(settings, dwChanged);
+    }
+    // What the window shows may change, or a motion start: draw once more
+    // (a still view changes nothing by being drawn again).
+    if (dwChanged != ZT5_CFG_DISPLAY_UICALLBACK && dwChanged != ZT5_CFG_DISPLAY_FE_PLATFORM) Wake();
+}
+
+void CWinOpenGLDisplay::ApplySetting(const DisplaySettings &s, MDWord dwID)
+{
+    switch (dwID) {
+    case ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE: m_pRenderer->SetFishEyeCruiseState(s.bCruise != 0 ? 1 : 0); break;
+    case ZT5_CFG_DISPLAY_AUTOCURISE_VELOCITY: m_pRenderer->SetFishEyeCruiseVelocity(s.fCruiseVelocity); break;
+    case ZT5_CFG_DISPLAY_FE_PLATFORM: {
+        MDWord v = s.dwFEPlatform;
+        m_pRenderer->setConfig(dwID, &v);
+        break;
+    }
+    case ZT5_CFG_DISPLAY_UICALLBACK: m_pRenderer->setConfig(dwID, s.pCallback); break;
+    case ZT5_CFG_DISPLAY_DISTORTION_PARAM: m_pRenderer->setConfig(dwID, s.pDistortion); break;
+    case ZT5_CFG_DISPLAY_OPENGL_FULLVIEW:
+    case ZT5_CFG_DISPLAY_SCALE_RATIO:
+    case ZT5_CFG_DISPLAY_MAX_SCALE: {
+        MDWord v = dwID == ZT5_CFG_DISPLAY_OPENGL_FULLVIEW ? s.bFullView
+                   : dwID == ZT5_CFG_DISPLAY_SCALE_RATIO  ? s.dwScaleRatio
+                                                          : s.dwMaxScale;
+        m_pRenderer->setConfig(dwID, &v);
+        break;
+    }
+    default:
+        // The switches of the half sphere are taken at the next view switch
+        // or start; the rest is kept only.
         break;
     }
 }

@@ -44,6 +44,7 @@ public:
     MRESULT Reset() override;
     void attachMailbox(FrameMailbox *pMailbox) override;
     void framePosted(bool bNewFrame) override;
+    void applySettings(const DisplaySettings &settings, MDWord dwChanged) override;
 
     MRESULT DoInit();
     MRESULT Uninit();
@@ -65,6 +66,11 @@ private:
     // Something changed what the window shows: draw again.
     void Wake();
     void SetConfigValue(MDWord dwID, void *pValue);
+    // Puts one setting of the value into the renderer as the parameter dwID
+    // would (the view, cruise, scale, callback, ...).
+    void ApplySetting(const DisplaySettings &s, MDWord dwID);
+    // The settings kept, copied under the request lock.
+    DisplaySettings Settings();
     void Serve(MLong op, bool *pbDeferDone);
     void FinishRequest(MLong op);
     bool OnRenderThread() const;
@@ -96,16 +102,9 @@ private:
     std::atomic<MDWord> m_dwLastError{0};
     std::atomic<MDWord> bIsNewScaleMode{0};
     unsigned long m_dwParentThreadId = 0;
-    std::atomic<MDWord> m_dwDisplayRotation{0};
     MGLDisplayPinch m_displayPinch = {};
-    std::atomic<MDWord> m_curiseMode{0};
-    std::atomic<float> m_curiseVelocity{1.0f};
     float m_viewDoubleTap[2] = {0.0f, 0.0f};
-    std::atomic<MLong> m_lFishEyeMode{0};
     float m_touchPoint[4] = {0.0f, 0.0f, 0.0f, 0.0f};
-    std::atomic<MDWord> m_bEnableAnimation{1};
-    std::atomic<MDWord> m_bNeedFEBgCloud{1};
-    std::atomic<MDWord> m_bNeedFEBgStar{1};
     std::atomic<MDWord> m_bOpenGLESRendererInited{0};
     std::atomic<FrameMailbox *> m_pMailbox{nullptr};
     // Render thread: the mailbox's serial before this object's first frame,
@@ -114,12 +113,10 @@ private:
     MDWord m_dwSerialBase = 0;
     MDWord m_dwShownSerial = 0;
     ZT5Snapshot m_Snapshot = {};
-    std::atomic<MDWord> m_dwFEPlatform{0};
-    std::atomic<ZT5UICallbackRecord *> m_pUICallback{nullptr};
-    std::atomic<MDWord> m_bIsOpenGLFullView{0};
-    std::atomic<MDWord> m_dwScaleRatio{100};
-    std::atomic<MDWord> m_dwDisplayMaxScale{400};
-    std::atomic<ZT5DistortionParam *> m_pDistortionParam{nullptr};
+    // Under m_hRequestLock: the display's settings as the manager last gave
+    // them; the render thread copies them when it brings a renderer up or
+    // switches the view.
+    DisplaySettings m_Settings;
     // Overlay settings, replayed to the renderer whenever it comes up.
     COverlaySettings m_Overlay;
 

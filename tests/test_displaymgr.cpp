@@ -16,7 +16,14 @@ protected:
     void SetUp() override { ASSERT_NE(h = MDisplayMgrCreate(1), nullptr); }
     void TearDown() override { EXPECT_EQ(MDisplayMgrDelete(h), 0); }
     MRESULT Set(MDWord id, MDWord v) { return MDisplayMgrSetParam(h, id, &v, 4); }
+    // The settings value with one change.
+    MRESULT Settings(void (*change)(DisplaySettings &))
+    {
+        change(settings);
+        return MDisplayMgrSetSettings(h, &settings, 0);
+    }
     MDisplayHandle h = nullptr;
+    DisplaySettings settings;
 };
 
 } // namespace
@@ -48,15 +55,20 @@ TEST_F(DisplayMgr, ParameterTable)
                       MDWord(ZT5_CFG_CODEC_HINT), 0x12345678u})
         EXPECT_EQ(MDisplayMgrSetParam(h, id, payload, 4), 3) << std::hex << id;
     EXPECT_EQ(MDisplayMgrGetParam(h, ZT5_CFG_DISPLAY_FISHEYE_MODE, payload, 4), 3);
-    // A view the renderer would refuse is refused here too, so that crop and
-    // view stay matched.
-    EXPECT_EQ(Set(ZT5_CFG_DISPLAY_FISHEYE_MODE, 11), ZT5_ERR_INVALID_PARAM);
-    EXPECT_EQ(Set(ZT5_CFG_DISPLAY_FISHEYE_MODE, 0xFFFFFFFFu), ZT5_ERR_INVALID_PARAM);
-    EXPECT_EQ(Set(ZT5_CFG_DISPLAY_FISHEYE_MODE, 10), 0);
-    // Gestures and store-only settings are taken.
-    for (MDWord id : {ZT5_CFG_DISPLAY_UITOUCH_DOWN, ZT5_CFG_DISPLAY_SCALE_RATIO, ZT5_CFG_DISPLAY_FE_PLATFORM,
-                      ZT5_CFG_DISPLAY_YUV_BUFFER_MODE, ZT5_CFG_DISPLAY_ROTATION_ANGLE, ZT5_CFG_CODEC_ALIGNINFO})
+    // Settings come as one value; a view the renderer would refuse is
+    // refused here too, and nothing of that value is kept.
+    EXPECT_EQ(MDisplayMgrSetSettings(h, nullptr, 0), ZT5_ERR_INVALID_PARAM);
+    EXPECT_EQ(Settings([](DisplaySettings &s) { s.lFishEyeMode = 11, s.bUseOpenGles = 1; }), ZT5_ERR_INVALID_PARAM);
+    MDWord kept = 7;
+    EXPECT_EQ(MDisplayMgrGetParam(h, ZT5_CFG_DISPLAY_USE_OPENGLES, &kept, 4), 0);
+    EXPECT_EQ(kept, 0u) << "a refused value changes nothing";
+    EXPECT_EQ(Settings([](DisplaySettings &s) { s.lFishEyeMode = -1; }), ZT5_ERR_INVALID_PARAM);
+    EXPECT_EQ(Settings([](DisplaySettings &s) { s.lFishEyeMode = 10, s.bUseOpenGles = 0; }), 0);
+    // Gestures and restores are taken one by one; settings by id are not.
+    for (MDWord id : {ZT5_CFG_DISPLAY_UITOUCH_DOWN, ZT5_CFG_DISPLAY_FE_CURRENTSTATUS})
         EXPECT_EQ(MDisplayMgrSetParam(h, id, payload, 8), 0) << std::hex << id;
+    for (MDWord id : {ZT5_CFG_DISPLAY_SCALE_RATIO, ZT5_CFG_DISPLAY_FISHEYE_MODE, ZT5_CFG_CODEC_ALIGNINFO})
+        EXPECT_EQ(MDisplayMgrSetParam(h, id, payload, 8), 3) << std::hex << id;
 
     // Read back: the caps, the switch, the last viewport that had an area.
     MDisplayCaps caps;
@@ -69,7 +81,7 @@ TEST_F(DisplayMgr, ParameterTable)
     MDWord gl = 7;
     EXPECT_EQ(MDisplayMgrGetParam(h, ZT5_CFG_DISPLAY_USE_OPENGLES, &gl, 4), 0);
     EXPECT_EQ(gl, 0u);
-    EXPECT_EQ(Set(ZT5_CFG_DISPLAY_USE_OPENGLES, 1), 0);
+    EXPECT_EQ(Settings([](DisplaySettings &s) { s.bUseOpenGles = 1; }), 0);
     EXPECT_EQ(MDisplayMgrGetParam(h, ZT5_CFG_DISPLAY_USE_OPENGLES, &gl, 4), 0);
     EXPECT_EQ(gl, 1u);
     ZT5Viewport vp = {0x4a00001, 90, 0, 2, 10, 20, 300, 200, {}}, announce = {0x4b00002, 0, 0, 1, 0, 0, 0, 0, {}}, back;
@@ -103,6 +115,6 @@ TEST_F(DisplayMgr, BlitGates)
     EXPECT_EQ(MDisplayMgrBlit(nullptr, &frame, &rc, nullptr, 0), ZT5_ERR_INVALID_PARAM);
     EXPECT_EQ(MDisplayMgrBlit(h, &frame, &rc, &rc, 0), 0) << "the OpenGL road is off";
     EXPECT_EQ(MDisplayMgrSetShow(h, 0), 0);
-    EXPECT_EQ(Set(ZT5_CFG_DISPLAY_USE_OPENGLES, 1), 0);
+    EXPECT_EQ(Settings([](DisplaySettings &s) { s.bUseOpenGles = 1; }), 0);
     EXPECT_EQ(MDisplayMgrBlit(h, &frame, &rc, &rc, 0), 0) << "hidden";
 }
