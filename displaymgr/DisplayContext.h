@@ -25,7 +25,6 @@ struct DisplayContext {
 
     MWindowHandle hContext = 0;      // last non-null window of a viewport; 0: no surface yet
     MWindowHandle hNativeWindow = 0; // window the EGL surface is made on
-    COverlaySettings overlay;        // font, faces, background colour, logo
     FECurrentStatusData *pFECurrentStatus = nullptr; // restored whenever a renderer comes up; not owned
 };
 

@@ -11,6 +11,7 @@
 #define PANOVIEW_DISPLAYSETTINGS_H
 
 #include "MRuntime.h"
+#include "OverlaySettings.h"
 #include "ZT5Records.h"
 
 typedef uintptr_t MWindowHandle;
@@ -44,6 +45,10 @@ struct DisplaySettings {
     void *hYuvBufferMutex = nullptr;
     // The decoder's alignment columns, cut off each frame.
     ZT5AlignInfo align = {};
+
+    // What the views draw over the picture (faces, labels, logo) and the
+    // background colour.
+    COverlaySettings overlay;
 };
 
 #endif

@@ -142,15 +142,14 @@ MRESULT MDisplayMgrRecut(MDisplayHandle h, const FrameBox *pSquare, const FrameB
     return 0;
 }
 
-// What a new render object needs before init: the mailbox, the settings,
-// the window, the overlays.
+// What a new render object needs before init: the mailbox, the settings
+// (overlays among them), the window.
 static void FeedRenderObject(DisplayContext *c)
 {
     IZT5VideoRenderer *r = c->pRender;
     r->attachMailbox(&c->mailbox);
     r->applySettings(c->settings, 0);
     r->setConfig(ZT5_CFG_PLUGINMGR_HDL, reinterpret_cast<void *>(c->hNativeWindow));
-    c->overlay.Replay([r](MDWord id, void *p) { r->setConfig(id, p); });
 }
 
 // Makes (if needed), feeds and starts the render object. 0 when it is up,

@@ -57,10 +57,6 @@ MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
     if (!h || !pParam) return ZT5_ERR_INVALID_PARAM;
     DisplayContext *c = h;
 
-    // Overlay settings: kept (copies of what the front end may free) and
-    // passed on.
-    if (c->overlay.Store(dwParamID, pParam, [c](MDWord id, void *p) { Forward(c, id, p); })) return 0;
-
     switch (dwParamID) {
     case M_DISPLAY_PARAM_VIEWPORT:
         return SetViewport(c, static_cast<const ZT5Viewport *>(pParam));

@@ -24,6 +24,35 @@ COverlaySettings::~COverlaySettings()
     MMemFree(m_Logo.pData);
 }
 
+COverlaySettings::COverlaySettings(const COverlaySettings &other)
+{
+    *this = other;
+}
+
+COverlaySettings &COverlaySettings::operator=(const COverlaySettings &other)
+{
+    if (this == &other) return *this;
+    // The owned names are copied; a copy that fails leaves the value
+    // without it, as if the host had never given it.
+    MMemFree(m_pFontPath);
+    MMemFree(m_Logo.pData);
+    m_dwSet = other.m_dwSet;
+    m_pFontPath = other.m_pFontPath ? CopyName(other.m_pFontPath, std::strlen(other.m_pFontPath)) : nullptr;
+    if (other.m_pFontPath && !m_pFontPath) m_dwSet &= ~MDWord(kFontPath);
+    m_pFaceMutex = other.m_pFaceMutex;
+    m_pFaceInfo = other.m_pFaceInfo;
+    m_dwFaceOption = other.m_dwFaceOption;
+    m_dwBackColor = other.m_dwBackColor;
+    m_Logo = other.m_Logo;
+    m_Logo.pData = other.m_Logo.pData ? CopyName(static_cast<const char *>(other.m_Logo.pData), other.m_Logo.dwDataSize)
+                                      : nullptr;
+    if (other.m_Logo.pData && !m_Logo.pData) m_dwSet &= ~MDWord(kLogo);
+    m_FaceList = other.m_FaceList;
+    m_FaceList.pFaces = m_Faces;
+    MMemCpy(m_Faces, other.m_Faces, sizeof(m_Faces));
+    return *this;
+}
+
 bool COverlaySettings::IsOverlayId(MDWord dwID)
 {
     switch (dwID) {
@@ -49,16 +78,9 @@ bool COverlaySettings::FaceListValid(const ZT5FaceList *pList)
     return true;
 }
 
-bool COverlaySettings::Store(MDWord dwID, const void *pValue, const Sink &forward)
+bool COverlaySettings::Store(MDWord dwID, const void *pValue)
 {
-    if (!IsOverlayId(dwID)) return false;
-    std::lock_guard<std::mutex> lock(m_Lock);
-    if (pValue && StoreLocked(dwID, pValue) && forward) ForwardLocked(dwID, forward);
-    return true;
-}
-
-bool COverlaySettings::StoreLocked(MDWord dwID, const void *pValue)
-{
+    if (!pValue) return false;
     switch (dwID) {
     case ZT5_CFG_DISPLAY_FONT_PATH: {
         const char *p = static_cast<const char *>(pValue);
@@ -117,7 +139,7 @@ bool COverlaySettings::StoreLocked(MDWord dwID, const void *pValue)
     }
 }
 
-void COverlaySettings::ForwardLocked(MDWord dwID, const Sink &sink) const
+void COverlaySettings::Forward(MDWord dwID, const Sink &sink) const
 {
     // The payload points into the store: the sink reads it, never writes.
     void *p = nullptr;
@@ -142,6 +164,5 @@ void COverlaySettings::Replay(const Sink &sink) const
                                     ZT5_CFG_DISPLAY_BACK_COLOR,  ZT5_CFG_DISPLAY_LOGO_DATA,
                                     ZT5_CFG_DISPLAY_FACE_LIST};
     if (!sink) return;
-    std::lock_guard<std::mutex> lock(m_Lock);
-    for (MDWord id : kOrder) ForwardLocked(id, sink);
+    for (MDWord id : kOrder) Forward(id, sink);
 }

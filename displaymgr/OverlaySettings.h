@@ -1,18 +1,17 @@
-// The overlay settings of a display as one layer keeps them for the layer
-// below: font path, host name list and its mutex, face option, background
-// colour, logo and face list. Each layer that must replay them to a rebuilt
-// layer below (front end, manager, render object, renderer) holds one.
+// The overlay settings of a display, a value within its DisplaySettings:
+// font path, host name list and its mutex, face option, background colour,
+// logo and face list.
 //
 // What the host may free is copied: the font path, the logo record with its
-// file name, the face list with its records. The name list and its mutex
-// are the host's and stay pointers. Values travel down with the payload of
-// their id, pointing into this store's copies: the layer below reads them
-// during the call and copies what it keeps.
+// file name, the face list with its records; a copy of the value copies
+// them again. The name list and its mutex are the host's and stay pointers.
+// Values reach the views as the payload of their id, pointing into this
+// value: the view reads them during the call and copies what it keeps. The
+// value has no lock: its owner's lock guards it.
 #ifndef PANOVIEW_OVERLAYSETTINGS_H
 #define PANOVIEW_OVERLAYSETTINGS_H
 
 #include <functional>
-#include <mutex>
 
 #include "MRuntime.h"
 #include "ZT5Config.h"
@@ -25,6 +24,8 @@ public:
 
     COverlaySettings() = default;
     ~COverlaySettings();
+    COverlaySettings(const COverlaySettings &other);
+    COverlaySettings &operator=(const COverlaySettings &other);
 
     static bool IsOverlayId(MDWord dwID);
 
@@ -32,27 +33,19 @@ public:
     // records present when counted, every name ending within its 32 bytes.
     static bool FaceListValid(const ZT5FaceList *pList);
 
-    // Stores the value of an overlay id and, when it changed the store,
-    // hands the stored value to `forward` before another thread may store
-    // again (so that two threads setting one id leave the layer below with
-    // the value kept here). False for an id that isn't an overlay id.
-    // Refused without change: a null payload; a face list that isn't valid;
-    // a logo record without a name.
-    bool Store(MDWord dwID, const void *pValue, const Sink &forward = Sink());
+    // Stores the value of an overlay id; false when nothing was stored: an
+    // id that isn't an overlay id, a null payload, a face list that isn't
+    // valid, a logo record without a name.
+    bool Store(MDWord dwID, const void *pValue);
 
+    // Hands the stored value of one id to `sink`, if the host gave one.
+    void Forward(MDWord dwID, const Sink &sink) const;
     // Hands every value stored so far to `sink`, in one fixed order: font
     // path, mutex, name list, option, background colour, logo, face list
     // (the mutex before the list it guards).
     void Replay(const Sink &sink) const;
 
 private:
-    COverlaySettings(const COverlaySettings &) = delete;
-    COverlaySettings &operator=(const COverlaySettings &) = delete;
-
-    bool StoreLocked(MDWord dwID, const void *pValue);
-    void ForwardLocked(MDWord dwID, const Sink &sink) const;
-
-    mutable std::mutex m_Lock;
     // One flag a value: set once the host gave it, so that a replay doesn't
     // invent values the host never set.
     enum : MDWord {

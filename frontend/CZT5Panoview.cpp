@@ -130,7 +130,6 @@ int32_t CZT5Panoview::Init(const ZT5DisplayParam *pDisplayParam)
     // the one the surface is made on.
     m_Settings.hWindow = m_hFirstWnd;
     PostSettings(0);
-    m_Overlay.Replay([this](MDWord id, void *p) { MDisplayMgrSetParam(m_hCurDisplay, id, p, OverlayPayloadSize(id)); });
     if (m_pFEStatusDataDict) MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FE_CURRENTSTATUS, m_pFEStatusDataDict, 4);
 
     MLogInfo("[%s]CZT5Panoview::Init out\r\n", MLOG_TAG);

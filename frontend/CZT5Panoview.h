@@ -66,7 +66,6 @@ private:
     MRESULT SetZoom(MDWord dwValue);
     MRESULT SetDisplayRecord(const ZT5DisplayParam *pParam);
     MRESULT SetOverlay(MDWord id, const void *pValue);
-    static MDWord OverlayPayloadSize(MDWord id);
     void Forward(MDWord id, void *pValue, MDWord size);
     MDWord PresentZoom() const;
 
@@ -130,9 +129,6 @@ private:
     void *m_pDoubleTap;
     void *m_pFEStatusDataDict; // the last state to restore
     MDWord m_bIsMultiDisplay;
-    // Font path, face names, option and list, background colour, logo:
-    // copies of what the host may free, replayed at Init.
-    COverlaySettings m_Overlay;
     MDWord m_dwYuvMatrix; // ZT5_CFG_DISPLAY_YUV_MATRIX word
     ZT5CodecHint m_CodecHint;
     ZT5FishEyeParam m_FishEyeParam;

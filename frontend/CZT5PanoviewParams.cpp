@@ -77,25 +77,14 @@ MRESULT CZT5Panoview::SetDisplayRecord(const ZT5DisplayParam *pParam)
     return 0;
 }
 
-MDWord CZT5Panoview::OverlayPayloadSize(MDWord id)
-{
-    switch (id) {
-    case ZT5_CFG_DISPLAY_LOGO_DATA: return 24;
-    case ZT5_CFG_DISPLAY_FACE_LIST: return sizeof(ZT5FaceList);
-    default: return 4;
-    }
-}
-
-// Overlay settings: checked here (the manager's answers are ignored on the
-// way down), copied, and passed on with the copy.
+// Overlay settings: checked, copied into the settings value, which goes
+// down whole.
 MRESULT CZT5Panoview::SetOverlay(MDWord id, const void *pValue)
 {
     if (id == ZT5_CFG_DISPLAY_FACE_LIST && !COverlaySettings::FaceListValid(static_cast<const ZT5FaceList *>(pValue)))
         return ZT5_ERR_INVALID_PARAM;
     FrontendLock lock(m_DataMutex);
-    m_Overlay.Store(id, pValue, [this](MDWord dwID, void *p) {
-        if (m_hCurDisplay) MDisplayMgrSetParam(m_hCurDisplay, dwID, p, OverlayPayloadSize(dwID));
-    });
+    if (m_Settings.overlay.Store(id, pValue)) PostSettings(id);
     return 0;
 }
 

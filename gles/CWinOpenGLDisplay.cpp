@@ -455,7 +455,7 @@ MRESULT CWinOpenGLDisplay::Internal_Init()
         res = m_pRenderer->Initialize(&mDisplayContext, w, h, rotation);
         // The plain view exists now and is current: it gets the overlay
         // settings before any other mode is made.
-        m_Overlay.Replay([this](MDWord id, void *p) { m_pRenderer->setConfig(id, p); });
+        settings.overlay.Replay([this](MDWord id, void *p) { m_pRenderer->setConfig(id, p); });
 
         // Mode first, then the switches that reach only the half sphere once
         // it is current, then the scale settings, so that they land on the
@@ -669,8 +669,6 @@ void CWinOpenGLDisplay::SetConfigValue(MDWord dwID, void *pValue)
         if (pValue) bIsNewScaleMode.store(*static_cast<const MDWord *>(pValue));
         break;
     default:
-        // Overlay settings: kept for the next Internal_Init, and passed on.
-        m_Overlay.Store(dwID, pValue, [this](MDWord id, void *p) { m_pRenderer->setConfig(id, p); });
         break;
     }
 }
@@ -721,6 +719,9 @@ void CWinOpenGLDisplay::ApplySetting(const DisplaySettings &s, MDWord dwID)
         break;
     }
     default:
+        // Overlays: the value's payload, read by the views during the call.
+        if (COverlaySettings::IsOverlayId(dwID))
+            s.overlay.Forward(dwID, [this](MDWord id, void *p) { m_pRenderer->setConfig(id, p); });
         // The switches of the half sphere are taken at the next view switch
         // or start; the rest is kept only.
         break;

@@ -117,8 +117,6 @@ private:
     // them; the render thread copies them when it brings a renderer up or
     // switches the view.
     DisplaySettings m_Settings;
-    // Overlay settings, replayed to the renderer whenever it comes up.
-    COverlaySettings m_Overlay;
 
     // Under m_hRequestLock: a requester's code is in mRequestOp and not yet
     // served. A frame posted meanwhile stores its planes but leaves the code
