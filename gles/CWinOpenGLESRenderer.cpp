@@ -323,6 +323,7 @@ void CWinOpenGLESRenderer::Uninitialize()
     for (int i = 0; i < GL_RENDER_MODE_COUNT; i++) delete effects[i];
 
     m_FrameTextures.Reset();
+    m_lSurfaceWidth = m_lSurfaceHeight = 0;
     m_bDrawn = false;
     m_dwDisplayWidth = 0;
     m_dwDisplayHeight = 0;
@@ -374,11 +375,19 @@ void CWinOpenGLESRenderer::Render(const VideoFrame &frame, bool bNewPixels, MDWo
     // query of it fails: the display waits for the next window.
     if (m_WindowWatch.Gone()) return;
     if (!MakeCurrent()) return;
-    EGLint w = 0, h = 0;
-    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &w)) return;
-    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_HEIGHT, &h)) return;
-    m_lSurfaceWidth = w;
-    m_lSurfaceHeight = h;
+    // The surface's size is asked only after the window was resized (or
+    // mapped), and for a few draws after that: a driver may take the new
+    // size only at a swap.
+    if (m_WindowWatch.TakeResized()) m_nSizeQueries = kSizeQueriesAfterResize;
+    if (m_nSizeQueries > 0 || m_lSurfaceWidth <= 0 || m_lSurfaceHeight <= 0) {
+        EGLint qw = 0, qh = 0;
+        if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &qw)) return;
+        if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_HEIGHT, &qh)) return;
+        m_lSurfaceWidth = qw;
+        m_lSurfaceHeight = qh;
+        if (m_nSizeQueries > 0) m_nSizeQueries--;
+    }
+    const EGLint w = m_lSurfaceWidth, h = m_lSurfaceHeight;
     if (w != m_dwDisplayWidth || h != m_dwDisplayHeight) {
         m_dwDisplayWidth = w;
         m_dwDisplayHeight = h;

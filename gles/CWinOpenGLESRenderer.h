@@ -147,8 +147,12 @@ private:
     WindowWatch m_WindowWatch; // render thread
     EGLConfig m_eglConfig = nullptr;
     MGLDisplayContext *m_pDisplayContext = nullptr;
+    // Render thread: the surface's size as last asked, and how many more
+    // draws ask again (a resize was seen).
     EGLint m_lSurfaceWidth = 0;
     EGLint m_lSurfaceHeight = 0;
+    int m_nSizeQueries = 0;
+    static constexpr int kSizeQueriesAfterResize = 3;
     MLong m_Width = 0;
     MLong m_Height = 0;
     MLong m_dwDisplayWidth = 0;

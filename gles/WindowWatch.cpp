@@ -28,6 +28,7 @@ void WindowWatch::Stop()
     m_window = 0;
     m_bGone = false;
     m_bExposed = false;
+    m_bResized = true;
 }
 
 bool WindowWatch::Exists()
@@ -49,9 +50,12 @@ void WindowWatch::Poll()
     while (xcb_generic_event_t *ev = xcb_poll_for_event(m_pConnection)) {
         switch (ev->response_type & 0x7f) {
         case XCB_EXPOSE:
+            m_bExposed = true;
+            break;
         case XCB_MAP_NOTIFY:
         case XCB_CONFIGURE_NOTIFY:
             m_bExposed = true;
+            m_bResized = true;
             break;
         case XCB_DESTROY_NOTIFY:
             m_bGone = true;
@@ -69,6 +73,16 @@ bool WindowWatch::TakeExposed()
     const bool bExposed = m_bExposed;
     m_bExposed = false;
     return bExposed;
+}
+
+bool WindowWatch::TakeResized()
+{
+    Poll();
+    // Without a connection of its own the watch hears nothing: every draw
+    // must look at the surface.
+    const bool bResized = m_bResized || !m_pConnection;
+    m_bResized = false;
+    return bResized;
 }
 
 bool WindowWatch::Gone()

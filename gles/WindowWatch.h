@@ -30,6 +30,10 @@ public:
     // True when the window was exposed, mapped or resized since the last
     // call. Never blocks.
     bool TakeExposed();
+    // True when the window was resized or mapped since the last call, or
+    // when nothing is watched (no connection): then any draw may find a new
+    // size. Never blocks.
+    bool TakeResized();
     // False once the window is known to be destroyed: asks the server (one
     // round trip) unless its destruction was seen already. A surface whose
     // window is gone must not be read: the driver's read of it crashes.
@@ -46,6 +50,7 @@ private:
     uint32_t m_window = 0;
     bool m_bGone = false;
     bool m_bExposed = false;
+    bool m_bResized = true; // the first draw asks for the size
     void Poll(); // takes the queued events
 };
 
