@@ -57,6 +57,8 @@ struct DisplayContext {
     MWindowHandle hNativeWindow = 0;   // window the EGL surface is made on
     COverlaySettings overlay;          // font, faces, background colour, logo
     MDWord dwYuvMatrix = 0;            // ZT5_CFG_DISPLAY_YUV_MATRIX word; 0 is the render object's default
+    CZT5Event *pDrawnEvent = nullptr;  // the front end's; not owned
+    MDWord dwOffscreenSize[2] = {0, 0}; // a display without a window draws at this size; 0 x 0: needs one
 
     // Strides of the planes of the current blit. A stride shorter than a
     // tightly packed row (or 0) means tightly packed.

@@ -173,6 +173,8 @@ static void FeedRenderObject(DisplayContext *c)
     r->setConfig(ZT5_CFG_DISPLAY_MAX_SCALE, &c->dwDisplayMaxScale);
     r->setConfig(ZT5_CFG_DISPLAY_DISTORTION_PARAM, c->pDistortionParam);
     r->setConfig(ZT5_CFG_PLUGINMGR_HDL, reinterpret_cast<void *>(c->hNativeWindow));
+    r->setConfig(ZT5_CFG_DISPLAY_OFFSCREEN_SIZE, c->dwOffscreenSize);
+    r->setConfig(M_DISPLAY_PARAM_DRAWN_EVENT, c->pDrawnEvent);
     c->overlay.Replay([r](MDWord id, void *p) { r->setConfig(id, p); });
     // A new render object converts with the default until told otherwise.
     if (c->dwYuvMatrix != 0) r->setConfig(ZT5_CFG_DISPLAY_YUV_MATRIX, &c->dwYuvMatrix);

@@ -15,6 +15,9 @@
 #define M_DISPLAY_PARAM_ADJUST 7
 #define M_DISPLAY_PARAM_CONTINUEBUF 9
 #define M_DISPLAY_PARAM_FRAMEINFO 11
+// A CZT5Event of the front end's, signalled by the render thread after each
+// draw; passed on to the render object under the same id.
+#define M_DISPLAY_PARAM_DRAWN_EVENT 12
 
 // Display caps record, 32 bytes; the manager fills words 3, 4 and 7.
 struct MDisplayCaps {

@@ -217,6 +217,17 @@ MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
         Forward(c, dwParamID, &c->dwYuvMatrix);
         return 0;
 
+    case M_DISPLAY_PARAM_DRAWN_EVENT:
+        c->pDrawnEvent = static_cast<CZT5Event *>(pParam);
+        Forward(c, dwParamID, pParam);
+        return 0;
+
+    case ZT5_CFG_DISPLAY_OFFSCREEN_SIZE:
+        // Taken by the next render object made; a running one keeps its
+        // target.
+        std::memcpy(c->dwOffscreenSize, pParam, sizeof(c->dwOffscreenSize));
+        return 0;
+
     case ZT5_CFG_CODEC_ALIGNINFO: {
         ZT5AlignInfo info;
         std::memcpy(&info, pParam, sizeof(info));
@@ -259,6 +270,9 @@ MRESULT MDisplayMgrGetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
         // caller's variable is left alone.
         if (c->pRender) c->pRender->getConfig(dwParamID, pParam);
         return 0;
+    case ZT5_CFG_DISPLAY_PICTURE:
+        // The render object's answer is the host's.
+        return c->pRender ? c->pRender->getConfig(dwParamID, pParam) : ZT5_ERR_NOT_READY;
     default:
         return 3;
     }

@@ -1,6 +1,7 @@
 // Construction, Init/Uninit, the frame road and the two display handles.
 #include "CZT5Panoview.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "FrontendLock.h"
@@ -80,6 +81,8 @@ CZT5Panoview::CZT5Panoview() : m_bSwitchPending(0), m_DrawFrameEvent(0)
     m_pEaglLayer = nullptr;
     m_pDistortionParam = nullptr;
     m_dwYuvMatrix = 0;
+    m_dwOffscreenSize[0] = m_dwOffscreenSize[1] = 0;
+    m_dwOffscreenDrawn[0] = m_dwOffscreenDrawn[1] = 0;
     std::memset(&m_AlignInfo, 0, sizeof(m_AlignInfo));
     std::memset(&m_CodecHint, 0, sizeof(m_CodecHint));
     std::memset(&m_FishEyeParam, 0, sizeof(m_FishEyeParam));
@@ -93,6 +96,16 @@ CZT5Panoview::~CZT5Panoview()
     DeleteDisplayHandles();
     // The mutexes, the event, the benchmark and the overlay copies go with
     // the members.
+}
+
+void CZT5Panoview::ApplyOffscreenRects()
+{
+    // The picture of a display without a window is all there is to show:
+    // screen and clip are the off-screen size, whatever the record said.
+    if (!OffScreen()) return;
+    const ZT5Rect all = {0, 0, MLong(m_dwOffscreenDrawn[0]), MLong(m_dwOffscreenDrawn[1])};
+    m_DisplayParam.rtScreen = all;
+    m_DisplayParam.rtClip = all;
 }
 
 void CZT5Panoview::ClearGeometry()
@@ -133,6 +146,9 @@ int32_t CZT5Panoview::Init(const ZT5DisplayParam *pDisplayParam)
 
     std::memcpy(&m_DisplayParam, pDisplayParam, sizeof(m_DisplayParam));
     if (m_hFirstWnd == 0) m_hFirstWnd = m_DisplayParam.hWnd;
+    // Without a window, the size set before is where the display draws.
+    for (int i = 0; i < 2; i++) m_dwOffscreenDrawn[i] = m_DisplayParam.hWnd == 0 ? m_dwOffscreenSize[i] : 0;
+    ApplyOffscreenRects();
 
     MRESULT res = CheckDisplayRects();
     if (res != 0) {
@@ -192,6 +208,16 @@ int32_t CZT5Panoview::Init(const ZT5DisplayParam *pDisplayParam)
         if (m_hDisplayLow != m_hDisplayHigh)
             MDisplayMgrSetParam(m_hDisplayLow, ZT5_CFG_DISPLAY_YUV_MATRIX, &m_dwYuvMatrix, 4);
     }
+    // Both handles tell the front end of their draws, for readers of pictures.
+    MDisplayMgrSetParam(m_hDisplayHigh, M_DISPLAY_PARAM_DRAWN_EVENT, &m_DrawnEvent, sizeof(void *));
+    if (m_hDisplayLow != m_hDisplayHigh)
+        MDisplayMgrSetParam(m_hDisplayLow, M_DISPLAY_PARAM_DRAWN_EVENT, &m_DrawnEvent, sizeof(void *));
+    // So is where the display draws: both handles draw off-screen.
+    if (OffScreen()) {
+        MDisplayMgrSetParam(m_hDisplayHigh, ZT5_CFG_DISPLAY_OFFSCREEN_SIZE, m_dwOffscreenDrawn, 8);
+        if (m_hDisplayLow != m_hDisplayHigh)
+            MDisplayMgrSetParam(m_hDisplayLow, ZT5_CFG_DISPLAY_OFFSCREEN_SIZE, m_dwOffscreenDrawn, 8);
+    }
 
     MLogInfo("[%s]CZT5Panoview::Init out\r\n", MLOG_TAG);
     return 0;
@@ -213,6 +239,7 @@ int32_t CZT5Panoview::Uninit()
 
     m_hCurDisplay = nullptr;
     std::memset(&m_DisplayParam, 0, sizeof(m_DisplayParam));
+    m_dwOffscreenDrawn[0] = m_dwOffscreenDrawn[1] = 0;
     ClearGeometry();
     std::memset(&m_Viewport, 0, sizeof(m_Viewport));
     std::memset(&m_MgrFrameInfo, 0, sizeof(m_MgrFrameInfo));
@@ -240,7 +267,7 @@ int32_t CZT5Panoview::DrawFrame(void *pBuffer, const ZT5FrameInfo *pFrameInfo, u
     const MDWord signalDone = m_bSwitchPending.load(std::memory_order_relaxed);
 
     do {
-        if (m_DisplayParam.hWnd == 0) {
+        if (m_DisplayParam.hWnd == 0 && !OffScreen()) {
             res = ZT5_ERR_NOT_READY;
             break;
         }
@@ -334,6 +361,38 @@ int32_t CZT5Panoview::DrawFrame(void *pBuffer, const ZT5FrameInfo *pFrameInfo, u
     m_DataMutex.Unlock();
     if (signalDone) m_DrawFrameEvent.Signal();
     return res;
+}
+
+MRESULT CZT5Panoview::ReadPicture(ZT5Picture *pPicture)
+{
+    if (!pPicture->pBuffer) return ZT5_ERR_INVALID_PARAM;
+    if (pPicture->dwCSType != ZT5_FRAME_CS_I420 && pPicture->dwCSType != ZT5_SNAPSHOT_RGBA)
+        return ZT5_ERR_INVALID_PARAM;
+    // Ordinal 0: whatever is shown, once anything is.
+    const MDWord dwWanted = pPicture->dwFrameOrdinal;
+    const MDWord dwStart = MGetTickCount();
+    for (;;) {
+        // Reset before the look: a draw after it signals, and the wait
+        // below returns at once.
+        m_DrawnEvent.Reset();
+        {
+            FrontendLock lock(m_DataMutex);
+            if (!m_hCurDisplay) return ZT5_ERR_NOT_READY;
+            ZT5RenderStats stats = {};
+            MDisplayMgrGetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_RENDER_STATS, &stats, sizeof(stats));
+            const bool bReady = dwWanted == 0 ? stats.dwDraws > 0 : stats.dwNewestDrawn >= dwWanted;
+            // Read under the lock, as a snapshot: the handle and its render
+            // object stay as they are meanwhile.
+            if (bReady) return MDisplayMgrGetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_PICTURE, pPicture, sizeof(*pPicture));
+        }
+        // The frame isn't drawn yet. Wait with no lock held, so that the
+        // host's thread can post it: the render thread signals each draw.
+        // A signal taken by another reader costs at most one slice.
+        const MDWord dwWaited = MGetTickCount() - dwStart;
+        if (dwWaited >= pPicture->dwWaitMs) return ZT5_ERR_TIMEOUT;
+        const MDWord kSliceMs = 50;
+        m_DrawnEvent.Wait(std::min(pPicture->dwWaitMs - dwWaited, kSliceMs));
+    }
 }
 
 MRESULT CZT5Panoview::RefreshDisplay()

@@ -70,7 +70,8 @@ MRESULT CWinOpenGLDisplay::init(MDWord dwReserved, char *pText, MDWord dwCSType,
     (void)pText;
     (void)dwCSType;
     (void)bContinueBuf;
-    if (!hContext) return 0;
+    // Without a window only a display with an off-screen size can draw.
+    if (!hContext && !m_bOffscreen.load()) return 0;
     {
         std::lock_guard<std::recursive_mutex> hs(m_HandshakeLock);
         RequestLock lock(m_hRequestLock);
@@ -288,6 +289,7 @@ void CWinOpenGLDisplay::FinishRequest(MLong op)
             break;
         case OP_CHANGEMODE:
         case OP_CAPTUREFRAME:
+        case OP_PICTURE:
             next = (m_bOpenGLESRendererInited.load() && !m_bPlanesStale) ? OP_BLIT : OP_NULL;
             break;
         default:
@@ -299,7 +301,7 @@ void CWinOpenGLDisplay::FinishRequest(MLong op)
     // A request other than a snapshot changes what the window shows (a new
     // view, a new surface or viewport): draw it. A snapshot reads the
     // picture as it stands and changes nothing.
-    if (op != OP_CAPTUREFRAME) m_bRedraw.store(true);
+    if (op != OP_CAPTUREFRAME && op != OP_PICTURE) m_bRedraw.store(true);
     MEventSignal(m_hDoneEvent);
 }
 
@@ -330,6 +332,10 @@ void CWinOpenGLDisplay::Serve(MLong op, bool *pbDeferDone)
         } else {
             *pbDeferDone = Internal_CaptureFrame();
         }
+        break;
+    case OP_PICTURE:
+        if (!pbDeferDone) StorePicture(m_pRenderer->ReadPicture(m_pPicture));
+        else *pbDeferDone = Internal_Picture();
         break;
     default:
         break;
@@ -366,8 +372,8 @@ uintptr_t CWinOpenGLDisplay::Run()
             continue;
         }
         const bool bCanDraw = op == OP_BLIT && m_bOpenGLESRendererInited.load();
-        if (bCanDraw && (m_bRedraw.load() || m_bViewMoving || m_bCaptureDeferred)) {
-            if (m_bViewMoving && !m_bCaptureDeferred) {
+        if (bCanDraw && (m_bRedraw.load() || m_bViewMoving || m_bCaptureDeferred || m_bPictureDeferred)) {
+            if (m_bViewMoving && !m_bCaptureDeferred && !m_bPictureDeferred) {
                 // Motion is counted in draws: while the view moves, draws
                 // start kPacingNs apart. A new frame meanwhile waits for the
                 // next step (the newest wins) rather than adding a step. On
@@ -396,6 +402,16 @@ uintptr_t CWinOpenGLDisplay::Run()
                 StoreCapture(pBuffer, w, h, res);
                 m_bCaptureDeferred = false;
                 FinishRequest(OP_CAPTUREFRAME);
+            }
+            if (m_bPictureDeferred) {
+                MRESULT res = 0;
+                if (!m_pRenderer->TakeArmedPicture(&res)) {
+                    m_pRenderer->DisarmPicture();
+                    res = m_pRenderer->ReadPicture(m_pPicture);
+                }
+                StorePicture(res);
+                m_bPictureDeferred = false;
+                FinishRequest(OP_PICTURE);
             }
             continue;
         }
@@ -461,7 +477,10 @@ void CWinOpenGLDisplay::Internal_Blit()
         m_dwNewestDrawn.store(dwSerial, std::memory_order_release);
     }
     if (!bReleased) pFrameMutex->Unlock();
-    if (!bStale) m_pRenderer->DeliverHostEvents();
+    if (!bStale) {
+        if (CZT5Event *pDrawn = m_pDrawnEvent.load()) pDrawn->Signal();
+        m_pRenderer->DeliverHostEvents();
+    }
 }
 
 MRESULT CWinOpenGLDisplay::Internal_Init()
@@ -594,6 +613,31 @@ bool CWinOpenGLDisplay::Internal_CaptureFrame()
     return false;
 }
 
+bool CWinOpenGLDisplay::Internal_Picture()
+{
+    bool bWillDraw;
+    {
+        RequestLock lock(m_hRequestLock);
+        bWillDraw = m_bOpenGLESRendererInited.load() && m_bOpenGLInited.load() && !m_bPlanesStale &&
+                    m_pFrameMutex.load() != nullptr;
+    }
+    if (!m_pRenderer->CanReadAfterSwap() && bWillDraw) {
+        m_pRenderer->ArmPictureBeforeSwap(m_pPicture);
+        m_bPictureDeferred = true;
+        return true;
+    }
+    StorePicture(m_pRenderer->ReadPicture(m_pPicture));
+    return false;
+}
+
+void CWinOpenGLDisplay::StorePicture(MRESULT res)
+{
+    // The ordinal of the frame the last draw showed: the picture is of it
+    // (a draw and this read both run on this thread, one after the other).
+    if (res == 0) m_pPicture->dwFrameOrdinal = m_dwNewestDrawn.load(std::memory_order_relaxed);
+    m_lPictureResult = res;
+}
+
 void CWinOpenGLDisplay::StoreCapture(void *pBuffer, MDWord dwWidth, MDWord dwHeight, MRESULT res)
 {
     m_Snapshot.dwWidth = dwWidth;
@@ -613,7 +657,8 @@ MRESULT CWinOpenGLDisplay::setConfig(MDWord dwID, void *pValue)
     // picture or start a motion: draw once more (a still view changes
     // nothing by being drawn again).
     if (dwID != ZT5_CFG_DISPLAY_RENDER_MUTEX && dwID != ZT5_CFG_DISPLAY_UICALLBACK &&
-        dwID != ZT5_CFG_DISPLAY_FE_PLATFORM && dwID != ZT5_CFG_PLUGINMGR_HDL)
+        dwID != ZT5_CFG_DISPLAY_FE_PLATFORM && dwID != ZT5_CFG_PLUGINMGR_HDL && dwID != ZT5_CFG_DISPLAY_OFFSCREEN_SIZE &&
+        dwID != M_DISPLAY_PARAM_DRAWN_EVENT)
         Wake();
     return 0;
 }
@@ -738,6 +783,17 @@ void CWinOpenGLDisplay::SetConfigValue(MDWord dwID, void *pValue)
     case ZT5_CFG_PLUGINMGR_HDL:
         m_pRenderer->setConfig(dwID, pValue);
         break;
+    case M_DISPLAY_PARAM_DRAWN_EVENT:
+        m_pDrawnEvent.store(static_cast<CZT5Event *>(pValue));
+        break;
+    case ZT5_CFG_DISPLAY_OFFSCREEN_SIZE: {
+        // Two words; 0 x 0 (or none) is a display that needs its window.
+        if (!pValue) break;
+        const MDWord *pSize = static_cast<const MDWord *>(pValue);
+        m_bOffscreen.store(pSize[0] > 0 && pSize[1] > 0 ? 1 : 0);
+        m_pRenderer->setConfig(dwID, pValue);
+        break;
+    }
     case ZT5_CFG_PLAYER_RECT: {
         if (!pValue) break;
         const ZT5Rect *r = static_cast<const ZT5Rect *>(pValue);
@@ -804,6 +860,16 @@ MRESULT CWinOpenGLDisplay::getConfig(MDWord dwID, void *pValue)
     case ZT5_CFG_DISPLAY_MAX_SCALE:
         if (m_pRenderer) m_pRenderer->GetConfig(dwID, pValue);
         return 0;
+    case ZT5_CFG_DISPLAY_PICTURE: {
+        if (!m_pRenderer) return ZT5_ERR_NOT_READY;
+        std::lock_guard<std::recursive_mutex> hs(m_HandshakeLock);
+        if (!m_hThread) return ZT5_ERR_NOT_READY;
+        m_pPicture = static_cast<ZT5Picture *>(pValue);
+        m_lPictureResult = ZT5_ERR_NOT_READY;
+        Handshake(OP_PICTURE);
+        m_pPicture = nullptr;
+        return m_lPictureResult;
+    }
     case ZT5_CFG_DISPLAY_GL_SNAPSHOT:
         if (!m_pRenderer) return ZT5_ERR_ALREADY_INITED;
         Handshake(OP_CAPTUREFRAME);

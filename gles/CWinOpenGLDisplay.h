@@ -21,6 +21,7 @@ enum {
     OP_CHANGEMODE = 6,
     OP_CAPTUREFRAME = 7,
     OP_NOP = 8,
+    OP_PICTURE = 9,
 };
 
 struct MGLFrameRequest {
@@ -81,6 +82,9 @@ private:
     // Returns true when the capture will be finished by the next draw.
     bool Internal_CaptureFrame();
     void StoreCapture(void *pBuffer, MDWord dwWidth, MDWord dwHeight, MRESULT res);
+    // As Internal_CaptureFrame, for the picture of m_pPicture.
+    bool Internal_Picture();
+    void StorePicture(MRESULT res);
 
     MHandle m_hThread = nullptr;
     MHandle m_hRequestEvent = nullptr;
@@ -119,6 +123,8 @@ private:
     std::atomic<MDWord> m_dwScaleRatio{100};
     std::atomic<MDWord> m_dwDisplayMaxScale{400};
     std::atomic<ZT5DistortionParam *> m_pDistortionParam{nullptr};
+    // An off-screen size was given: init needs no window.
+    std::atomic<MDWord> m_bOffscreen{0};
     // Overlay settings, replayed to the renderer whenever it comes up.
     COverlaySettings m_Overlay;
 
@@ -134,6 +140,16 @@ private:
     std::recursive_mutex m_HandshakeLock;
     std::atomic<unsigned long> m_dwRenderThreadId{0};
     bool m_bCaptureDeferred = false; // render thread only
+    // The host's picture record of the request under way: written by the
+    // requester under m_HandshakeLock before the handshake, read and
+    // answered by the render thread until it signals done, which orders
+    // both ways.
+    ZT5Picture *m_pPicture = nullptr;
+    MRESULT m_lPictureResult = 0;
+    bool m_bPictureDeferred = false; // render thread only
+    // Signalled after every draw (the front end's event, which outlives
+    // this object): a reader of a picture waits on it for its frame.
+    std::atomic<CZT5Event *> m_pDrawnEvent{nullptr};
     std::atomic<MDWord> m_dwDrawCount{0};
     std::atomic<MDWord> m_dwFramesPosted{0};
     std::atomic<MDWord> m_dwFramesDrawn{0};

@@ -17,6 +17,8 @@
 #include "GlesRenderEffect.h"
 #include "WindowWatch.h"
 #include "MDisplayMgr.h"
+#include "PictureConverter.h"
+#include "RenderTarget.h"
 #include "MRuntime.h"
 #include "ZT5Records.h"
 
@@ -90,6 +92,20 @@ public:
     bool TakeArmedCapture(void **ppBuffer, MDWord *pWidth, MDWord *pHeight, MRESULT *pResult);
     void DisarmCapture() { m_bCaptureArmed = false; }
 
+    // The picture of the last draw into the host's record (its buffer, size
+    // and layout), converted on the GPU; fills the record's size and
+    // dimensions. 0; ZT5_ERR_INVALID_PARAM for a buffer too small or
+    // another layout (the record then says what is needed, the buffer is
+    // untouched); ZT5_ERR_NOT_READY before the first draw;
+    // ZT5_ERR_DISPLAY_CREATE when the context can't be made current.
+    MRESULT ReadPicture(ZT5Picture *pPicture);
+    // As the capture above: a surface that doesn't keep its content across
+    // the swap is read by the next Render, before its swap.
+    void ArmPictureBeforeSwap(ZT5Picture *pPicture) { m_pPictureArmed = pPicture; }
+    // True once a picture armed above was read; its result through pResult.
+    bool TakeArmedPicture(MRESULT *pResult);
+    void DisarmPicture() { m_pPictureArmed = nullptr; }
+
     // Any thread.
     MRESULT setConfig(MDWord dwID, void *pValue);
     MRESULT GetConfig(MDWord dwID, void *pValue);
@@ -127,6 +143,7 @@ private:
     // To the host at once, on the calling (gesture) thread, no lock held.
     void SendHostEvent(MDWord dwParamId, MDWord dwValue);
     MRESULT ReadSurface(void **ppBuffer, MDWord *pWidth, MDWord *pHeight); // GL part of a capture
+    MRESULT ReadPictureLocked(ZT5Picture *pPicture);                      // GL part of a picture
     MRESULT InitializeLocked(MGLDisplayContext *pDisplayContext, MLong lWidth, MLong lHeight);
 
     // Gesture entry points run on the host's thread while the render thread
@@ -140,7 +157,11 @@ private:
     std::unique_lock<std::recursive_mutex> LockViews();
 
     EGLDisplay m_eglDisplay = EGL_NO_DISPLAY;
-    EglSurface m_eglSurface;
+    RenderTarget m_Target; // the window's surface, or a framebuffer off-screen
+    // ZT5_CFG_DISPLAY_OFFSCREEN_SIZE as the render object passed it on: set
+    // by the host's thread before Initialize, read by Initialize.
+    std::atomic<MDWord> m_dwOffscreenWidth{0};
+    std::atomic<MDWord> m_dwOffscreenHeight{0};
     EglContext m_eglContext;
     WindowWatch m_WindowWatch; // render thread
     EGLConfig m_eglConfig = nullptr;
@@ -202,6 +223,11 @@ private:
     MRESULT m_lCaptureResult = 0;
     MDWord m_dwCaptureWidth = 0;
     MDWord m_dwCaptureHeight = 0;
+    // Render thread only, as the capture's fields.
+    PictureConverter m_PictureConverter;
+    ZT5Picture *m_pPictureArmed = nullptr;
+    bool m_bPictureTaken = false;
+    MRESULT m_lPictureResult = 0;
 };
 
 #endif

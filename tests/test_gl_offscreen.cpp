@@ -1,0 +1,318 @@
+// Displays without a window, and pictures handed to the host. The suite runs
+// with DISPLAY unset (CTest's environment): every display here draws through
+// EGL's surfaceless platform into a framebuffer, with no X server at all.
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "Harness.h"
+
+using namespace harness;
+
+namespace {
+
+const uint32_t kWait = 10000; // ms a test waits for a frame at most; no test asserts a time
+
+// A display drawing off-screen at w x h in the given view, Init done.
+struct Offscreen {
+    Display display;
+    int32_t initResult = -1;
+    Offscreen(int w, int h, uint32_t mode, uint32_t yuvMatrix = 0)
+    {
+        if (!display.ok()) return;
+        const uint32_t size[2] = {uint32_t(w), uint32_t(h)};
+        EXPECT_EQ(display->SetDisplayParam(ZT5_CFG_DISPLAY_OFFSCREEN_SIZE, const_cast<uint32_t *>(size)), ZT5_OK);
+        EXPECT_EQ(display.SetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 1), ZT5_OK);
+        EXPECT_EQ(display.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, mode), ZT5_OK);
+        if (yuvMatrix) {
+            EXPECT_EQ(display.SetU32(ZT5_CFG_DISPLAY_YUV_MATRIX, yuvMatrix), ZT5_OK);
+        }
+        // No window, and rectangles the display replaces by its own size.
+        initResult = display.Init(0, 0, 0);
+    }
+    // The picture of the frame of this ordinal (0: as it stands).
+    int32_t Read(uint32_t layout, uint32_t ordinal, std::vector<uint8_t> *out, ZT5Picture *rec)
+    {
+        *rec = {};
+        rec->pBuffer = out->data();
+        rec->dwSize = uint32_t(out->size());
+        rec->dwCSType = layout;
+        rec->dwFrameOrdinal = ordinal;
+        rec->dwWaitMs = kWait;
+        return display->GetDisplayParam(ZT5_CFG_DISPLAY_PICTURE, rec);
+    }
+    Image ReadRgba(int w, int h, uint32_t ordinal, ZT5Picture *rec)
+    {
+        std::vector<uint8_t> px(size_t(w) * h * 4);
+        Image img;
+        const int32_t res = Read(ZT5_SNAPSHOT_RGBA, ordinal, &px, rec);
+        EXPECT_EQ(res, ZT5_OK) << "picture of frame " << ordinal;
+        if (res != ZT5_OK) return img;
+        img.width = int(rec->dwWidth);
+        img.height = int(rec->dwHeight);
+        img.rgba = std::move(px);
+        return img;
+    }
+};
+
+// The frames posted so far: the ordinal of the newest.
+uint32_t Posted(Display &d)
+{
+    ZT5RenderStats stats = {};
+    d->GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS, &stats);
+    return stats.dwFramesPosted;
+}
+
+size_t I420Bytes(int w, int h)
+{
+    return size_t(w) * h + 2 * size_t((w + 1) / 2) * ((h + 1) / 2);
+}
+
+synthetic::YuvEncoding EncodingOf(uint32_t word)
+{
+    synthetic::YuvEncoding e = (word & 0xff) == ZT5_YUV_MATRIX_BT709    ? synthetic::kBt709
+                               : (word & 0xff) == ZT5_YUV_MATRIX_BT2020 ? synthetic::kBt2020
+                                                                       : synthetic::kBt601;
+    e.fullRange = (word & ZT5_YUV_RANGE_FULL) != 0;
+    return e;
+}
+
+class OffscreenDisplay : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        // The software driver stays loaded: its unload leaves bytes that
+        // LeakSanitizer would report against no module.
+        dlopen("/usr/lib/x86_64-linux-gnu/dri/swrast_dri.so", RTLD_LAZY | RTLD_NODELETE);
+    }
+    void SetUp() override { ASSERT_EQ(std::getenv("DISPLAY"), nullptr) << "the suite runs with DISPLAY unset"; }
+};
+
+} // namespace
+
+// The plain view of a frame of two colours, top half and bottom half: the
+// picture is the frame's, top-down, in both the snapshot and the picture.
+TEST_F(OffscreenDisplay, DrawsWithoutAnyWindowSystemAndHandsThePictureOver)
+{
+    Offscreen o(320, 180, 0);
+    ASSERT_EQ(o.initResult, ZT5_OK);
+    Frame f(320, 180);
+    const Rgb top = {200, 40, 40}, bottom = {40, 60, 200};
+    f.Fill(0, 0, 320, 90, top);
+    f.Fill(0, 90, 320, 180, bottom);
+    ASSERT_EQ(o.display.Push(f), ZT5_OK);
+    ZT5Picture rec;
+    Image img = o.ReadRgba(320, 180, Posted(o.display), &rec);
+    ASSERT_EQ(img.width, 320);
+    ASSERT_EQ(img.height, 180);
+    EXPECT_EQ(rec.dwSize, 320u * 180 * 4);
+    EXPECT_EQ(rec.dwFrameOrdinal, 1u);
+    SaveShot(img, "_picture");
+    EXPECT_LE(ColourDistance(img.At(160, 40), Shown(top)), 3) << Str(img.At(160, 40));
+    EXPECT_LE(ColourDistance(img.At(160, 140), Shown(bottom)), 3) << Str(img.At(160, 140));
+
+    Image snap;
+    ASSERT_TRUE(o.display.Snapshot(&snap));
+    ASSERT_EQ(snap.width, 320);
+    ASSERT_EQ(snap.height, 180);
+    EXPECT_EQ(snap.rgba, img.rgba) << "the snapshot and the picture are the same pixels";
+}
+
+// Every view draws off-screen: the fisheye scene's picture is not the
+// background alone, and it is what the snapshot reads.
+class OffscreenViews : public OffscreenDisplay, public ::testing::WithParamInterface<int> {
+};
+
+TEST_P(OffscreenViews, DrawTheSceneWithTheSnapshotAgreeing)
+{
+    const int mode = GetParam();
+    Offscreen o(400, 240, uint32_t(mode));
+    ASSERT_EQ(o.initResult, ZT5_OK);
+    Frame f = SceneFrame(0);
+    ASSERT_EQ(o.display.Push(f), ZT5_OK);
+    ZT5Picture rec;
+    Image img = o.ReadRgba(400, 240, Posted(o.display), &rec);
+    ASSERT_EQ(img.width, 400);
+    SaveShot(img, "_mode" + std::to_string(mode));
+    long sectors = 0;
+    for (int y = 0; y < img.height; y += 4)
+        for (int x = 0; x < img.width; x += 4) sectors += Sector(img.At(x, y), 40) >= 0;
+    EXPECT_GT(sectors, 200) << "no scene colours in view " << mode;
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryView, OffscreenViews, ::testing::Range(0, 11));
+
+// I420 converted on the GPU matches the RGBA picture of the same draw within
+// rounding: luma per pixel, chroma per 2x2 block (the mean of its pixels),
+// for the stream's matrices and for odd sizes.
+struct ConversionCase {
+    int width, height;
+    uint32_t matrix;
+};
+
+class PictureConversion : public OffscreenDisplay, public ::testing::WithParamInterface<ConversionCase> {
+};
+
+TEST_P(PictureConversion, I420MatchesTheRgbaPictureWithinRounding)
+{
+    const ConversionCase c = GetParam();
+    Offscreen o(c.width, c.height, 2, c.matrix);
+    ASSERT_EQ(o.initResult, ZT5_OK);
+    Frame f = SceneFrame(0);
+    ASSERT_EQ(o.display.Push(f), ZT5_OK);
+    ZT5Picture rec;
+    Image rgb = o.ReadRgba(c.width, c.height, Posted(o.display), &rec);
+    ASSERT_EQ(rgb.width, c.width);
+    std::vector<uint8_t> yuv(I420Bytes(c.width, c.height));
+    ASSERT_EQ(o.Read(ZT5_FRAME_CS_I420, 0, &yuv, &rec), ZT5_OK);
+    EXPECT_EQ(rec.dwSize, yuv.size());
+    EXPECT_EQ(int(rec.dwWidth), c.width);
+    EXPECT_EQ(int(rec.dwHeight), c.height);
+
+    const synthetic::YuvEncoding enc = EncodingOf(c.matrix);
+    const int cw = (c.width + 1) / 2, ch = (c.height + 1) / 2;
+    const uint8_t *U = yuv.data() + size_t(c.width) * c.height, *V = U + size_t(cw) * ch;
+    int worstY = 0, worstC = 0;
+    for (int y = 0; y < c.height; y++)
+        for (int x = 0; x < c.width; x++) {
+            uint8_t ey, eu, ev;
+            synthetic::RgbToYuv(rgb.At(x, y), &ey, &eu, &ev, enc);
+            worstY = std::max(worstY, std::abs(int(ey) - int(yuv[size_t(y) * c.width + x])));
+        }
+    for (int j = 0; j < ch; j++)
+        for (int i = 0; i < cw; i++) {
+            int sum[3] = {0, 0, 0}, n = 0;
+            for (int dy = 0; dy < 2; dy++)
+                for (int dx = 0; dx < 2; dx++) {
+                    const int x = std::min(2 * i + dx, c.width - 1), y = std::min(2 * j + dy, c.height - 1);
+                    const Rgb p = rgb.At(x, y);
+                    sum[0] += p.r, sum[1] += p.g, sum[2] += p.b, n++;
+                }
+            const Rgb mean = {uint8_t((sum[0] + n / 2) / n), uint8_t((sum[1] + n / 2) / n),
+                              uint8_t((sum[2] + n / 2) / n)};
+            uint8_t ey, eu, ev;
+            synthetic::RgbToYuv(mean, &ey, &eu, &ev, enc);
+            worstC = std::max({worstC, std::abs(int(eu) - int(U[size_t(j) * cw + i])),
+                               std::abs(int(ev) - int(V[size_t(j) * cw + i]))});
+        }
+    EXPECT_LE(worstY, 1);
+    EXPECT_LE(worstC, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Layouts, PictureConversion,
+                         ::testing::Values(ConversionCase{320, 180, 0},
+                                           ConversionCase{321, 179, 0},
+                                           ConversionCase{256, 144, ZT5_YUV_MATRIX_BT709 | ZT5_YUV_RANGE_FULL},
+                                           ConversionCase{17, 16, ZT5_YUV_MATRIX_BT2020}));
+
+// A picture asked for by frame ordinal is of that frame: each frame is
+// painted in a colour of its own, and each ordinal read gives that colour.
+// An ordinal never posted runs into the time-out.
+TEST_F(OffscreenDisplay, WaitingForAFrameOrdinalGivesThatFrame)
+{
+    Offscreen o(160, 90, 0);
+    ASSERT_EQ(o.initResult, ZT5_OK);
+    const Rgb colours[] = {{220, 30, 30}, {30, 220, 30}, {30, 30, 220}, {220, 220, 30}, {30, 220, 220}};
+    Frame f(160, 90);
+    for (uint32_t n = 1; n <= 5; n++) {
+        f.Fill(0, 0, 160, 90, colours[n - 1]);
+        ASSERT_EQ(o.display.Push(f), ZT5_OK);
+        ASSERT_EQ(Posted(o.display), n);
+        ZT5Picture rec;
+        Image img = o.ReadRgba(160, 90, n, &rec);
+        ASSERT_EQ(img.width, 160) << "frame " << n;
+        EXPECT_EQ(rec.dwFrameOrdinal, n);
+        EXPECT_LE(ColourDistance(img.At(80, 45), Shown(colours[n - 1])), 3) << "frame " << n;
+    }
+    std::vector<uint8_t> px(160 * 90 * 4, 0x5a);
+    ZT5Picture rec;
+    o.Read(ZT5_SNAPSHOT_RGBA, 7, &px, &rec);
+    rec.dwWaitMs = 50;
+    EXPECT_EQ(o.display->GetDisplayParam(ZT5_CFG_DISPLAY_PICTURE, &rec), ZT5_ERR_TIMEOUT);
+    EXPECT_EQ(px[0], 0x5a) << "a time-out writes nothing";
+}
+
+// Sizes outside 16..8192 are refused and the one stored stays.
+struct SizeCase {
+    uint32_t w, h;
+    int32_t result;
+};
+
+class OffscreenSizes : public OffscreenDisplay, public ::testing::WithParamInterface<SizeCase> {
+};
+
+TEST_P(OffscreenSizes, AreCheckedAtTheCall)
+{
+    const SizeCase c = GetParam();
+    Display d;
+    ASSERT_TRUE(d.ok());
+    uint32_t kept[2] = {640, 360};
+    ASSERT_EQ(d->SetDisplayParam(ZT5_CFG_DISPLAY_OFFSCREEN_SIZE, kept), ZT5_OK);
+    uint32_t size[2] = {c.w, c.h};
+    EXPECT_EQ(d->SetDisplayParam(ZT5_CFG_DISPLAY_OFFSCREEN_SIZE, size), c.result);
+    uint32_t now[2] = {0, 0};
+    ASSERT_EQ(d->GetDisplayParam(ZT5_CFG_DISPLAY_OFFSCREEN_SIZE, now), ZT5_OK);
+    EXPECT_EQ(now[0], c.result == ZT5_OK ? c.w : 640u);
+    EXPECT_EQ(now[1], c.result == ZT5_OK ? c.h : 360u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Bounds, OffscreenSizes,
+                         ::testing::Values(SizeCase{16, 16, ZT5_OK}, SizeCase{8192, 16, ZT5_OK},
+                                           SizeCase{15, 100, ZT5_ERR_INVALID_PARAM},
+                                           SizeCase{100, 15, ZT5_ERR_INVALID_PARAM},
+                                           SizeCase{8193, 100, ZT5_ERR_INVALID_PARAM},
+                                           SizeCase{0, 0, ZT5_ERR_INVALID_PARAM}));
+
+// Records the library can't fill are refused with 2 and nothing is written
+// into the buffer; a buffer too small learns the size it needs.
+TEST_F(OffscreenDisplay, RefusesRecordsItCannotFill)
+{
+    Offscreen o(64, 48, 0);
+    ASSERT_EQ(o.initResult, ZT5_OK);
+    Frame f(64, 48, {90, 90, 90});
+    ASSERT_EQ(o.display.Push(f), ZT5_OK);
+    EXPECT_EQ(o.display->GetDisplayParam(ZT5_CFG_DISPLAY_PICTURE, nullptr), ZT5_ERR_INVALID_PARAM);
+
+    struct Case {
+        const char *what;
+        size_t bytes;
+        bool nullBuffer;
+        uint32_t layout;
+    } cases[] = {{"null buffer", 64 * 48 * 4, true, ZT5_SNAPSHOT_RGBA},
+                 {"RGBA one byte short", 64 * 48 * 4 - 1, false, ZT5_SNAPSHOT_RGBA},
+                 {"I420 one byte short", I420Bytes(64, 48) - 1, false, ZT5_FRAME_CS_I420},
+                 {"another layout", 64 * 48 * 4, false, ZT5_FRAME_CS_NV12}};
+    for (const Case &c : cases) {
+        std::vector<uint8_t> px(c.bytes + 1, 0xa5);
+        ZT5Picture rec = {};
+        rec.pBuffer = c.nullBuffer ? nullptr : px.data();
+        rec.dwSize = uint32_t(c.bytes);
+        rec.dwCSType = c.layout;
+        rec.dwFrameOrdinal = 1;
+        rec.dwWaitMs = kWait;
+        EXPECT_EQ(o.display->GetDisplayParam(ZT5_CFG_DISPLAY_PICTURE, &rec), ZT5_ERR_INVALID_PARAM) << c.what;
+        EXPECT_EQ(std::count(px.begin(), px.end(), 0xa5), long(px.size())) << c.what << ": the buffer was written";
+        if (!c.nullBuffer && c.layout != ZT5_FRAME_CS_NV12) {
+            EXPECT_EQ(rec.dwSize, uint32_t(c.bytes + 1)) << c.what << ": the size needed";
+        }
+    }
+}
+
+// A display with neither a window nor an off-screen size has nowhere to
+// draw: its frames are refused as before, and it has no picture.
+TEST_F(OffscreenDisplay, NeedsASizeWhenItHasNoWindow)
+{
+    Display d;
+    ASSERT_TRUE(d.ok());
+    ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 1), ZT5_OK);
+    ASSERT_EQ(d.Init(0, 64, 48), ZT5_OK);
+    Frame f(64, 48);
+    EXPECT_EQ(d.Push(f), ZT5_ERR_NOT_READY);
+    std::vector<uint8_t> px(64 * 48 * 4);
+    ZT5Picture rec = {px.data(), uint32_t(px.size()), ZT5_SNAPSHOT_RGBA, 0, 0, 0, 20};
+    EXPECT_NE(d->GetDisplayParam(ZT5_CFG_DISPLAY_PICTURE, &rec), ZT5_OK);
+}
