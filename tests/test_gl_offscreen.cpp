@@ -316,3 +316,61 @@ TEST_F(OffscreenDisplay, NeedsASizeWhenItHasNoWindow)
     ZT5Picture rec = {px.data(), uint32_t(px.size()), ZT5_SNAPSHOT_RGBA, 0, 0, 0, 20};
     EXPECT_NE(d->GetDisplayParam(ZT5_CFG_DISPLAY_PICTURE, &rec), ZT5_OK);
 }
+
+// The rest of a display works off-screen as in a window: a drag turns the
+// panorama strip, its saved state restored on a second off-screen display
+// gives the same picture, and a cruise keeps the view moving while no frame
+// comes.
+TEST_F(OffscreenDisplay, GesturesSavedStatesAndCruiseWorkWithoutAWindow)
+{
+    Frame f = SceneFrame(0);
+    Offscreen a(320, 180, 2);
+    ASSERT_EQ(a.initResult, ZT5_OK);
+    ASSERT_EQ(a.display.Push(f), ZT5_OK);
+    ZT5Picture rec;
+    const Image before = a.ReadRgba(320, 180, 1, &rec);
+    ASSERT_EQ(a.display.Drag(100, 90, 180, 90), ZT5_OK);
+    ASSERT_TRUE(a.display.Quiet());
+    const Image turned = a.ReadRgba(320, 180, 0, &rec);
+    ASSERT_FALSE(turned.empty());
+    EXPECT_NE(turned.rgba, before.rgba) << "the drag changed nothing";
+
+    Offscreen b(320, 180, 2);
+    ASSERT_EQ(b.initResult, ZT5_OK);
+    ASSERT_EQ(b.display.Push(f), ZT5_OK);
+    b.ReadRgba(320, 180, 1, &rec);
+    ASSERT_EQ(b.display.Restore(a.display.Saved()), ZT5_OK);
+    ASSERT_TRUE(b.display.Quiet());
+    const Image restored = b.ReadRgba(320, 180, 0, &rec);
+    EXPECT_EQ(restored.rgba, turned.rgba) << "the restored state shows another picture";
+
+    ASSERT_EQ(b.display.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1), ZT5_OK);
+    EXPECT_GT(b.display.DrawsOver(300), 0u) << "a cruise draws with no frame coming";
+    const Image cruised = b.ReadRgba(320, 180, 0, &rec);
+    EXPECT_NE(cruised.rgba, restored.rgba) << "the cruise didn't turn the view";
+}
+
+// A display with a window hands over its picture too (a recorder of what
+// the operator sees): the same pixels as its snapshot, in both layouts.
+// This one runs with the X display the rest of the suite does without.
+TEST(WindowPicture, IsWhatTheWindowShows)
+{
+    Rig rig(320, 180, 3);
+    ASSERT_TRUE(rig.ok());
+    ASSERT_EQ(rig.Init(), ZT5_OK);
+    Frame f = SceneFrame(0);
+    ASSERT_EQ(rig.display.Push(f), ZT5_OK);
+    std::vector<uint8_t> px(320 * 180 * 4), yuv(I420Bytes(320, 180));
+    ZT5Picture rec = {px.data(), uint32_t(px.size()), ZT5_SNAPSHOT_RGBA, 0, 0, Posted(rig.display), kWait};
+    ASSERT_EQ(rig.display->GetDisplayParam(ZT5_CFG_DISPLAY_PICTURE, &rec), ZT5_OK);
+    ASSERT_EQ(rec.dwWidth, 320u);
+    ASSERT_EQ(rec.dwHeight, 180u);
+    Image snap;
+    ASSERT_TRUE(rig.display.Snapshot(&snap));
+    EXPECT_EQ(snap.rgba, px);
+    ZT5Picture yrec = {yuv.data(), uint32_t(yuv.size()), ZT5_FRAME_CS_I420, 0, 0, 0, kWait};
+    ASSERT_EQ(rig.display->GetDisplayParam(ZT5_CFG_DISPLAY_PICTURE, &yrec), ZT5_OK);
+    uint8_t ey, eu, ev;
+    synthetic::RgbToYuv(snap.At(100, 50), &ey, &eu, &ev);
+    EXPECT_LE(std::abs(int(ey) - int(yuv[50 * 320 + 100])), 1);
+}
