@@ -64,6 +64,7 @@ struct VideoEncoder::Impl {
     bool opened = false;   // the temporary file exists
     bool finished = false; // renamed to its final name
     bool full = false;
+    int64_t frameTicks = 1; // one picture's duration in the encoder's time base
 
     ~Impl()
     {
@@ -84,6 +85,9 @@ struct VideoEncoder::Impl {
             r = avcodec_receive_packet(enc, pkt);
             if (r == AVERROR(EAGAIN) || r == AVERROR_EOF) return 0;
             if (r < 0) return r;
+            // A packet without a duration would end the container's edit
+            // list at its start, and players would drop the last picture.
+            if (pkt->duration <= 0) pkt->duration = frameTicks;
             av_packet_rescale_ts(pkt, enc->time_base, stream->time_base);
             pkt->stream_index = stream->index;
             r = av_interleaved_write_frame(oc, pkt);
@@ -141,6 +145,7 @@ bool VideoEncoder::Open(const EncoderSettings &o, std::string *error)
     c->height = o.height;
     c->time_base = AVRational{o.timeBaseNum, o.timeBaseDen};
     c->framerate = AVRational{o.rateNum, o.rateDen};
+    m->frameTicks = std::max<int64_t>(1, av_rescale_q(1, av_inv_q(c->framerate), c->time_base));
     c->pix_fmt = pixFmt;
     c->gop_size = o.rateDen > 0 ? std::max(1, o.rateNum / o.rateDen) : 30; // a key picture a second
     c->color_range = full ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;

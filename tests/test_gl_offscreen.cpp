@@ -3,13 +3,16 @@
 // EGL's surfaceless platform into a framebuffer, with no X server at all.
 #include <gtest/gtest.h>
 
+#include <dirent.h>
 #include <dlfcn.h>
+#include <sys/wait.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
 #include "Harness.h"
+#include "VideoSource.h"
 
 using namespace harness;
 
@@ -79,6 +82,36 @@ synthetic::YuvEncoding EncodingOf(uint32_t word)
                                                                        : synthetic::kBt601;
     e.fullRange = (word & ZT5_YUV_RANGE_FULL) != 0;
     return e;
+}
+
+// How far an I420 picture is from an RGBA one of the same size, as Y'CbCr of
+// the given encoding: the largest luma difference per pixel, and the largest
+// chroma difference per 2x2 block (against its pixels' mean colour).
+void Worst(const Image &rgb, const uint8_t *yuv, const synthetic::YuvEncoding &enc, int *worstY, int *worstC)
+{
+    const int w = rgb.width, h = rgb.height, cw = (w + 1) / 2, ch = (h + 1) / 2;
+    const uint8_t *U = yuv + size_t(w) * h, *V = U + size_t(cw) * ch;
+    for (int y = 0; y < h; y++)
+        for (int x = 0; x < w; x++) {
+            uint8_t ey, eu, ev;
+            synthetic::RgbToYuv(rgb.At(x, y), &ey, &eu, &ev, enc);
+            *worstY = std::max(*worstY, std::abs(int(ey) - int(yuv[size_t(y) * w + x])));
+        }
+    for (int j = 0; j < ch; j++)
+        for (int i = 0; i < cw; i++) {
+            int sum[3] = {0, 0, 0}, n = 0;
+            for (int dy = 0; dy < 2; dy++)
+                for (int dx = 0; dx < 2; dx++) {
+                    const Rgb p = rgb.At(std::min(2 * i + dx, w - 1), std::min(2 * j + dy, h - 1));
+                    sum[0] += p.r, sum[1] += p.g, sum[2] += p.b, n++;
+                }
+            const Rgb mean = {uint8_t((sum[0] + n / 2) / n), uint8_t((sum[1] + n / 2) / n),
+                              uint8_t((sum[2] + n / 2) / n)};
+            uint8_t ey, eu, ev;
+            synthetic::RgbToYuv(mean, &ey, &eu, &ev, enc);
+            *worstC = std::max({*worstC, std::abs(int(eu) - int(U[size_t(j) * cw + i])),
+                                std::abs(int(ev) - int(V[size_t(j) * cw + i]))});
+        }
 }
 
 class OffscreenDisplay : public ::testing::Test {
@@ -173,32 +206,8 @@ TEST_P(PictureConversion, I420MatchesTheRgbaPictureWithinRounding)
     EXPECT_EQ(int(rec.dwWidth), c.width);
     EXPECT_EQ(int(rec.dwHeight), c.height);
 
-    const synthetic::YuvEncoding enc = EncodingOf(c.matrix);
-    const int cw = (c.width + 1) / 2, ch = (c.height + 1) / 2;
-    const uint8_t *U = yuv.data() + size_t(c.width) * c.height, *V = U + size_t(cw) * ch;
     int worstY = 0, worstC = 0;
-    for (int y = 0; y < c.height; y++)
-        for (int x = 0; x < c.width; x++) {
-            uint8_t ey, eu, ev;
-            synthetic::RgbToYuv(rgb.At(x, y), &ey, &eu, &ev, enc);
-            worstY = std::max(worstY, std::abs(int(ey) - int(yuv[size_t(y) * c.width + x])));
-        }
-    for (int j = 0; j < ch; j++)
-        for (int i = 0; i < cw; i++) {
-            int sum[3] = {0, 0, 0}, n = 0;
-            for (int dy = 0; dy < 2; dy++)
-                for (int dx = 0; dx < 2; dx++) {
-                    const int x = std::min(2 * i + dx, c.width - 1), y = std::min(2 * j + dy, c.height - 1);
-                    const Rgb p = rgb.At(x, y);
-                    sum[0] += p.r, sum[1] += p.g, sum[2] += p.b, n++;
-                }
-            const Rgb mean = {uint8_t((sum[0] + n / 2) / n), uint8_t((sum[1] + n / 2) / n),
-                              uint8_t((sum[2] + n / 2) / n)};
-            uint8_t ey, eu, ev;
-            synthetic::RgbToYuv(mean, &ey, &eu, &ev, enc);
-            worstC = std::max({worstC, std::abs(int(eu) - int(U[size_t(j) * cw + i])),
-                               std::abs(int(ev) - int(V[size_t(j) * cw + i]))});
-        }
+    Worst(rgb, yuv.data(), EncodingOf(c.matrix), &worstY, &worstC);
     EXPECT_LE(worstY, 1);
     EXPECT_LE(worstC, 1);
 }
@@ -374,3 +383,196 @@ TEST(WindowPicture, IsWhatTheWindowShows)
     synthetic::RgbToYuv(snap.At(100, 50), &ey, &eu, &ev);
     EXPECT_LE(std::abs(int(ey) - int(yuv[50 * 320 + 100])), 1);
 }
+
+// ------------------------------------------------------------ the transcoder
+
+namespace {
+
+// panoview-play with the library built beside it; its exit code, and what
+// it printed in *output.
+int RunHost(const std::string &args, std::string *output)
+{
+    const std::string lib = PANOVIEW_LIB_PATH;
+    const std::string cmd =
+        "'" + lib.substr(0, lib.rfind('/')) + "/panoview-play' --lib '" + lib + "' " + args + " 2>&1 </dev/null";
+    FILE *p = popen(cmd.c_str(), "r");
+    char buf[512];
+    while (p && std::fgets(buf, sizeof buf, p)) *output += buf;
+    const int status = p ? pclose(p) : -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// Every picture of a video file, decoded once through, as tight I420 with
+// its timestamp in seconds.
+struct Decoded {
+    int width = 0, height = 0;
+    std::vector<std::vector<uint8_t>> pictures;
+    std::vector<double> pts;
+};
+
+bool Decode(const std::string &path, Decoded *out, std::string *error)
+{
+    VideoSource src;
+    src.PlayOnce();
+    if (!src.Open(path, PictureLayout::kI420, error)) return false;
+    Picture p;
+    while (src.Next(&p, error)) {
+        out->width = p.width, out->height = p.height;
+        const int cw = (p.width + 1) / 2, ch = (p.height + 1) / 2;
+        std::vector<uint8_t> tight(size_t(p.width) * p.height + 2 * size_t(cw) * ch);
+        uint8_t *dst = tight.data();
+        for (int plane = 0; plane < 3; plane++) {
+            const int w = plane ? cw : p.width, h = plane ? ch : p.height;
+            for (int y = 0; y < h; y++, dst += w) std::memcpy(dst, p.planes[plane] + size_t(y) * p.strides[plane], size_t(w));
+        }
+        out->pictures.push_back(std::move(tight));
+        out->pts.push_back(p.pts);
+    }
+    return error->empty();
+}
+
+// Files in a directory, hidden ones too.
+std::vector<std::string> Files(const std::string &dir)
+{
+    std::vector<std::string> names;
+    if (DIR *d = opendir(dir.c_str())) {
+        while (dirent *e = readdir(d))
+            if (std::strcmp(e->d_name, ".") && std::strcmp(e->d_name, "..")) names.push_back(e->d_name);
+        closedir(d);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// A fisheye clip of the built-in scene, 480x480 at 25 frames a second, made
+// once for the suite, and a directory of its own for each test's outputs.
+class Transcoder : public OffscreenDisplay {
+protected:
+    static constexpr int kFrames = 12;
+    static std::string Clip()
+    {
+        static const std::string clip = [] {
+            const std::string path = OutputDir() + "/offscreen_scene.mp4";
+            std::string out;
+            EXPECT_EQ(RunHost("--write-clip '" + path + "' --size 480x480 --frames " + std::to_string(kFrames) +
+                                  " --fps 25",
+                              &out),
+                      0)
+                << out;
+            return path;
+        }();
+        return clip;
+    }
+    void SetUp() override
+    {
+        OffscreenDisplay::SetUp();
+        m_dir = OutputDir() + "/" + ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        ASSERT_EQ(std::system(("rm -rf '" + m_dir + "' && mkdir -p '" + m_dir + "'").c_str()), 0);
+    }
+    std::string m_dir;
+};
+
+} // namespace
+
+// Two outputs from one decode: each has the input's frame count and
+// timestamps, and the size it was asked for.
+TEST_F(Transcoder, OutputsKeepTheInputsFramesAndTimestampsAtTheirSize)
+{
+    std::string out, error;
+    const std::string a = m_dir + "/strip.mkv", b = m_dir + "/panes.mp4";
+    ASSERT_EQ(RunHost("'" + Clip() + "' --output '" + a + ":mode=2,size=320x180,codec=ffv1' --output '" + b +
+                          ":mode=3,cruise' --size 256x144",
+                      &out),
+              0)
+        << out;
+    Decoded in;
+    ASSERT_TRUE(Decode(Clip(), &in, &error)) << error;
+    ASSERT_EQ(int(in.pictures.size()), kFrames);
+    struct Expect {
+        std::string path;
+        int width, height;
+    } outputs[] = {{a, 320, 180}, {b, 256, 144}};
+    for (const Expect &e : outputs) {
+        Decoded d;
+        ASSERT_TRUE(Decode(e.path, &d, &error)) << e.path << ": " << error;
+        EXPECT_EQ(d.pictures.size(), in.pictures.size()) << e.path;
+        EXPECT_EQ(d.width, e.width) << e.path;
+        EXPECT_EQ(d.height, e.height) << e.path;
+        for (size_t i = 0; i < d.pts.size() && i < in.pts.size(); i++) {
+            EXPECT_NEAR(d.pts[i], in.pts[i], 0.001) << e.path << " picture " << i;
+            if (i) {
+                EXPECT_GT(d.pts[i], d.pts[i - 1]) << e.path << " picture " << i;
+            }
+        }
+    }
+    EXPECT_EQ(Files(m_dir), (std::vector<std::string>{"panes.mp4", "strip.mkv"})) << "files besides the outputs";
+}
+
+// A frame of a lossless output is the picture an off-screen display of the
+// same view and size shows for the same input frame: its snapshot, within
+// the rounding of 4:2:0.
+TEST_F(Transcoder, AFrameOfTheOutputIsTheSnapshotOfTheSameView)
+{
+    std::string out, error;
+    const std::string a = m_dir + "/dome.mkv";
+    ASSERT_EQ(RunHost("'" + Clip() + "' --output '" + a + ":mode=4,size=320x240,codec=ffv1'", &out), 0) << out;
+    Decoded in, d;
+    ASSERT_TRUE(Decode(Clip(), &in, &error)) << error;
+    ASSERT_TRUE(Decode(a, &d, &error)) << error;
+    ASSERT_EQ(d.pictures.size(), in.pictures.size());
+
+    const int k = kFrames / 2;
+    Offscreen o(320, 240, 4);
+    ASSERT_EQ(o.initResult, ZT5_OK);
+    ZT5FishEyeParam lens = {5000, 5000, 5000, 5000}; // the transcoder's: the middle, as tall as the picture
+    ASSERT_EQ(o.display->SetDisplayParam(ZT5_CFG_COMMON_FISHEYE_PARAM, &lens), ZT5_OK);
+    Frame f(in.width, in.height);
+    f.data = in.pictures[k];
+    ASSERT_EQ(o.display.Push(f), ZT5_OK);
+    ZT5Picture rec;
+    o.ReadRgba(320, 240, Posted(o.display), &rec);
+    Image snap;
+    ASSERT_TRUE(o.display.Snapshot(&snap));
+    SaveShot(snap, "_snapshot");
+    int worstY = 0, worstC = 0;
+    Worst(snap, d.pictures[k].data(), synthetic::kBt601, &worstY, &worstC);
+    EXPECT_LE(worstY, 1);
+    EXPECT_LE(worstC, 1);
+}
+
+// Whatever goes wrong: one line, exit code 1, and nothing left in the
+// output's directory, under the output's name or any other.
+struct FailureCase {
+    const char *what;
+    const char *input;  // relative to the test's directory; "@clip" for the scene clip
+    const char *output; // relative to the test's directory
+    const char *says;
+};
+
+class TranscoderFailures : public Transcoder, public ::testing::WithParamInterface<FailureCase> {
+};
+
+TEST_P(TranscoderFailures, SayOneThingAndLeaveNoFile)
+{
+    const FailureCase c = GetParam();
+    std::string input = c.input == std::string("@clip") ? Clip() : m_dir + "/" + c.input;
+    if (c.input == std::string("notes.mp4")) {
+        FILE *f = std::fopen(input.c_str(), "w");
+        ASSERT_NE(f, nullptr);
+        std::fputs("not a video\n", f);
+        std::fclose(f);
+    }
+    const std::vector<std::string> before = Files(m_dir);
+    std::string out;
+    EXPECT_EQ(RunHost("'" + input + "' --output '" + m_dir + "/" + c.output + "'", &out), 1) << c.what << "\n" << out;
+    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1) << c.what << ": not one line\n" << out;
+    EXPECT_NE(out.find(c.says), std::string::npos) << c.what << "\n" << out;
+    EXPECT_EQ(Files(m_dir), before) << c.what << ": a file was left";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Inputs, TranscoderFailures,
+    ::testing::Values(FailureCase{"missing input", "nothing.mp4", "out.mp4", "nothing.mp4"},
+                      FailureCase{"input that isn't video", "notes.mp4", "out.mp4", "notes.mp4"},
+                      FailureCase{"unwritable output", "@clip", "no/such/dir/out.mp4", "cannot write"},
+                      FailureCase{"odd size", "@clip", "out.mp4:size=321x180", "even"}));
