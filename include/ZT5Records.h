@@ -194,8 +194,7 @@ ZT5_STATIC_ASSERT(sizeof(ZT5RenderStats) == 16, "ZT5RenderStats is 16 bytes");
  * Results: 0; ZT5_ERR_TIMEOUT when that frame wasn't drawn in time (nothing
  * written); ZT5_ERR_INVALID_PARAM for a null record or buffer, another
  * layout or a buffer too small (nothing written; dwSize, dwWidth and
- * dwHeight then say what is needed); ZT5_ERR_NOT_READY before anything was
- * drawn. */
+ * dwHeight then say what is needed); ZT5_ERR_NOT_READY before Init. */
 typedef struct ZT5Picture {
     void *pBuffer;
     uint32_t dwSize;
