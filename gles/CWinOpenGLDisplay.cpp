@@ -1,5 +1,6 @@
 #include "CWinOpenGLDisplay.h"
 
+#include <algorithm>
 #include <new>
 
 #include "MLog.h"
@@ -211,6 +212,7 @@ MRESULT CWinOpenGLDisplay::render(unsigned char *pBuffer, MLong lWidth, MLong lH
         m_bPlanesStale = false;
         m_dwPostSerial++;
         m_dwFramesPosted.fetch_add(1, std::memory_order_relaxed);
+        m_qwLastPostNs.store(MonotonicNs(), std::memory_order_relaxed);
         if (!m_bRequestPending) mRequestOp.store(OP_BLIT);
         Wake();
         return 0;
@@ -237,6 +239,7 @@ MRESULT CWinOpenGLDisplay::render(unsigned char **planes, MLong *strides)
     m_bPlanesStale = false;
     m_dwPostSerial++;
     m_dwFramesPosted.fetch_add(1, std::memory_order_relaxed);
+    m_qwLastPostNs.store(MonotonicNs(), std::memory_order_relaxed);
     if (!m_bRequestPending) mRequestOp.store(OP_BLIT);
     Wake();
     return 0;
@@ -380,7 +383,15 @@ uintptr_t CWinOpenGLDisplay::Run()
                 // slow GL the deadline has passed and the draws run back to
                 // back.
                 const uint64_t now = MonotonicNs();
-                const uint64_t due = m_qwLastDrawStartNs + kPacingNs;
+                uint64_t due = m_qwLastDrawStartNs + kPacingNs;
+                // Off-screen nobody sees a draw of motion alone, only the
+                // pictures read of frames: while frames come, the view's
+                // motion waits for the next one and steps with it, one draw
+                // a frame, the same steps for the same frames however fast
+                // they come. Once frames stop (a paused stream), motion
+                // draws at its own pace again.
+                if (!m_bRedraw.load() && m_pRenderer->DrawsOffScreen())
+                    due = std::max(due, m_qwLastPostNs.load(std::memory_order_relaxed) + kFrameHoldNs);
                 if (now < due) {
                     MEventWait(m_hRequestEvent, MDWord((due - now + 999999) / 1000000));
                     continue;

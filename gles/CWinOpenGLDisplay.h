@@ -167,6 +167,12 @@ private:
     bool m_bViewMoving = false;
     uint64_t m_qwLastDrawStartNs = 0;
     static constexpr uint64_t kPacingNs = 10000000; // one draw per 10 ms while moving
+    // Off-screen, a view that moves waits this long after the newest frame
+    // for the next one before it draws for motion alone.
+    static constexpr uint64_t kFrameHoldNs = 250000000;
+    // When the newest frame was posted (monotonic ns): written by posters,
+    // read by the render thread; a stale read only shifts one motion draw.
+    std::atomic<uint64_t> m_qwLastPostNs{0};
     static constexpr MDWord kIdleCheckMs = 200;      // surface size check while idle
 };
 

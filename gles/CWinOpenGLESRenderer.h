@@ -72,6 +72,8 @@ public:
     // Render thread: the window was destroyed and another took its id; the
     // surface must be made anew.
     bool WindowReplaced() { return m_WindowWatch.Replaced(); }
+    // Render thread: the target is a framebuffer, which nobody watches.
+    bool DrawsOffScreen() const { return m_Target.OffScreen(); }
     void SetFishEyeMode(MLong nFishEyeMode);
     // After a Render, with no lock held: hands the courier a changed cruise
     // state and an edge the view met while it drew, for the host.

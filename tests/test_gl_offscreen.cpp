@@ -540,6 +540,31 @@ TEST_F(Transcoder, AFrameOfTheOutputIsTheSnapshotOfTheSameView)
     EXPECT_LE(worstC, 1);
 }
 
+// A cruising view is drawn once a frame, its motion stepping with the frames:
+// the same input gives the same output, however fast each run goes. Two
+// lossless runs are compared picture by picture, and the view did turn.
+TEST_F(Transcoder, ACruisingOutputIsTheSameEveryRun)
+{
+    // The second run also writes the still view, from the same decode.
+    Decoded runs[2], still;
+    const std::string spec = ":mode=2,size=320x180,codec=ffv1";
+    for (int i = 0; i < 2; i++) {
+        std::string out, error;
+        const std::string path = m_dir + "/run" + std::to_string(i) + ".mkv";
+        std::string args = "'" + Clip() + "' --output '" + path + spec + ",cruise'";
+        if (i == 1) args += " --output '" + m_dir + "/still.mkv" + spec + "'";
+        ASSERT_EQ(RunHost(args, &out), 0) << out;
+        ASSERT_TRUE(Decode(path, &runs[i], &error)) << error;
+    }
+    std::string error;
+    ASSERT_TRUE(Decode(m_dir + "/still.mkv", &still, &error)) << error;
+    ASSERT_EQ(int(runs[0].pictures.size()), kFrames);
+    ASSERT_EQ(runs[1].pictures.size(), runs[0].pictures.size());
+    for (size_t i = 0; i < runs[0].pictures.size(); i++)
+        EXPECT_TRUE(runs[0].pictures[i] == runs[1].pictures[i]) << "picture " << i << " differs between runs";
+    EXPECT_FALSE(runs[0].pictures.back() == still.pictures.back()) << "the cruise didn't turn the view";
+}
+
 // Whatever goes wrong: one line, exit code 1, and nothing left in the
 // output's directory, under the output's name or any other.
 struct FailureCase {
