@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -146,11 +147,18 @@ public:
     int Run();
 
 private:
+    // The one message of a failed run, on a line of its own; false.
     bool Fail(const std::string &message)
     {
         if (m_progressShown) std::fprintf(stderr, "\n");
         std::fprintf(stderr, "%s\n", message.c_str());
         return false;
+    }
+    // The same, as the exit code.
+    int Exit(const std::string &message)
+    {
+        Fail(message);
+        return 1;
     }
     bool Setup(const Picture &first);
     bool StartDisplay(Output &o, uint32_t colour);
@@ -288,9 +296,9 @@ int Transcoder::Run()
     VideoSource::SetLibraryLog(m_opts.verbose);
     std::string error;
     m_source.PlayOnce();
-    if (!m_source.Open(m_opts.videoPath, PictureLayout::kAsDecoded, &error)) return Fail(error), 1;
+    if (!m_source.Open(m_opts.videoPath, PictureLayout::kAsDecoded, &error)) return Exit(error);
     Picture picture;
-    if (!m_source.Next(&picture, &error)) return Fail(error.empty() ? m_opts.videoPath + ": no picture" : error), 1;
+    if (!m_source.Next(&picture, &error)) return Exit(error.empty() ? m_opts.videoPath + ": no picture" : error);
     if (!Setup(picture)) return 1;
 
     m_progress = isatty(STDERR_FILENO) != 0;
@@ -300,7 +308,7 @@ int Transcoder::Run()
     long frames = 0;
     int64_t lastPts = INT64_MIN;
     for (bool more = true; more;) {
-        if (g_stop) return Fail("stopped: no output written"), 1;
+        if (g_stop) return Exit("stopped: no output written");
         // Timestamps follow the input's; a stream that repeats one (no
         // timestamps, or a broken one) gets the next tick.
         int64_t pts = m_source.Timestamp(picture);
@@ -314,12 +322,12 @@ int Transcoder::Run()
         std::vector<uint32_t> ordinals;
         for (auto &o : m_outputs) {
             const int32_t res = Push(*o, picture);
-            if (res != ZT5_OK) return Fail(o->spec.path + ": DrawFrame failed with " + std::to_string(res)), 1;
+            if (res != ZT5_OK) return Exit(o->spec.path + ": DrawFrame failed with " + std::to_string(res));
             ordinals.push_back(uint32_t(FramesPosted(o->display)));
         }
         if (!Flush()) return 1;
         more = m_source.Next(&picture, &error);
-        if (!more && !error.empty()) return Fail(error), 1;
+        if (!more && !error.empty()) return Exit(error);
 
         for (size_t i = 0; i < m_outputs.size(); i++) {
             Output &o = *m_outputs[i];
@@ -331,10 +339,9 @@ int Transcoder::Run()
             rec.dwWaitMs = kPictureWaitMs;
             const int32_t res = o.display.Get(ZT5_CFG_DISPLAY_PICTURE, &rec);
             if (res != ZT5_OK)
-                return Fail(o.spec.path + ": no picture of frame " + std::to_string(frames + 1) + " (" +
+                return Exit(o.spec.path + ": no picture of frame " + std::to_string(frames + 1) + " (" +
                             (res == ZT5_ERR_TIMEOUT ? std::string("not drawn in time") : "error " + std::to_string(res)) +
-                            ")"),
-                       1;
+                            ")");
             o.pending = true;
             o.pendingPts = pts;
             if (o.spec.cruise && !o.cruiseSent) {
@@ -347,7 +354,7 @@ int Transcoder::Run()
     }
     if (!Flush()) return 1;
     for (auto &o : m_outputs)
-        if (!o->encoder.Finish(&error)) return Fail(error), 1;
+        if (!o->encoder.Finish(&error)) return Exit(error);
     Progress(m_source.Length(), frames, true);
     const double elapsed = std::chrono::duration<double>(Steady::now() - m_start).count();
     for (auto &o : m_outputs)
