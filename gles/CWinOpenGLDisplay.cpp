@@ -212,7 +212,7 @@ MRESULT CWinOpenGLDisplay::render(unsigned char *pBuffer, MLong lWidth, MLong lH
         m_bPlanesStale = false;
         m_dwPostSerial++;
         m_dwFramesPosted.fetch_add(1, std::memory_order_relaxed);
-        m_qwLastPostNs.store(MonotonicNs(), std::memory_order_relaxed);
+        m_qwLastFrameUseNs.store(MonotonicNs(), std::memory_order_relaxed);
         if (!m_bRequestPending) mRequestOp.store(OP_BLIT);
         Wake();
         return 0;
@@ -239,7 +239,7 @@ MRESULT CWinOpenGLDisplay::render(unsigned char **planes, MLong *strides)
     m_bPlanesStale = false;
     m_dwPostSerial++;
     m_dwFramesPosted.fetch_add(1, std::memory_order_relaxed);
-    m_qwLastPostNs.store(MonotonicNs(), std::memory_order_relaxed);
+    m_qwLastFrameUseNs.store(MonotonicNs(), std::memory_order_relaxed);
     if (!m_bRequestPending) mRequestOp.store(OP_BLIT);
     Wake();
     return 0;
@@ -385,13 +385,13 @@ uintptr_t CWinOpenGLDisplay::Run()
                 const uint64_t now = MonotonicNs();
                 uint64_t due = m_qwLastDrawStartNs + kPacingNs;
                 // Off-screen nobody sees a draw of motion alone, only the
-                // pictures read of frames: while frames come, the view's
-                // motion waits for the next one and steps with it, one draw
-                // a frame, the same steps for the same frames however fast
-                // they come. Once frames stop (a paused stream), motion
-                // draws at its own pace again.
+                // pictures read of frames: while frames come (and pictures
+                // of them are read), the view's motion waits for the next
+                // frame and steps with it, one draw a frame, the same steps
+                // for the same frames however fast they come. Once frames
+                // stop (a paused stream), motion draws at its own pace again.
                 if (!m_bRedraw.load() && m_pRenderer->DrawsOffScreen())
-                    due = std::max(due, m_qwLastPostNs.load(std::memory_order_relaxed) + kFrameHoldNs);
+                    due = std::max(due, m_qwLastFrameUseNs.load(std::memory_order_relaxed) + kFrameHoldNs);
                 if (now < due) {
                     MEventWait(m_hRequestEvent, MDWord((due - now + 999999) / 1000000));
                     continue;
@@ -643,6 +643,9 @@ bool CWinOpenGLDisplay::Internal_Picture()
 
 void CWinOpenGLDisplay::StorePicture(MRESULT res)
 {
+    // A host reading pictures is one that is about to post the next frame:
+    // the motion of an off-screen view waits for it from now on.
+    m_qwLastFrameUseNs.store(MonotonicNs(), std::memory_order_relaxed);
     // The ordinal of the frame the last draw showed: the picture is of it
     // (a draw and this read both run on this thread, one after the other).
     if (res == 0) m_pPicture->dwFrameOrdinal = m_dwNewestDrawn.load(std::memory_order_relaxed);

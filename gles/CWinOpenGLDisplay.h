@@ -168,11 +168,13 @@ private:
     uint64_t m_qwLastDrawStartNs = 0;
     static constexpr uint64_t kPacingNs = 10000000; // one draw per 10 ms while moving
     // Off-screen, a view that moves waits this long after the newest frame
-    // for the next one before it draws for motion alone.
+    // (or the newest picture read of one) for the next frame before it
+    // draws for motion alone.
     static constexpr uint64_t kFrameHoldNs = 250000000;
-    // When the newest frame was posted (monotonic ns): written by posters,
-    // read by the render thread; a stale read only shifts one motion draw.
-    std::atomic<uint64_t> m_qwLastPostNs{0};
+    // When a frame was last posted or a picture last read (monotonic ns):
+    // written by posters and by the render thread, read by the render
+    // thread; a stale read only shifts one motion draw.
+    std::atomic<uint64_t> m_qwLastFrameUseNs{0};
     static constexpr MDWord kIdleCheckMs = 200;      // surface size check while idle
 };
 

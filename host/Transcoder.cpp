@@ -357,10 +357,17 @@ int Transcoder::Run()
         if (!o->encoder.Finish(&error)) return Exit(error);
     Progress(m_source.Length(), frames, true);
     const double elapsed = std::chrono::duration<double>(Steady::now() - m_start).count();
-    for (auto &o : m_outputs)
+    for (auto &o : m_outputs) {
+        if (m_opts.verbose) {
+            ZT5RenderStats stats = {};
+            o->display.Get(ZT5_CFG_DISPLAY_RENDER_STATS, &stats);
+            std::printf("%s: %u draws, %u frames posted, %u drawn\n", o->spec.path.c_str(), stats.dwDraws,
+                        stats.dwFramesPosted, stats.dwFramesDrawn);
+        }
         std::printf("wrote %s: %ld pictures of %dx%d, view %d%s, %s, %s %s range\n", o->spec.path.c_str(),
                     o->written, o->spec.width, o->spec.height, o->spec.mode, o->spec.cruise ? " cruising" : "",
                     o->encoder.CodecName(), MatrixName(m_colour), o->encoder.FullRange() ? "full" : "video");
+    }
     std::printf("%ld frames in %.2f s: %.1f frames per second\n", frames, elapsed, elapsed > 0 ? frames / elapsed : 0.0);
     return 0;
 }
