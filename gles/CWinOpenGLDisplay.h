@@ -170,7 +170,7 @@ private:
     // Off-screen, a view that moves waits this long after the newest frame
     // (or the newest picture read of one) for the next frame before it
     // draws for motion alone.
-    static constexpr uint64_t kFrameHoldNs = 250000000;
+    static constexpr uint64_t kFrameHoldNs = 1000000000;
     // When a frame was last posted or a picture last read (monotonic ns):
     // written by posters and by the render thread, read by the render
     // thread; a stale read only shifts one motion draw.
