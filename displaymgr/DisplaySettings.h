@@ -21,6 +21,12 @@ struct DisplaySettings {
     // one of the first Init; a new window comes with a viewport).
     MDWord bUseOpenGles = 0;
     MWindowHandle hWindow = 0;
+    // A display without a window draws off-screen at this size (0 x 0: it
+    // needs its window).
+    MDWord dwOffscreenSize[2] = {0, 0};
+    // The front end's event, signalled after every draw: a reader of a
+    // picture waits on it for its frame. Outlives every render object.
+    CZT5Event *pDrawnEvent = nullptr;
 
     // The view and its motion.
     MLong lFishEyeMode = 0;

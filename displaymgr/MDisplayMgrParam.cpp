@@ -163,6 +163,9 @@ MRESULT MDisplayMgrGetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
         // caller's variable is left alone.
         if (c->pRender) c->pRender->getConfig(dwParamID, pParam);
         return 0;
+    case ZT5_CFG_DISPLAY_PICTURE:
+        // The render object's answer is the host's.
+        return c->pRender ? c->pRender->getConfig(dwParamID, pParam) : ZT5_ERR_NOT_READY;
     default:
         return 3;
     }

@@ -1,6 +1,7 @@
 // Construction, Init/Uninit, the frame road and the two display handles.
 #include "CZT5Panoview.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "FrontendLock.h"
@@ -56,6 +57,8 @@ CZT5Panoview::CZT5Panoview() : m_bSwitchPending(0), m_DrawFrameEvent(0)
     m_pFEStatusDataDict = nullptr;
     m_bIsMultiDisplay = 0;
     m_dwYuvMatrix = 0;
+    m_dwOffscreenSize[0] = m_dwOffscreenSize[1] = 0;
+    m_dwOffscreenDrawn[0] = m_dwOffscreenDrawn[1] = 0;
     std::memset(&m_CodecHint, 0, sizeof(m_CodecHint));
     std::memset(&m_FishEyeParam, 0, sizeof(m_FishEyeParam));
     std::memset(&m_rectOpenglScale, 0, sizeof(m_rectOpenglScale));
@@ -68,6 +71,16 @@ CZT5Panoview::~CZT5Panoview()
     DeleteDisplayHandles();
     // The mutexes, the event, the benchmark and the overlay copies go with
     // the members.
+}
+
+void CZT5Panoview::ApplyOffscreenRects()
+{
+    // The picture of a display without a window is all there is to show:
+    // screen and clip are the off-screen size, whatever the record said.
+    if (!OffScreen()) return;
+    const ZT5Rect all = {0, 0, MLong(m_dwOffscreenDrawn[0]), MLong(m_dwOffscreenDrawn[1])};
+    m_DisplayParam.rtScreen = all;
+    m_DisplayParam.rtClip = all;
 }
 
 void CZT5Panoview::ClearGeometry()
@@ -108,6 +121,9 @@ int32_t CZT5Panoview::Init(const ZT5DisplayParam *pDisplayParam)
 
     std::memcpy(&m_DisplayParam, pDisplayParam, sizeof(m_DisplayParam));
     if (m_hFirstWnd == 0) m_hFirstWnd = m_DisplayParam.hWnd;
+    // Without a window, the size set before is where the display draws.
+    for (int i = 0; i < 2; i++) m_dwOffscreenDrawn[i] = m_DisplayParam.hWnd == 0 ? m_dwOffscreenSize[i] : 0;
+    ApplyOffscreenRects();
 
     MRESULT res = CheckDisplayRects();
     if (res != 0) {
@@ -129,6 +145,11 @@ int32_t CZT5Panoview::Init(const ZT5DisplayParam *pDisplayParam)
     // The settings given so far go down as one value; the first window is
     // the one the surface is made on.
     m_Settings.hWindow = m_hFirstWnd;
+    // A display without a window draws off-screen, at the size set before;
+    // both handles tell the front end of their draws, for readers of
+    // pictures.
+    for (int i = 0; i < 2; i++) m_Settings.dwOffscreenSize[i] = OffScreen() ? m_dwOffscreenDrawn[i] : 0;
+    m_Settings.pDrawnEvent = &m_DrawnEvent;
     PostSettings(0);
     if (m_pFEStatusDataDict) MDisplayMgrSetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_FE_CURRENTSTATUS, m_pFEStatusDataDict, 4);
 
@@ -152,6 +173,7 @@ int32_t CZT5Panoview::Uninit()
 
     m_hCurDisplay = nullptr;
     std::memset(&m_DisplayParam, 0, sizeof(m_DisplayParam));
+    m_dwOffscreenDrawn[0] = m_dwOffscreenDrawn[1] = 0;
     ClearGeometry();
     std::memset(&m_Viewport, 0, sizeof(m_Viewport));
     std::memset(&m_MgrFrameInfo, 0, sizeof(m_MgrFrameInfo));
@@ -179,7 +201,7 @@ int32_t CZT5Panoview::DrawFrame(void *pBuffer, const ZT5FrameInfo *pFrameInfo, u
     const MDWord signalDone = m_bSwitchPending.load(std::memory_order_relaxed);
 
     do {
-        if (m_DisplayParam.hWnd == 0) {
+        if (m_DisplayParam.hWnd == 0 && !OffScreen()) {
             res = ZT5_ERR_NOT_READY;
             break;
         }
@@ -272,6 +294,38 @@ int32_t CZT5Panoview::DrawFrame(void *pBuffer, const ZT5FrameInfo *pFrameInfo, u
     m_DataMutex.Unlock();
     if (signalDone) m_DrawFrameEvent.Signal();
     return res;
+}
+
+MRESULT CZT5Panoview::ReadPicture(ZT5Picture *pPicture)
+{
+    if (!pPicture->pBuffer) return ZT5_ERR_INVALID_PARAM;
+    if (pPicture->dwCSType != ZT5_FRAME_CS_I420 && pPicture->dwCSType != ZT5_SNAPSHOT_RGBA)
+        return ZT5_ERR_INVALID_PARAM;
+    // Ordinal 0: whatever is shown, once anything is.
+    const MDWord dwWanted = pPicture->dwFrameOrdinal;
+    const MDWord dwStart = MGetTickCount();
+    for (;;) {
+        // Reset before the look: a draw after it signals, and the wait
+        // below returns at once.
+        m_DrawnEvent.Reset();
+        {
+            FrontendLock lock(m_DataMutex);
+            if (!m_hCurDisplay) return ZT5_ERR_NOT_READY;
+            ZT5RenderStats stats = {};
+            MDisplayMgrGetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_RENDER_STATS, &stats, sizeof(stats));
+            const bool bReady = dwWanted == 0 ? stats.dwDraws > 0 : stats.dwNewestDrawn >= dwWanted;
+            // Read under the lock, as a snapshot: the handle and its render
+            // object stay as they are meanwhile.
+            if (bReady) return MDisplayMgrGetParam(m_hCurDisplay, ZT5_CFG_DISPLAY_PICTURE, pPicture, sizeof(*pPicture));
+        }
+        // The frame isn't drawn yet. Wait with no lock held, so that the
+        // host's thread can post it: the render thread signals each draw.
+        // A signal taken by another reader costs at most one slice.
+        const MDWord dwWaited = MGetTickCount() - dwStart;
+        if (dwWaited >= pPicture->dwWaitMs) return ZT5_ERR_TIMEOUT;
+        const MDWord kSliceMs = 50;
+        m_DrawnEvent.Wait(std::min(pPicture->dwWaitMs - dwWaited, kSliceMs));
+    }
 }
 
 MRESULT CZT5Panoview::RefreshDisplay()

@@ -66,6 +66,10 @@ private:
     MRESULT SetZoom(MDWord dwValue);
     MRESULT SetDisplayRecord(const ZT5DisplayParam *pParam);
     MRESULT SetOverlay(MDWord id, const void *pValue);
+    // A display without a window: its rectangles are the off-screen picture.
+    bool OffScreen() const { return m_DisplayParam.hWnd == 0 && m_dwOffscreenDrawn[0] != 0; }
+    void ApplyOffscreenRects();
+    MRESULT ReadPicture(ZT5Picture *pPicture);
     void Forward(MDWord id, void *pValue, MDWord size);
     MDWord PresentZoom() const;
 
@@ -130,6 +134,11 @@ private:
     void *m_pFEStatusDataDict; // the last state to restore
     MDWord m_bIsMultiDisplay;
     MDWord m_dwYuvMatrix; // ZT5_CFG_DISPLAY_YUV_MATRIX word
+    MDWord m_dwOffscreenSize[2]; // ZT5_CFG_DISPLAY_OFFSCREEN_SIZE; 0, 0: none
+    MDWord m_dwOffscreenDrawn[2]; // the size Init took for a display without a window; 0, 0: it has one
+    // Signalled by the render thread after each draw; a reader of a picture
+    // waits on it for the frame it asked for, with no lock held.
+    CZT5Event m_DrawnEvent;
     ZT5CodecHint m_CodecHint;
     ZT5FishEyeParam m_FishEyeParam;
     ZT5Rect m_rectOpenglScale;

@@ -68,6 +68,7 @@ MRESULT CZT5Panoview::SetDisplayRecord(const ZT5DisplayParam *pParam)
 {
     if (std::memcmp(pParam, &m_DisplayParam, sizeof(m_DisplayParam)) == 0) return 0;
     std::memcpy(&m_DisplayParam, pParam, sizeof(m_DisplayParam));
+    ApplyOffscreenRects();
     m_bWindowChanged = m_hFirstWnd != (MWindowHandle)m_DisplayParam.hWnd ? 1 : 0;
     MRESULT res = CheckDisplayRects();
     if (res != 0) return res;
@@ -354,6 +355,16 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
         std::memcpy(&m_CodecHint, pValue, sizeof(m_CodecHint));
         return 0;
     }
+    case ZT5_CFG_DISPLAY_OFFSCREEN_SIZE: {
+        // Taken by the next Init with no window.
+        MDWord size[2];
+        std::memcpy(size, pValue, sizeof(size));
+        for (MDWord side : size)
+            if (side < ZT5_OFFSCREEN_SIDE_MIN || side > ZT5_OFFSCREEN_SIDE_MAX) return ZT5_ERR_INVALID_PARAM;
+        FrontendLock lock(m_DataMutex);
+        std::memcpy(m_dwOffscreenSize, size, sizeof(size));
+        return 0;
+    }
     case ZT5_CFG_DISPLAY_YUV_MATRIX: {
         MDWord v = ReadU32(pValue);
         if ((v & ~(MDWord)(0xFF | ZT5_YUV_RANGE_FULL)) != 0 || (v & 0xFF) > ZT5_YUV_MATRIX_BT2020)
@@ -431,6 +442,13 @@ int32_t CZT5Panoview::GetDisplayParam(uint32_t dwParamID, void *pValue)
         if (m_hCurDisplay) MDisplayMgrGetParam(m_hCurDisplay, dwParamID, pValue, 4);
         return 0;
     }
+    case ZT5_CFG_DISPLAY_OFFSCREEN_SIZE: {
+        FrontendLock lock(m_DataMutex);
+        std::memcpy(pValue, m_dwOffscreenSize, sizeof(m_dwOffscreenSize));
+        return 0;
+    }
+    case ZT5_CFG_DISPLAY_PICTURE:
+        return ReadPicture(static_cast<ZT5Picture *>(pValue));
     case ZT5_CFG_DISPLAY_RENDER_STATS: {
         // Zeros until the current handle has a render object.
         ZT5RenderStats stats = {};

@@ -1,5 +1,6 @@
 #include "CWinOpenGLDisplay.h"
 
+#include <algorithm>
 #include <new>
 
 #include "MLog.h"
@@ -70,7 +71,11 @@ MRESULT CWinOpenGLDisplay::init(MDWord dwReserved, char *pText, MDWord dwCSType,
     (void)pText;
     (void)dwCSType;
     (void)bContinueBuf;
-    if (!hContext) return 0;
+    // Without a window only a display with an off-screen size can draw.
+    if (!hContext) {
+        const DisplaySettings settings = Settings();
+        if (settings.dwOffscreenSize[0] == 0 || settings.dwOffscreenSize[1] == 0) return 0;
+    }
     {
         std::lock_guard<std::recursive_mutex> hs(m_HandshakeLock);
         RequestLock lock(m_hRequestLock);
@@ -198,7 +203,10 @@ void CWinOpenGLDisplay::attachMailbox(FrameMailbox *pMailbox)
 void CWinOpenGLDisplay::framePosted(bool bNewFrame)
 {
     if (!m_bOpenGLInited.load(std::memory_order_acquire)) return;
-    if (bNewFrame) m_dwFramesPosted.fetch_add(1, std::memory_order_relaxed);
+    if (bNewFrame) {
+        m_dwFramesPosted.fetch_add(1, std::memory_order_relaxed);
+        m_qwLastFrameUseNs.store(MonotonicNs(), std::memory_order_relaxed);
+    }
     {
         RequestLock lock(m_hRequestLock);
         if (!m_bRequestPending) mRequestOp.store(OP_BLIT);
@@ -274,6 +282,7 @@ void CWinOpenGLDisplay::FinishRequest(MLong op)
             break;
         case OP_CHANGEMODE:
         case OP_CAPTUREFRAME:
+        case OP_PICTURE:
             next = m_bOpenGLESRendererInited.load() ? OP_BLIT : OP_NULL;
             break;
         default:
@@ -285,7 +294,7 @@ void CWinOpenGLDisplay::FinishRequest(MLong op)
     // A request other than a snapshot changes what the window shows (a new
     // view, a new surface or viewport): draw it. A snapshot reads the
     // picture as it stands and changes nothing.
-    if (op != OP_CAPTUREFRAME) m_bRedraw.store(true);
+    if (op != OP_CAPTUREFRAME && op != OP_PICTURE) m_bRedraw.store(true);
     MEventSignal(m_hDoneEvent);
 }
 
@@ -316,6 +325,10 @@ void CWinOpenGLDisplay::Serve(MLong op, bool *pbDeferDone)
         } else {
             *pbDeferDone = Internal_CaptureFrame();
         }
+        break;
+    case OP_PICTURE:
+        if (!pbDeferDone) StorePicture(m_pRenderer->ReadPicture(m_pPicture));
+        else *pbDeferDone = Internal_Picture();
         break;
     default:
         break;
@@ -352,15 +365,23 @@ uintptr_t CWinOpenGLDisplay::Run()
             continue;
         }
         const bool bCanDraw = op == OP_BLIT && m_bOpenGLESRendererInited.load();
-        if (bCanDraw && (m_bRedraw.load() || m_bViewMoving || m_bCaptureDeferred)) {
-            if (m_bViewMoving && !m_bCaptureDeferred) {
+        if (bCanDraw && (m_bRedraw.load() || m_bViewMoving || m_bCaptureDeferred || m_bPictureDeferred)) {
+            if (m_bViewMoving && !m_bCaptureDeferred && !m_bPictureDeferred) {
                 // Motion is counted in draws: while the view moves, draws
                 // start kPacingNs apart. A new frame meanwhile waits for the
                 // next step (the newest wins) rather than adding a step. On
                 // slow GL the deadline has passed and the draws run back to
                 // back.
                 const uint64_t now = MonotonicNs();
-                const uint64_t due = m_qwLastDrawStartNs + kPacingNs;
+                uint64_t due = m_qwLastDrawStartNs + kPacingNs;
+                // Off-screen nobody sees a draw of motion alone, only the
+                // pictures read of frames: while frames come (and pictures
+                // of them are read), the view's motion waits for the next
+                // frame and steps with it, one draw a frame, the same steps
+                // for the same frames however fast they come. Once frames
+                // stop (a paused stream), motion draws at its own pace again.
+                if (!m_bRedraw.load() && m_pRenderer->DrawsOffScreen())
+                    due = std::max(due, m_qwLastFrameUseNs.load(std::memory_order_relaxed) + kFrameHoldNs);
                 if (now < due) {
                     MEventWait(m_hRequestEvent, MDWord((due - now + 999999) / 1000000));
                     continue;
@@ -382,6 +403,16 @@ uintptr_t CWinOpenGLDisplay::Run()
                 StoreCapture(pBuffer, w, h, res);
                 m_bCaptureDeferred = false;
                 FinishRequest(OP_CAPTUREFRAME);
+            }
+            if (m_bPictureDeferred) {
+                MRESULT res = 0;
+                if (!m_pRenderer->TakeArmedPicture(&res)) {
+                    m_pRenderer->DisarmPicture();
+                    res = m_pRenderer->ReadPicture(m_pPicture);
+                }
+                StorePicture(res);
+                m_bPictureDeferred = false;
+                FinishRequest(OP_PICTURE);
             }
             continue;
         }
@@ -428,6 +459,7 @@ void CWinOpenGLDisplay::Internal_Blit()
         m_dwFramesDrawn.fetch_add(1, std::memory_order_relaxed);
         m_dwNewestDrawn.store(dwSerial - m_dwSerialBase, std::memory_order_release);
     }
+    if (CZT5Event *pDrawn = m_pDrawnEvent.load()) pDrawn->Signal();
     m_pRenderer->DeliverHostEvents();
 }
 
@@ -561,6 +593,33 @@ bool CWinOpenGLDisplay::Internal_CaptureFrame()
     return false;
 }
 
+bool CWinOpenGLDisplay::Internal_Picture()
+{
+    bool bWillDraw;
+    {
+        RequestLock lock(m_hRequestLock);
+        bWillDraw = m_bOpenGLESRendererInited.load() && m_bOpenGLInited.load() && m_pMailbox.load() != nullptr;
+    }
+    if (!m_pRenderer->CanReadAfterSwap() && bWillDraw) {
+        m_pRenderer->ArmPictureBeforeSwap(m_pPicture);
+        m_bPictureDeferred = true;
+        return true;
+    }
+    StorePicture(m_pRenderer->ReadPicture(m_pPicture));
+    return false;
+}
+
+void CWinOpenGLDisplay::StorePicture(MRESULT res)
+{
+    // A host reading pictures is one that is about to post the next frame:
+    // the motion of an off-screen view waits for it from now on.
+    m_qwLastFrameUseNs.store(MonotonicNs(), std::memory_order_relaxed);
+    // The ordinal of the frame the last draw showed: the picture is of it
+    // (a draw and this read both run on this thread, one after the other).
+    if (res == 0) m_pPicture->dwFrameOrdinal = m_dwNewestDrawn.load(std::memory_order_relaxed);
+    m_lPictureResult = res;
+}
+
 void CWinOpenGLDisplay::StoreCapture(void *pBuffer, MDWord dwWidth, MDWord dwHeight, MRESULT res)
 {
     m_Snapshot.dwWidth = dwWidth;
@@ -685,7 +744,15 @@ void CWinOpenGLDisplay::applySettings(const DisplaySettings &settings, MDWord dw
         RequestLock lock(m_hRequestLock);
         m_Settings = settings;
     }
-    if (!m_pRenderer || !dwChanged) return;
+    m_pDrawnEvent.store(settings.pDrawnEvent);
+    if (!m_pRenderer) return;
+    if (!m_bOpenGLInited.load()) {
+        // Where the renderer draws is chosen before it comes up; a running
+        // one keeps its target.
+        MDWord size[2] = {settings.dwOffscreenSize[0], settings.dwOffscreenSize[1]};
+        m_pRenderer->setConfig(ZT5_CFG_DISPLAY_OFFSCREEN_SIZE, size);
+    }
+    if (!dwChanged) return;
     if (dwChanged == ZT5_CFG_DISPLAY_FISHEYE_MODE) {
         // The view switches on the render thread before this returns.
         if (m_bOpenGLESRendererInited.load()) Handshake(OP_CHANGEMODE);
@@ -755,6 +822,16 @@ MRESULT CWinOpenGLDisplay::getConfig(MDWord dwID, void *pValue)
     case ZT5_CFG_DISPLAY_MAX_SCALE:
         if (m_pRenderer) m_pRenderer->GetConfig(dwID, pValue);
         return 0;
+    case ZT5_CFG_DISPLAY_PICTURE: {
+        if (!m_pRenderer) return ZT5_ERR_NOT_READY;
+        std::lock_guard<std::recursive_mutex> hs(m_HandshakeLock);
+        if (!m_hThread) return ZT5_ERR_NOT_READY;
+        m_pPicture = static_cast<ZT5Picture *>(pValue);
+        m_lPictureResult = ZT5_ERR_NOT_READY;
+        Handshake(OP_PICTURE);
+        m_pPicture = nullptr;
+        return m_lPictureResult;
+    }
     case ZT5_CFG_DISPLAY_GL_SNAPSHOT:
         if (!m_pRenderer) return ZT5_ERR_ALREADY_INITED;
         Handshake(OP_CAPTUREFRAME);

@@ -22,6 +22,7 @@ enum {
     OP_CHANGEMODE = 6,
     OP_CAPTUREFRAME = 7,
     OP_NOP = 8,
+    OP_PICTURE = 9,
 };
 
 struct MGLDisplayPinch {
@@ -84,6 +85,9 @@ private:
     // Returns true when the capture will be finished by the next draw.
     bool Internal_CaptureFrame();
     void StoreCapture(void *pBuffer, MDWord dwWidth, MDWord dwHeight, MRESULT res);
+    // As Internal_CaptureFrame, for the picture of m_pPicture.
+    bool Internal_Picture();
+    void StorePicture(MRESULT res);
 
     MHandle m_hThread = nullptr;
     MHandle m_hRequestEvent = nullptr;
@@ -127,6 +131,16 @@ private:
     std::recursive_mutex m_HandshakeLock;
     std::atomic<unsigned long> m_dwRenderThreadId{0};
     bool m_bCaptureDeferred = false; // render thread only
+    // The host's picture record of the request under way: written by the
+    // requester under m_HandshakeLock before the handshake, read and
+    // answered by the render thread until it signals done, which orders
+    // both ways.
+    ZT5Picture *m_pPicture = nullptr;
+    MRESULT m_lPictureResult = 0;
+    bool m_bPictureDeferred = false; // render thread only
+    // Signalled after every draw (the front end's event, which outlives
+    // this object): a reader of a picture waits on it for its frame.
+    std::atomic<CZT5Event *> m_pDrawnEvent{nullptr};
     std::atomic<MDWord> m_dwDrawCount{0};
     std::atomic<MDWord> m_dwFramesPosted{0};
     std::atomic<MDWord> m_dwFramesDrawn{0};
@@ -140,6 +154,14 @@ private:
     bool m_bViewMoving = false;
     uint64_t m_qwLastDrawStartNs = 0;
     static constexpr uint64_t kPacingNs = 10000000; // one draw per 10 ms while moving
+    // Off-screen, a view that moves waits this long after the newest frame
+    // (or the newest picture read of one) for the next frame before it
+    // draws for motion alone.
+    static constexpr uint64_t kFrameHoldNs = 1000000000;
+    // When a frame was last posted or a picture last read (monotonic ns):
+    // written by posters and by the render thread, read by the render
+    // thread; a stale read only shifts one motion draw.
+    std::atomic<uint64_t> m_qwLastFrameUseNs{0};
     static constexpr MDWord kIdleCheckMs = 200;      // surface size check while idle
 };
 

@@ -171,7 +171,12 @@ MRESULT CWinOpenGLESRenderer::InitializeLocked(MGLDisplayContext *pDisplayContex
     m_Width = lWidth;
     m_Height = lHeight;
 
-    m_eglDisplay = eglGetDisplay(EGL_DEFAULT_DISPLAY);
+    // A window wins; without one the display draws off-screen when it was
+    // given a size for that.
+    const MWindowHandle hWindow = m_hNativeWindow.load(std::memory_order_relaxed);
+    m_Target.Choose(ToNativeWindow(hWindow), int(m_dwOffscreenWidth.load(std::memory_order_relaxed)),
+                    int(m_dwOffscreenHeight.load(std::memory_order_relaxed)));
+    m_eglDisplay = m_Target.OpenDisplay();
     if (m_eglDisplay == EGL_NO_DISPLAY) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglGetDisplay error", MLOG_TAG);
         return ZT5_ERR_DISPLAY_CREATE;
@@ -198,14 +203,14 @@ MRESULT CWinOpenGLESRenderer::InitializeLocked(MGLDisplayContext *pDisplayContex
                         EGL_RENDERABLE_TYPE,
                         EGL_OPENGL_ES2_BIT,
                         EGL_SURFACE_TYPE,
-                        EGL_WINDOW_BIT | EGL_SWAP_BEHAVIOR_PRESERVED_BIT,
+                        m_Target.SurfaceBits(true),
                         EGL_NONE};
     EGLint numConfigs = 0;
     EGLBoolean chosen = EGL_FALSE;
     chosen = eglChooseConfig(m_eglDisplay, attribs, &m_eglConfig, 1, &numConfigs);
     bool bPreservedConfig = chosen && numConfigs >= 1;
     if (!bPreservedConfig) {
-        attribs[13] = EGL_WINDOW_BIT;
+        attribs[13] = m_Target.SurfaceBits(false);
         numConfigs = 0;
         if (!eglChooseConfig(m_eglDisplay, attribs, &m_eglConfig, 1, &numConfigs)) {
             MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglChooseConfig error", MLOG_TAG);
@@ -217,18 +222,18 @@ MRESULT CWinOpenGLESRenderer::InitializeLocked(MGLDisplayContext *pDisplayContex
         }
     }
 
-    m_eglSurface.Adopt(m_eglDisplay,
-                       eglCreateWindowSurface(m_eglDisplay, m_eglConfig,
-                                              ToNativeWindow(m_hNativeWindow.load(std::memory_order_relaxed)), nullptr));
-    if (!m_eglSurface) {
+    if (!m_Target.CreateSurface(m_eglDisplay, m_eglConfig)) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglCreateWindowSurface error", MLOG_TAG);
         return ZT5_ERR_DISPLAY_CREATE;
     }
-    m_WindowWatch.Watch(uint32_t(m_hNativeWindow.load(std::memory_order_relaxed)));
-    m_bSwapPreserved = false;
-    if (bPreservedConfig && eglSurfaceAttrib(m_eglDisplay, m_eglSurface.get(), EGL_SWAP_BEHAVIOR, EGL_BUFFER_PRESERVED)) {
+    m_WindowWatch.Watch(uint32_t(hWindow));
+    // A framebuffer keeps its picture until the next draw: it reads like a
+    // preserved window.
+    m_bSwapPreserved = m_Target.OffScreen();
+    if (bPreservedConfig && m_Target.Surface() &&
+        eglSurfaceAttrib(m_eglDisplay, m_Target.Surface(), EGL_SWAP_BEHAVIOR, EGL_BUFFER_PRESERVED)) {
         EGLint behaviour = 0;
-        m_bSwapPreserved = eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_SWAP_BEHAVIOR, &behaviour) &&
+        m_bSwapPreserved = eglQuerySurface(m_eglDisplay, m_Target.Surface(), EGL_SWAP_BEHAVIOR, &behaviour) &&
                            behaviour == EGL_BUFFER_PRESERVED;
     }
 
@@ -238,10 +243,11 @@ MRESULT CWinOpenGLESRenderer::InitializeLocked(MGLDisplayContext *pDisplayContex
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglCreateContext error", MLOG_TAG);
         return ZT5_ERR_DISPLAY_CREATE;
     }
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
+    if (!eglMakeCurrent(m_eglDisplay, m_Target.Surface(), m_Target.Surface(), m_eglContext.get())) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglMakeCurrent error", MLOG_TAG);
         return ZT5_ERR_DISPLAY_CREATE;
     }
+    if (!m_Target.Attach()) return ZT5_ERR_DISPLAY_CREATE;
     return 0;
 }
 
@@ -249,7 +255,7 @@ void CWinOpenGLESRenderer::CreateEffect(MDWord mode)
 {
     if (mode >= GL_RENDER_MODE_COUNT) return;
     RendererLocks locks(nullptr);
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
+    if (!eglMakeCurrent(m_eglDisplay, m_Target.Surface(), m_Target.Surface(), m_eglContext.get())) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglMakeCurrent error", MLOG_TAG);
         return;
     }
@@ -289,7 +295,7 @@ void CWinOpenGLESRenderer::SetFishEyeMode(MLong nFishEyeMode)
     CreateEffect(mode);
 
     g_EglMutex.Lock();
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
+    if (!eglMakeCurrent(m_eglDisplay, m_Target.Surface(), m_Target.Surface(), m_eglContext.get())) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglMakeCurrent error", MLOG_TAG);
     } else if (GlesRenderEffect *pEffect = m_RenderEffect[mode]) {
         ZT5UICallbackRecord *pCallback = m_pUICallback.load(std::memory_order_relaxed);
@@ -306,7 +312,7 @@ void CWinOpenGLESRenderer::Uninitialize()
 {
     RendererLocks locks(m_pMutex);
     const bool hadDisplay = m_eglDisplay != EGL_NO_DISPLAY;
-    if (hadDisplay) eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get());
+    if (hadDisplay) eglMakeCurrent(m_eglDisplay, m_Target.Surface(), m_Target.Surface(), m_eglContext.get());
 
     // Take the views out of the table first, under the lock the gesture
     // entry points hold while they call a view, then destroy them: no host
@@ -324,6 +330,10 @@ void CWinOpenGLESRenderer::Uninitialize()
 
     m_FrameTextures.Reset();
     m_lSurfaceWidth = m_lSurfaceHeight = 0;
+    m_Target.ReleaseGl();
+    m_PictureConverter.Release();
+    m_pPictureArmed = nullptr;
+    m_bPictureTaken = false;
     m_bDrawn = false;
     m_dwDisplayWidth = 0;
     m_dwDisplayHeight = 0;
@@ -336,7 +346,7 @@ void CWinOpenGLESRenderer::Uninitialize()
         eglMakeCurrent(m_eglDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
     }
     m_eglContext.Reset();
-    m_eglSurface.Reset();
+    m_Target.Reset();
     m_WindowWatch.Stop();
     m_eglDisplay = EGL_NO_DISPLAY;
     m_eglConfig = nullptr;
@@ -355,11 +365,11 @@ bool CWinOpenGLESRenderer::MakeCurrent()
     // The render thread keeps its context current from draw to draw: asking
     // is a thread-local read, and only a real switch takes the process-wide
     // lock.
-    if (eglGetCurrentContext() == m_eglContext.get() && eglGetCurrentSurface(EGL_DRAW) == m_eglSurface.get() &&
+    if (eglGetCurrentContext() == m_eglContext.get() && eglGetCurrentSurface(EGL_DRAW) == m_Target.Surface() &&
         m_eglContext)
         return true;
     Held egl(&g_EglMutex);
-    return eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get()) == EGL_TRUE;
+    return eglMakeCurrent(m_eglDisplay, m_Target.Surface(), m_Target.Surface(), m_eglContext.get()) == EGL_TRUE;
 }
 
 void CWinOpenGLESRenderer::Render(const VideoFrame &frame, bool bNewPixels, MDWord bIsNewScaleMode)
@@ -381,8 +391,7 @@ void CWinOpenGLESRenderer::Render(const VideoFrame &frame, bool bNewPixels, MDWo
     if (m_WindowWatch.TakeResized()) m_nSizeQueries = kSizeQueriesAfterResize;
     if (m_nSizeQueries > 0 || m_lSurfaceWidth <= 0 || m_lSurfaceHeight <= 0) {
         EGLint qw = 0, qh = 0;
-        if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &qw)) return;
-        if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_HEIGHT, &qh)) return;
+        if (!m_Target.Size(m_eglDisplay, &qw, &qh)) return;
         m_lSurfaceWidth = qw;
         m_lSurfaceHeight = qh;
         if (m_nSizeQueries > 0) m_nSizeQueries--;
@@ -402,6 +411,9 @@ void CWinOpenGLESRenderer::Render(const VideoFrame &frame, bool bNewPixels, MDWo
     // The textures keep the last frame: a redraw for motion alone uploads
     // nothing. Textures made anew (a rebuilt renderer) need the pixels again.
     if (bNewPixels) m_FrameTextures.Upload(frame);
+    // Pictures for the host are converted back with the frame's own matrix
+    // and range.
+    m_dwPictureColour = MDWord(frame.colour.matrix) | (frame.colour.bFullRange ? ZT5_YUV_RANGE_FULL : 0u);
     if (bFinish) glFinish();
     const uint64_t t1 = NowNs();
 
@@ -457,9 +469,14 @@ void CWinOpenGLESRenderer::Render(const VideoFrame &frame, bool bNewPixels, MDWo
         m_bCaptureArmed = false;
         m_bCaptureTaken = true;
     }
+    if (m_pPictureArmed) {
+        m_lPictureResult = ReadPictureLocked(m_pPictureArmed);
+        m_pPictureArmed = nullptr;
+        m_bPictureTaken = true;
+    }
 
     const uint64_t t3 = NowNs();
-    if (!eglSwapBuffers(m_eglDisplay, m_eglSurface.get()))
+    if (!m_Target.Present(m_eglDisplay))
         MLogInfo("[%s] EGLRenderer::DoRender eglSwapBuffers() returned error %d", MLOG_TAG, int(eglGetError()));
     const uint64_t t4 = NowNs();
     m_qwUploadNs.fetch_add(t1 - t0, std::memory_order_relaxed);
@@ -513,10 +530,9 @@ bool CWinOpenGLESRenderer::WindowNeedsRedraw()
     // Both questions are asked every time: the watch's queue is emptied.
     const bool bExposed = m_WindowWatch.TakeExposed();
     RendererLocks locks(m_pMutex);
-    if (m_eglDisplay == EGL_NO_DISPLAY || !m_eglSurface) return false;
+    if (m_eglDisplay == EGL_NO_DISPLAY || !m_Target.Surface()) return false; // a framebuffer never needs it
     EGLint w = 0, h = 0;
-    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &w)) return bExposed;
-    if (!eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_HEIGHT, &h)) return bExposed;
+    if (!m_Target.Size(m_eglDisplay, &w, &h)) return bExposed;
     return bExposed || w != m_dwDisplayWidth || h != m_dwDisplayHeight;
 }
 
@@ -532,8 +548,7 @@ MRESULT CWinOpenGLESRenderer::ReadSurface(void **ppBuffer, MDWord *pWidth, MDWor
     GLint viewport[4] = {0, 0, 0, 0};
     glGetIntegerv(GL_VIEWPORT, viewport);
     EGLint sw = 0, sh = 0;
-    if (!m_bDrawn || !m_WindowWatch.Exists() || !eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_WIDTH, &sw) ||
-        !eglQuerySurface(m_eglDisplay, m_eglSurface.get(), EGL_HEIGHT, &sh))
+    if (!m_bDrawn || !m_WindowWatch.Exists() || !m_Target.Size(m_eglDisplay, &sw, &sh))
         sw = sh = 0;
     MDWord w = viewport[2] > 0 ? MDWord(std::min<GLint>(viewport[2], sw)) : 0;
     MDWord h = viewport[3] > 0 ? MDWord(std::min<GLint>(viewport[3], sh)) : 0;
@@ -561,11 +576,55 @@ MRESULT CWinOpenGLESRenderer::ReadSurface(void **ppBuffer, MDWord *pWidth, MDWor
 MRESULT CWinOpenGLESRenderer::CaptureCurEffect(void **ppBuffer, MDWord *pWidth, MDWord *pHeight)
 {
     RendererLocks locks(m_pMutex);
-    if (!eglMakeCurrent(m_eglDisplay, m_eglSurface.get(), m_eglSurface.get(), m_eglContext.get())) {
+    if (!eglMakeCurrent(m_eglDisplay, m_Target.Surface(), m_Target.Surface(), m_eglContext.get())) {
         MLogInfo("[%s] CWinOpenGLESRenderer::Initialize eglMakeCurrent error", MLOG_TAG);
         return ZT5_ERR_DISPLAY_CREATE;
     }
     return ReadSurface(ppBuffer, pWidth, pHeight);
+}
+
+MRESULT CWinOpenGLESRenderer::ReadPictureLocked(ZT5Picture *pPicture)
+{
+    // What the last draw drew, as a snapshot reads it: the drawn size, kept
+    // within the surface as it is now (a window that shrank since).
+    EGLint sw = 0, sh = 0;
+    if (!m_bDrawn || !m_WindowWatch.Exists() || !m_Target.Size(m_eglDisplay, &sw, &sh)) return ZT5_ERR_NOT_READY;
+    const MDWord w = MDWord(std::max<MLong>(0, std::min<MLong>(m_dwDisplayWidth, sw)));
+    const MDWord h = MDWord(std::max<MLong>(0, std::min<MLong>(m_dwDisplayHeight, sh)));
+    if (w == 0 || h == 0) return ZT5_ERR_NOT_READY;
+    const size_t need = PictureConverter::Bytes(pPicture->dwCSType, w, h);
+    if (need == 0 || need > 0xFFFFFFFFu) return ZT5_ERR_INVALID_PARAM;
+    pPicture->dwWidth = w;
+    pPicture->dwHeight = h;
+    if (pPicture->dwSize < need) {
+        pPicture->dwSize = MDWord(need);
+        return ZT5_ERR_INVALID_PARAM;
+    }
+    // The framebuffer's texture is read as it is; a window's picture is
+    // copied from the surface bound now.
+    if (!m_PictureConverter.Read(m_Target.ColourTexture(), sw, sh, w, h, pPicture->dwCSType,
+                                 m_dwPictureColour,
+                                 static_cast<uint8_t *>(pPicture->pBuffer)))
+        return ZT5_ERR_UPDATE_FAILED;
+    pPicture->dwSize = MDWord(need);
+    return 0;
+}
+
+MRESULT CWinOpenGLESRenderer::ReadPicture(ZT5Picture *pPicture)
+{
+    RendererLocks locks(m_pMutex);
+    if (!eglMakeCurrent(m_eglDisplay, m_Target.Surface(), m_Target.Surface(), m_eglContext.get()))
+        return ZT5_ERR_DISPLAY_CREATE;
+    return ReadPictureLocked(pPicture);
+}
+
+bool CWinOpenGLESRenderer::TakeArmedPicture(MRESULT *pResult)
+{
+    if (!m_bPictureTaken) return false;
+    m_bPictureTaken = false;
+    m_pPictureArmed = nullptr;
+    *pResult = m_lPictureResult;
+    return true;
 }
 
 bool CWinOpenGLESRenderer::TakeArmedCapture(void **ppBuffer, MDWord *pWidth, MDWord *pHeight, MRESULT *pResult)
@@ -640,6 +699,12 @@ MRESULT CWinOpenGLESRenderer::setConfig(MDWord dwID, void *pValue)
             m_fMaxScale = float(*static_cast<const MDWord *>(pValue) / 100.0);
             e->setConfig(dwID, &m_fMaxScale);
         });
+        break;
+    case ZT5_CFG_DISPLAY_OFFSCREEN_SIZE:
+        // Taken at the next Initialize; a window, when there is one, wins.
+        if (!pValue) break;
+        m_dwOffscreenWidth.store(static_cast<const MDWord *>(pValue)[0], std::memory_order_relaxed);
+        m_dwOffscreenHeight.store(static_cast<const MDWord *>(pValue)[1], std::memory_order_relaxed);
         break;
     case ZT5_CFG_PLUGINMGR_HDL:
         m_hNativeWindow.store(reinterpret_cast<MWindowHandle>(pValue), std::memory_order_relaxed);

@@ -18,6 +18,8 @@
 #include "GlesRenderEffect.h"
 #include "WindowWatch.h"
 #include "MDisplayMgr.h"
+#include "PictureConverter.h"
+#include "RenderTarget.h"
 #include "MRuntime.h"
 #include "ZT5Records.h"
 
@@ -71,6 +73,8 @@ public:
     // Render thread: the window was destroyed and another took its id; the
     // surface must be made anew.
     bool WindowReplaced() { return m_WindowWatch.Replaced(); }
+    // Render thread: the target is a framebuffer, which nobody watches.
+    bool DrawsOffScreen() const { return m_Target.OffScreen(); }
     void SetFishEyeMode(MLong nFishEyeMode);
     // After a Render, with no lock held: hands the courier a changed cruise
     // state and an edge the view met while it drew, for the host.
@@ -90,6 +94,20 @@ public:
     // pointers, as CaptureCurEffect. Disarms.
     bool TakeArmedCapture(void **ppBuffer, MDWord *pWidth, MDWord *pHeight, MRESULT *pResult);
     void DisarmCapture() { m_bCaptureArmed = false; }
+
+    // The picture of the last draw into the host's record (its buffer, size
+    // and layout), converted on the GPU; fills the record's size and
+    // dimensions. 0; ZT5_ERR_INVALID_PARAM for a buffer too small or
+    // another layout (the record then says what is needed, the buffer is
+    // untouched); ZT5_ERR_NOT_READY before the first draw;
+    // ZT5_ERR_DISPLAY_CREATE when the context can't be made current.
+    MRESULT ReadPicture(ZT5Picture *pPicture);
+    // As the capture above: a surface that doesn't keep its content across
+    // the swap is read by the next Render, before its swap.
+    void ArmPictureBeforeSwap(ZT5Picture *pPicture) { m_pPictureArmed = pPicture; }
+    // True once a picture armed above was read; its result through pResult.
+    bool TakeArmedPicture(MRESULT *pResult);
+    void DisarmPicture() { m_pPictureArmed = nullptr; }
 
     // Any thread.
     MRESULT setConfig(MDWord dwID, void *pValue);
@@ -129,6 +147,7 @@ private:
     // To the host at once, on the calling (gesture) thread, no lock held.
     void SendHostEvent(MDWord dwParamId, MDWord dwValue);
     MRESULT ReadSurface(void **ppBuffer, MDWord *pWidth, MDWord *pHeight); // GL part of a capture
+    MRESULT ReadPictureLocked(ZT5Picture *pPicture);                      // GL part of a picture
     MRESULT InitializeLocked(MGLDisplayContext *pDisplayContext, MLong lWidth, MLong lHeight);
 
     // Gesture entry points run on the host's thread while the render thread
@@ -142,7 +161,11 @@ private:
     std::unique_lock<std::recursive_mutex> LockViews();
 
     EGLDisplay m_eglDisplay = EGL_NO_DISPLAY;
-    EglSurface m_eglSurface;
+    RenderTarget m_Target; // the window's surface, or a framebuffer off-screen
+    // ZT5_CFG_DISPLAY_OFFSCREEN_SIZE as the render object passed it on: set
+    // by the host's thread before Initialize, read by Initialize.
+    std::atomic<MDWord> m_dwOffscreenWidth{0};
+    std::atomic<MDWord> m_dwOffscreenHeight{0};
     EglContext m_eglContext;
     WindowWatch m_WindowWatch; // render thread
     EGLConfig m_eglConfig = nullptr;
@@ -158,6 +181,7 @@ private:
     MLong m_dwDisplayWidth = 0;
     MLong m_dwDisplayHeight = 0;
     FrameTextures m_FrameTextures; // the frame on screen, in its layout's textures
+    MDWord m_dwPictureColour = 0;  // render thread: the frame's colours as a ZT5_CFG_DISPLAY_YUV_MATRIX word
     bool m_bWantsAnotherFrame = false;     // render thread only
     bool m_bDrawn = false;                 // a view has drawn on this surface
     MLong m_lCruiseSeen = -1;              // render thread: the last draw's cruise state
@@ -202,6 +226,11 @@ private:
     MRESULT m_lCaptureResult = 0;
     MDWord m_dwCaptureWidth = 0;
     MDWord m_dwCaptureHeight = 0;
+    // Render thread only, as the capture's fields.
+    PictureConverter m_PictureConverter;
+    ZT5Picture *m_pPictureArmed = nullptr;
+    bool m_bPictureTaken = false;
+    MRESULT m_lPictureResult = 0;
 };
 
 #endif

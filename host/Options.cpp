@@ -51,6 +51,68 @@ bool ParseNamed(const char *s, const char *const *names, int count, int *out)
     return false;
 }
 
+namespace {
+
+// The list after the colon of an --output; false (with *error) when it
+// isn't one.
+bool ParseOutputOptions(const std::string &list, OutputSpec *o, std::string *error)
+{
+    size_t start = 0;
+    while (start <= list.size()) {
+        size_t end = list.find(',', start);
+        if (end == std::string::npos) end = list.size();
+        const std::string item = list.substr(start, end - start);
+        const size_t eq = item.find('=');
+        const std::string key = item.substr(0, eq), value = eq == std::string::npos ? "" : item.substr(eq + 1);
+        long n = 0;
+        if (key == "cruise" && eq == std::string::npos) {
+            o->cruise = true;
+        } else if (key == "mode" && ParseInt(value.c_str(), 0, 10, &n)) {
+            o->mode = int(n);
+        } else if (key == "size" && ParseSize(value.c_str(), &o->width, &o->height)) {
+            if (o->width > 8192 || o->height > 8192) return *error = "size= of --output takes at most 8192x8192", false;
+        } else if (key == "view-state" && !value.empty()) {
+            o->viewState = value;
+        } else if (key == "codec" && !value.empty()) {
+            o->codec = value;
+        } else {
+            *error = "--output: '" + item + "' is none of mode=N, cruise, size=WxH, view-state=FILE, codec=NAME";
+            return false;
+        }
+        start = end + 1;
+    }
+    return true;
+}
+
+} // namespace
+
+bool ParseOutput(const std::string &spec, OutputSpec *out, std::string *error)
+{
+    OutputSpec o;
+    o.path = spec;
+    const size_t colon = spec.rfind(':');
+    if (colon != std::string::npos && colon > 0) {
+        OutputSpec withList;
+        std::string listError;
+        const std::string list = spec.substr(colon + 1);
+        // A tail that names a key is meant as options: its errors count.
+        const bool looksLikeOptions = list == "cruise" || list.find('=') != std::string::npos;
+        if (ParseOutputOptions(list, &withList, &listError)) {
+            withList.path = spec.substr(0, colon);
+            o = withList;
+        } else if (looksLikeOptions) {
+            *error = listError;
+            return false;
+        }
+    }
+    if (o.path.empty()) {
+        *error = "--output needs a file name";
+        return false;
+    }
+    *out = o;
+    return true;
+}
+
 void PrintUsage(const char *argv0)
 {
     std::printf(
@@ -84,7 +146,14 @@ void PrintUsage(const char *argv0)
         "  --verbose         print every parameter sent, and FFmpeg's messages\n"
         "  --write-clip OUT  write the built-in scene as a video file (--codec, --size, --frames, --fps,\n"
         "                    --colour, --range) and stop\n"
-        "  --codec NAME      encoder of --write-clip: h264 (default), mjpeg, mpeg4, libvpx-vp9, ...\n"
+        "  --codec NAME      encoder of --write-clip and --output: h264 (default), mjpeg, mpeg4, ffv1, ...\n"
+        "  --output OUT[:mode=N,cruise,size=WxH,view-state=FILE,codec=NAME]\n"
+        "                    transcode FILE into a video of the dewarped view instead of opening a window\n"
+        "                    (repeat for several outputs from one decode; no X server needed). Defaults of\n"
+        "                    every output: --mode (1), --size (1280x720), --cruise, --view-state, --codec\n"
+        "  --cruise          the views of --output cruise\n"
+        "  --view-state FILE the 264-byte view state the window's k key writes (default\n"
+        "                    panoview-view.state) and --output starts from\n"
         "Window keys: 0-9 and '-' (10) switch the view, c cruise on/off, p snapshot, k save view state,\n"
         "r restore it, space pause, left/right seek 5 s, up/down seek 30 s, q or Escape quit.\n"
         "Mouse: drag to steer, wheel to zoom, double click.\n",
@@ -148,6 +217,16 @@ bool ParseOptions(int argc, char **argv, PlayerOptions *o, std::string *error)
         } else if (!std::strcmp(a, "--codec")) {
             if (!next(&v)) return false;
             o->clipCodec = v;
+            o->codecGiven = true;
+        } else if (!std::strcmp(a, "--output")) {
+            OutputSpec spec;
+            if (!next(&v) || !ParseOutput(v, &spec, error)) return false;
+            o->outputs.push_back(spec);
+        } else if (!std::strcmp(a, "--cruise")) {
+            o->cruise = true;
+        } else if (!std::strcmp(a, "--view-state")) {
+            if (!next(&v)) return false;
+            o->viewStatePath = v;
         } else if (!std::strcmp(a, "--window")) {
             if (!next(&v) || !ParseSize(v, &o->windowWidth, &o->windowHeight))
                 return *error = "--window takes WxH", false;
@@ -192,6 +271,10 @@ bool ParseOptions(int argc, char **argv, PlayerOptions *o, std::string *error)
     }
     if (!o->inputPath.empty() && (o->inputWidth % 2 || o->inputHeight % 2)) {
         *error = "--size of --input must be even (I420)";
+        return false;
+    }
+    if (!o->outputs.empty() && o->videoPath.empty()) {
+        *error = "--output transcodes a video FILE: name one";
         return false;
     }
     if (!o->inputPath.empty() && !o->videoPath.empty()) {

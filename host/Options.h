@@ -6,6 +6,17 @@
 #include <string>
 #include <vector>
 
+// One output of the transcoder: --output PATH[:key=value,...].
+struct OutputSpec {
+    std::string path;
+    int mode = -1;          // mode=N; -1: --mode, else the view state's, else 1
+    bool cruise = false;    // cruise (or --cruise)
+    int width = 0;          // size=WxH; 0: --size, else 1280x720
+    int height = 0;
+    std::string viewState;  // view-state=FILE; empty: --view-state
+    std::string codec;      // codec=NAME; empty: --codec
+};
+
 struct PlayerOptions {
     std::string libPath;           // --lib
     std::string videoPath;         // FILE: a video file decoded with FFmpeg
@@ -33,12 +44,19 @@ struct PlayerOptions {
     std::string logoPath;          // --logo FILE.bmp
     std::string fontPath = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"; // --font FILE
     std::string contactSheet;      // --contact-sheet OUT.png: every view on one picture, then stop
+    std::vector<OutputSpec> outputs; // --output (repeatable): transcode FILE into these, no window
+    bool cruise = false;           // --cruise: the views of --output cruise
+    std::string viewStatePath;     // --view-state FILE: the 264-byte state `k` writes and --output starts from
+    bool codecGiven = false;       // --codec was given
     bool verbose = false;          // --verbose
     bool help = false;
 };
 
 // Parses argv. Returns false and fills *error on a bad command line.
 bool ParseOptions(int argc, char **argv, PlayerOptions *opts, std::string *error);
+// PATH[:mode=N,cruise,size=WxH,view-state=FILE,codec=NAME]. A colon whose
+// tail isn't such a list belongs to the path.
+bool ParseOutput(const std::string &spec, OutputSpec *out, std::string *error);
 void PrintUsage(const char *argv0);
 
 #endif

@@ -544,7 +544,15 @@ void Player::SaveViewState()
     // The library's record is overwritten by its next save: copy it now.
     std::memcpy(&m_savedState, state, sizeof(m_savedState));
     m_haveSavedState = true;
-    std::printf("view state of mode %d saved (%zu bytes)\n", m_savedState.mFishEyeMode, sizeof(m_savedState));
+    // Also into a file, the record's bytes as they are: --output starts
+    // from it with --view-state.
+    const std::string path = m_opts.viewStatePath.empty() ? "panoview-view.state" : m_opts.viewStatePath;
+    FILE *f = std::fopen(path.c_str(), "wb");
+    bool written = f && std::fwrite(&m_savedState, sizeof(m_savedState), 1, f) == 1;
+    if (f && std::fclose(f) != 0) written = false;
+    if (f && !written) std::remove(path.c_str());
+    std::printf("view state of mode %d saved (%zu bytes)%s%s\n", m_savedState.mFishEyeMode, sizeof(m_savedState),
+                written ? " to " : ", not written to ", path.c_str());
 }
 
 void Player::RestoreViewState()

@@ -94,6 +94,9 @@ struct VideoSource::Impl {
     long picturesThisPass = 0;
     long picturesTotal = 0;
     int decodeErrors = 0;
+    bool once = false;  // no loop: the end of the stream ends the source
+    bool ended = false;
+    AVRational rate = {0, 1};
 
     ~Impl()
     {
@@ -148,6 +151,11 @@ struct VideoSource::Impl {
         const double reached = lastPts + frameDuration;
         if (length > 0 && reached < length - lengthSlack) {
             *error = path + " is cut short: its video stops at " + Seconds(reached) + " of " + Seconds(length);
+            return false;
+        }
+        if (once) {
+            ended = true;
+            error->clear();
             return false;
         }
         picturesThisPass = 0;
@@ -351,6 +359,7 @@ bool VideoSource::Open(const std::string &path, PictureLayout layout, std::strin
     m->startTs = vs->start_time != AV_NOPTS_VALUE ? vs->start_time : 0;
     const AVRational rate = av_guess_frame_rate(m->fmt, vs, nullptr);
     if (rate.num > 0 && rate.den > 0) m->frameDuration = av_q2d(av_inv_q(rate));
+    m->rate = rate.num > 0 && rate.den > 0 ? rate : AVRational{30, 1};
     if (vs->duration != AV_NOPTS_VALUE && vs->duration > 0) {
         m->length = double(vs->duration) * av_q2d(vs->time_base);
         m->lengthSlack = std::max(0.5, 3 * m->frameDuration);
@@ -390,6 +399,11 @@ bool VideoSource::Next(Picture *picture, std::string *error)
         *error = "no video open";
         return false;
     }
+    m->once = m_bOnce;
+    if (m->ended) {
+        error->clear();
+        return false;
+    }
     if (m->havePending) m->havePending = false;
     else if (!m->Decode(error)) return false;
     return m->Deliver(picture, error);
@@ -401,6 +415,28 @@ bool VideoSource::SeekBy(double seconds)
     double target = std::max(0.0, m->lastPts + seconds);
     if (m->length > 0 && target >= m->length) target = 0.0; // past the end: from the start, as the loop would
     return m->SeekTo(target);
+}
+
+void VideoSource::TimeBase(int *num, int *den) const
+{
+    *num = m->timeBase.num;
+    *den = m->timeBase.den;
+}
+
+void VideoSource::FrameRate(int *num, int *den) const
+{
+    *num = m->rate.num;
+    *den = m->rate.den;
+}
+
+double VideoSource::Length() const
+{
+    return m->length;
+}
+
+int64_t VideoSource::Timestamp(const Picture &picture) const
+{
+    return std::llround(picture.pts / av_q2d(m->timeBase));
 }
 
 std::string VideoSource::Describe() const

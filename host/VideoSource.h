@@ -6,6 +6,7 @@
 #ifndef PANOVIEW_HOST_VIDEOSOURCE_H
 #define PANOVIEW_HOST_VIDEOSOURCE_H
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -31,6 +32,16 @@ public:
     // or can't be read.
     bool Next(Picture *picture, std::string *error) override;
     bool SeekBy(double seconds) override;
+    // Play the stream once: at its end Next returns false with an empty
+    // message (a stream cut short is still an error).
+    void PlayOnce() { m_bOnce = true; }
+    // The stream's time base and frame rate as fractions, its length in
+    // seconds (negative: unknown).
+    void TimeBase(int *num, int *den) const;
+    void FrameRate(int *num, int *den) const;
+    double Length() const;
+    // A picture's timestamp in the time base.
+    int64_t Timestamp(const Picture &picture) const;
 
     // One line: codec, size, pixel format, colours, rate, length.
     std::string Describe() const;
@@ -41,6 +52,7 @@ public:
 private:
     struct Impl;
     std::unique_ptr<Impl> m;
+    bool m_bOnce = false;
 };
 
 // FFmpeg's text for an error code.

@@ -1,13 +1,15 @@
 // panoview-play: a small host player for libPanoview.so. Opens an X11
 // window, loads the library with dlopen and drives a display the way a
 // player does, with a video file, the built-in fisheye scene or a raw I420
-// file as input. Also writes the built-in scene as a video file.
+// file as input. Also writes the built-in scene as a video file, and
+// transcodes a video file into videos of dewarped views without a window.
 #include <cstdio>
 #include <string>
 
 #include "ClipWriter.h"
 #include "Options.h"
 #include "Player.h"
+#include "Transcoder.h"
 #include "VideoSource.h"
 #include "ZT5Config.h"
 
@@ -49,6 +51,7 @@ int main(int argc, char **argv)
         }
         return 0;
     }
+    if (!opts.outputs.empty()) return RunTranscoder(opts);
     Player player(opts);
     return player.Run();
 }

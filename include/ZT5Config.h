@@ -97,6 +97,17 @@
 #define ZT5_CFG_DISPLAY_RENDER_STATS            0x9000060
 /* Faces over the plain view: a ZT5FaceList record, copied at the call. */
 #define ZT5_CFG_DISPLAY_FACE_LIST               0x9000061
+/* A display without a window: two 32-bit words, width and height (16..8192
+ * each, else refused with 2), set before Init. A display whose Init then
+ * gets hWnd 0 draws off-screen at that size, through EGL without any window
+ * system; a display with a window ignores the size. Reads back the two
+ * words (0, 0 when none was set). */
+#define ZT5_CFG_DISPLAY_OFFSCREEN_SIZE          0x9000065
+#define ZT5_OFFSCREEN_SIDE_MIN                  16
+#define ZT5_OFFSCREEN_SIDE_MAX                  8192
+/* Read only: the picture the display shows, into the host's buffer: a
+ * ZT5Picture record (ZT5Records.h). */
+#define ZT5_CFG_DISPLAY_PICTURE                 0x9000066
 
 /* Values a codec or player gives to the display. */
 #define ZT5_CFG_CODEC_FRAME_CALLBACK            0x11000033

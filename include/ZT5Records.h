@@ -176,6 +176,36 @@ typedef struct ZT5RenderStats {
 } ZT5RenderStats;
 ZT5_STATIC_ASSERT(sizeof(ZT5RenderStats) == 16, "ZT5RenderStats is 16 bytes");
 
+/* ZT5_CFG_DISPLAY_PICTURE, read with GetDisplayParam: the picture the
+ * display shows, in a buffer of the host's. The host fills pBuffer, dwSize
+ * (bytes of the buffer), dwCSType (the layout it wants), dwFrameOrdinal and
+ * dwWaitMs; the library fills the buffer, dwSize (bytes written), dwWidth,
+ * dwHeight and dwFrameOrdinal (the ordinal of the frame the picture shows).
+ *
+ * Layouts, rows top-down and tightly packed in both:
+ *   ZT5_FRAME_CS_I420   Y (w x h), then U, then V, each (w+1)/2 x (h+1)/2;
+ *                       the colour matrix and range are those of
+ *                       ZT5_CFG_DISPLAY_YUV_MATRIX, the ones the frames
+ *                       come in; converted on the GPU.
+ *   ZT5_SNAPSHOT_RGBA   4 bytes a pixel, R G B A.
+ * dwFrameOrdinal: 0 for the picture as it stands; n for the picture of the
+ * n-th frame posted (1 = the first) or of a later one. A frame not drawn
+ * yet is waited for, at most dwWaitMs milliseconds.
+ * Results: 0; ZT5_ERR_TIMEOUT when that frame wasn't drawn in time (nothing
+ * written); ZT5_ERR_INVALID_PARAM for a null record or buffer, another
+ * layout or a buffer too small (nothing written; dwSize, dwWidth and
+ * dwHeight then say what is needed); ZT5_ERR_NOT_READY before Init. */
+typedef struct ZT5Picture {
+    void *pBuffer;
+    uint32_t dwSize;
+    uint32_t dwCSType;
+    uint32_t dwWidth, dwHeight;
+    uint32_t dwFrameOrdinal;
+    uint32_t dwWaitMs;
+} ZT5Picture;
+ZT5_STATIC_ASSERT(sizeof(void *) != 8 || sizeof(ZT5Picture) == 32, "ZT5Picture is 32 bytes on 64-bit");
+ZT5_STATIC_ASSERT(offsetof(ZT5Picture, dwSize) == sizeof(void *), "ZT5Picture starts with its pointer");
+
 /* Shared memory agent of ZT5_CFG_COMMON_SHAREDMEM_AGENT: two buffers the host
  * fills in turn. */
 typedef struct ZT5SharedMemAgent {

@@ -9,7 +9,7 @@ PKGS=(
   libfreetype-dev fonts-dejavu-core libpng-dev
   libgtest-dev libbenchmark-dev
   xvfb xauth x11-utils binutils
-  libavcodec-dev libavformat-dev libswscale-dev libavutil-dev
+  libavcodec-dev libavformat-dev libswscale-dev libavutil-dev ffmpeg
   clang libclang-rt-dev valgrind
 )
 

@@ -105,6 +105,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             std::memcpy(p, &list, sizeof(list));
             break;
         }
+        case ZT5_CFG_DISPLAY_PICTURE: {
+            // A real buffer of at most its size, or none; a short wait.
+            static std::vector<uint8_t> pixels(1 << 20);
+            ZT5Picture pic;
+            std::memcpy(&pic, p, sizeof(pic));
+            pic.pBuffer = (payload[0] & 1) ? pixels.data() : nullptr;
+            pic.dwSize %= uint32_t(pixels.size() + 1);
+            pic.dwWaitMs %= 50;
+            std::memcpy(p, &pic, sizeof(pic));
+            break;
+        }
         case ZT5_CFG_CODEC_FRAME_CALLBACK: {
             const PFN_ZT5_FRAME_CALLBACK noop = [](void *, void *) -> int32_t { return 0; };
             ZT5FrameCallback cb = {(payload[0] & 1) ? noop : nullptr, nullptr};
