@@ -75,9 +75,31 @@ struct GlShaderKind {
     static void Delete(GLuint id) { glDeleteShader(id); }
 };
 
+struct GlFramebufferKind {
+    static GLuint Make()
+    {
+        GLuint id = 0;
+        glGenFramebuffers(1, &id);
+        return id;
+    }
+    static void Delete(GLuint id) { glDeleteFramebuffers(1, &id); }
+};
+
+struct GlRenderbufferKind {
+    static GLuint Make()
+    {
+        GLuint id = 0;
+        glGenRenderbuffers(1, &id);
+        return id;
+    }
+    static void Delete(GLuint id) { glDeleteRenderbuffers(1, &id); }
+};
+
 using GlTexture = GlObject<GlTextureKind>;
 using GlBuffer = GlObject<GlBufferKind>;
 using GlProgram = GlObject<GlProgramKind>;
+using GlFramebuffer = GlObject<GlFramebufferKind>;
+using GlRenderbuffer = GlObject<GlRenderbufferKind>;
 using GlShader = GlObject<GlShaderKind>; // made by buildShader, taken with Adopt
 
 #endif

@@ -14,29 +14,6 @@
 #include "EglObjects.h"
 #include "GlObjects.h"
 
-struct GlFramebufferKind {
-    static GLuint Make()
-    {
-        GLuint id = 0;
-        glGenFramebuffers(1, &id);
-        return id;
-    }
-    static void Delete(GLuint id) { glDeleteFramebuffers(1, &id); }
-};
-
-struct GlRenderbufferKind {
-    static GLuint Make()
-    {
-        GLuint id = 0;
-        glGenRenderbuffers(1, &id);
-        return id;
-    }
-    static void Delete(GLuint id) { glDeleteRenderbuffers(1, &id); }
-};
-
-using GlFramebuffer = GlObject<GlFramebufferKind>;
-using GlRenderbuffer = GlObject<GlRenderbufferKind>;
-
 class RenderTarget {
 public:
     RenderTarget() = default;
