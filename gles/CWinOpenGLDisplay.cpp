@@ -635,12 +635,10 @@ MRESULT CWinOpenGLDisplay::setConfig(MDWord dwID, void *pValue)
 {
     if (!m_pRenderer) return 0;
     SetConfigValue(dwID, pValue);
-    // Every setting but the handles and callbacks below may change the
-    // picture or start a motion: draw once more (a still view changes
-    // nothing by being drawn again).
-    if (dwID != ZT5_CFG_DISPLAY_RENDER_MUTEX && dwID != ZT5_CFG_DISPLAY_UICALLBACK &&
-        dwID != ZT5_CFG_DISPLAY_FE_PLATFORM && dwID != ZT5_CFG_PLUGINMGR_HDL)
-        Wake();
+    // A gesture, a restore or a new viewport may change the picture or start
+    // a motion: draw once more (a still view changes nothing by being drawn
+    // again). The window handle changes nothing before the next init.
+    if (dwID != ZT5_CFG_PLUGINMGR_HDL) Wake();
     return 0;
 }
 
