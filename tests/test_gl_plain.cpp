@@ -64,19 +64,6 @@ Frame MarkedCorners(int w, int h, int mark)
 
 } // namespace
 
-TEST(PlainView, SolidColoursFollowTheConversion)
-{
-    Rig rig(320, 180);
-    ASSERT_TRUE(rig.ok());
-    ASSERT_EQ(rig.Init(), ZT5_OK);
-    for (Rgb c : {kRed, kGreen, kBlue, kGrey, kWhite, kYellow, Rgb{20, 20, 20}, Rgb{130, 50, 200}}) {
-        Frame f(320, 180, c);
-        Image shot;
-        ASSERT_TRUE(rig.display.PushUntil(f, CentreIs(Shown(c), 320, 180), &shot)) << Str(c);
-        EXPECT_EQ(CountNear(shot, Rect{0, 0, 320, 180}, Shown(c), 3), 320L * 180) << Str(c);
-    }
-}
-
 TEST(PlainView, LumaRampKeepsItsOrderAndLevels)
 {
     Rig rig(640, 360);

@@ -124,9 +124,8 @@ TEST(Settings, TakeEffectWheneverTheyAreSet)
     }
 }
 
-// Frames of other layouts and crops: semi-planar chroma (V before U), the
-// decoder's alignment columns cut off, fit mode 5's middle of a frame that
-// covers the window, and the shared memory agent's free buffer.
+// Crops: the decoder's alignment columns cut off, fit mode 5's middle of a
+// frame that covers the window, and the shared memory agent's free buffer.
 TEST(FrameInput, LayoutsAndCropsReachThePicture)
 {
     struct Case {
@@ -136,16 +135,6 @@ TEST(FrameInput, LayoutsAndCropsReachThePicture)
         std::function<bool(const Image &)> shows;
         bool beforeInit = false; // prepare before Init: what was set must outlive it
     } cases[] = {
-        {"semi-planar", 320, 180,
-         [](Display &, Frame &f) {
-             Frame planar(320, 180, kRed);
-             planar.Fill(160, 0, 320, 180, kBlue);
-             f = Frame(320, 180);
-             f.csType = ZT5_FRAME_CS_SEMIPLANAR_A;
-             std::memcpy(f.Y(), planar.Y(), 320 * 180);
-             for (int i = 0; i < 160 * 90; i++) f.U()[2 * i] = planar.V()[i], f.U()[2 * i + 1] = planar.U()[i];
-         },
-         [](const Image &img) { return Near(img.At(40, 90), Shown(kRed), 4) && Near(img.At(280, 90), Shown(kBlue), 4); }},
         {"alignment columns", 480, 270,
          [](Display &d, Frame &f) {
              static ZT5AlignInfo align = {1, 8};
