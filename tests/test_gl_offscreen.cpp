@@ -511,30 +511,47 @@ TEST_F(Transcoder, OutputsKeepTheInputsFramesAndTimestampsAtTheirSize)
 
 // A frame of a lossless output is the picture an off-screen display of the
 // same view and size shows for the same input frame: its snapshot, within
-// the rounding of 4:2:0.
+// the rounding of 4:2:0. The view is one turned by a drag, its state saved
+// to a file as the window's k key saves it and given with --view-state,
+// which also names the view.
 TEST_F(Transcoder, AFrameOfTheOutputIsTheSnapshotOfTheSameView)
 {
     std::string out, error;
-    const std::string a = m_dir + "/dome.mkv";
-    ASSERT_EQ(RunHost("'" + Clip() + "' --output '" + a + ":mode=4,size=320x240,codec=ffv1'", &out), 0) << out;
     Decoded in, d;
     ASSERT_TRUE(Decode(Clip(), &in, &error)) << error;
-    ASSERT_TRUE(Decode(a, &d, &error)) << error;
-    ASSERT_EQ(d.pictures.size(), in.pictures.size());
-
-    const int k = kFrames / 2;
     Offscreen o(320, 240, 4);
     ASSERT_EQ(o.initResult, ZT5_OK);
     ZT5FishEyeParam lens = {5000, 5000, 5000, 5000}; // the transcoder's: the middle, as tall as the picture
     ASSERT_EQ(o.display->SetDisplayParam(ZT5_CFG_COMMON_FISHEYE_PARAM, &lens), ZT5_OK);
     Frame f(in.width, in.height);
-    f.data = in.pictures[k];
+    f.data = in.pictures[0];
     ASSERT_EQ(o.display.Push(f), ZT5_OK);
     ZT5Picture rec;
+    const Image before = o.ReadRgba(320, 240, Posted(o.display), &rec);
+    ASSERT_EQ(o.display.Drag(240, 160, 200, 140), ZT5_OK);
+    ASSERT_TRUE(o.display.Quiet());
+    const std::string state = m_dir + "/turned.state";
+    const FECurrentStatusData saved = o.display.Saved();
+    FILE *file = std::fopen(state.c_str(), "wb");
+    ASSERT_NE(file, nullptr);
+    ASSERT_EQ(std::fwrite(&saved, sizeof(saved), 1, file), 1u);
+    std::fclose(file);
+
+    const int k = kFrames / 2;
+    f.data = in.pictures[k];
+    ASSERT_EQ(o.display.Push(f), ZT5_OK);
     o.ReadRgba(320, 240, Posted(o.display), &rec);
     Image snap;
     ASSERT_TRUE(o.display.Snapshot(&snap));
     SaveShot(snap, "_snapshot");
+    ASSERT_NE(snap.rgba, before.rgba) << "the drag didn't turn the view";
+
+    const std::string a = m_dir + "/map.mkv";
+    ASSERT_EQ(RunHost("'" + Clip() + "' --view-state '" + state + "' --output '" + a + ":size=320x240,codec=ffv1'", &out),
+              0)
+        << out;
+    ASSERT_TRUE(Decode(a, &d, &error)) << error;
+    ASSERT_EQ(d.pictures.size(), in.pictures.size());
     int worstY = 0, worstC = 0;
     Worst(snap, d.pictures[k].data(), synthetic::kBt601, &worstY, &worstC);
     EXPECT_LE(worstY, 1);
