@@ -237,7 +237,9 @@ bool PictureConverter::Read(GLuint source, GLsizei sourceWidth, GLsizei sourceHe
     if (w == 0 || h == 0 || !dst || Bytes(layout, w, h) == 0) return false;
     SavedGlState saved;
     if (!Build()) return false;
-    while (glGetError() != GL_NO_ERROR) {
+    // Errors left by earlier calls are not this read's: the check at the end
+    // looks at its own calls only.
+    for (int i = 0; i < 8 && glGetError() != GL_NO_ERROR; i++) {
     }
 
     // A window's picture is not a texture: one copy makes it one.
