@@ -311,6 +311,30 @@ TEST_F(OffscreenDisplay, RefusesRecordsItCannotFill)
     }
 }
 
+// Overlays and the background colour reach an off-screen picture: a 4:3
+// frame in a 16:9 picture stands on bars of the background colour, and a
+// face (gender 0) gets its red rectangle around it.
+TEST_F(OffscreenDisplay, DrawsOverlaysAndTheBackgroundColour)
+{
+    Offscreen o(320, 180, 0);
+    ASSERT_EQ(o.initResult, ZT5_OK);
+    ASSERT_EQ(o.display.SetU32(ZT5_CFG_DISPLAY_BACK_COLOR, 0x2050a0), ZT5_OK);
+    ASSERT_EQ(o.display.SetU32(ZT5_CFG_DISPLAY_FACE_OPTION, 1), ZT5_OK);
+    ZT5FaceRect face = {1, 0, 30, 100, 80, 40, 40, ""};
+    ZT5FaceList list = {1, 0, &face};
+    ASSERT_EQ(o.display->SetDisplayParam(ZT5_CFG_DISPLAY_FACE_LIST, &list), ZT5_OK);
+    Frame f(240, 180, {128, 128, 128});
+    ASSERT_EQ(o.display.Push(f), ZT5_OK);
+    ZT5Picture rec;
+    const Image img = o.ReadRgba(320, 180, Posted(o.display), &rec);
+    ASSERT_FALSE(img.empty());
+    SaveShot(img);
+    EXPECT_LE(ColourDistance(img.At(5, 90), Rgb{0x20, 0x50, 0xa0}), 2) << Str(img.At(5, 90));
+    EXPECT_LE(ColourDistance(img.At(315, 90), Rgb{0x20, 0x50, 0xa0}), 2) << Str(img.At(315, 90));
+    const long red = CountNear(img, Rect{0, 0, 320, 180}, Rgb{255, 0, 0}, 60);
+    EXPECT_GT(red, 100) << "no face rectangle";
+}
+
 // A display with neither a window nor an off-screen size has nowhere to
 // draw: its frames are refused as before, and it has no picture.
 TEST_F(OffscreenDisplay, NeedsASizeWhenItHasNoWindow)
