@@ -20,10 +20,10 @@ const char kVertex[] = "attribute vec2 aPosition;\n"
 // GL counts rows from the bottom, so its centre is at
 //     (s*x + s/2, H - s*j - s/2)
 // in source pixels (H, uTop, is the picture's top edge; uSize the
-// source's size, which normalises). For s = 1 that is a texel's centre: linear filtering
-// returns the texel itself. For s = 2 it is the corner the four texels
-// share: linear filtering returns their mean, the 2x2 box of 4:2:0 chroma,
-// in one fetch. Past the right or top edge of an odd size the clamp repeats
+// source's size, which normalises). For s = 1 that is a texel's centre,
+// fetched nearest: the texel itself. For s = 2 it is the corner the four
+// texels share: linear filtering returns their mean, the 2x2 box of 4:2:0
+// chroma, in one fetch. Past the right or top edge of an odd size the clamp repeats
 // the last column or row. Each sample is dot(weights.rgb, colour) +
 // weights.a: one row of the RGB -> Y'CbCr matrix.
 const char kPack[] = "precision highp float;\n"
@@ -132,6 +132,15 @@ void SetTextureParameters()
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
 }
 
+// The filter of the texture bound to unit 0. Samples at texel centres read
+// the same texel either way, and nearest is the cheaper fetch (a software
+// rasteriser spends most of a pass there); the 2x2 chroma mean needs linear.
+void SetFilter(GLint filter)
+{
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, filter);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, filter);
+}
+
 } // namespace
 
 size_t PictureConverter::Bytes(uint32_t layout, uint32_t w, uint32_t h)
@@ -237,7 +246,9 @@ bool PictureConverter::Read(GLuint source, GLsizei sourceWidth, GLsizei sourceHe
     if (w == 0 || h == 0 || !dst || Bytes(layout, w, h) == 0) return false;
     SavedGlState saved;
     if (!Build()) return false;
-    while (glGetError() != GL_NO_ERROR) {
+    // Errors left by earlier calls are not this read's: the check at the end
+    // looks at its own calls only.
+    for (int i = 0; i < 8 && glGetError() != GL_NO_ERROR; i++) {
     }
 
     // A window's picture is not a texture: one copy makes it one.
@@ -275,6 +286,7 @@ bool PictureConverter::Read(GLuint source, GLsizei sourceWidth, GLsizei sourceHe
         glUniform2f(m_FlipSize, size[0], size[1]);
         glUniform1f(m_FlipTop, top);
         glUniform2f(m_FlipOrigin, 0.0f, 0.0f);
+        SetFilter(GL_NEAREST);
         Pass(m_FlipPosition, 0, 0, GLsizei(w), GLsizei(h));
     } else {
         float rows[3][4];
@@ -293,9 +305,11 @@ bool PictureConverter::Read(GLuint source, GLsizei sourceWidth, GLsizei sourceHe
             glUniform2f(m_PackOrigin, GLfloat(r.x), GLfloat(r.y));
             glUniform1f(m_PackStep, r.step);
             glUniform4fv(m_PackWeights, 1, rows[i]);
+            SetFilter(r.step == 1.0f ? GL_NEAREST : GL_LINEAR);
             Pass(m_PackPosition, r.x, r.y, r.w, r.h);
         }
     }
+    SetFilter(GL_LINEAR); // as the source was made
 
     glPixelStorei(GL_PACK_ALIGNMENT, 4);
     if (bRgba) {

@@ -267,7 +267,8 @@ void Transcoder::Progress(double pts, long frames, bool last)
     m_lastProgress = now;
     const double elapsed = std::chrono::duration<double>(now - m_start).count();
     const double length = m_source.Length();
-    const double done = length > 0 ? std::min(1.0, std::max(0.0, pts / length)) : -1.0;
+    double done = length > 0 ? std::min(1.0, std::max(0.0, pts / length)) : -1.0;
+    if (m_opts.frames > 0) done = std::max(done, std::min(1.0, double(frames) / double(m_opts.frames)));
     char line[160];
     int n = 0;
     if (done >= 0) n = std::snprintf(line, sizeof line, "\r%3.0f%%", done * 100);
@@ -326,7 +327,8 @@ int Transcoder::Run()
             ordinals.push_back(uint32_t(FramesPosted(o->display)));
         }
         if (!Flush()) return 1;
-        more = m_source.Next(&picture, &error);
+        // --frames N: the first N frames only.
+        more = (m_opts.frames < 0 || frames + 1 < m_opts.frames) && m_source.Next(&picture, &error);
         if (!more && !error.empty()) return Exit(error);
 
         for (size_t i = 0; i < m_outputs.size(); i++) {
