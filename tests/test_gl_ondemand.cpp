@@ -174,7 +174,9 @@ TEST_F(OnDemand, TheHalfSphereBackdropMovesOnlyWithItsAnimation)
         arrived = s.nRoamInit == 0 && s.fCamZ[0] > 7.0f;
     }
     ASSERT_TRUE(arrived);
-    EXPECT_GE(DrawsOver(400), 10u) << "the backdrop stopped with the animation on";
+    // Drawing on, at whatever pace the machine allows (a sanitizer build
+    // under load draws a few times a second).
+    EXPECT_GE(DrawsOver(800), 4u) << "the backdrop stopped with the animation on";
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FE_BASE_ANIMATION, 0), ZT5_OK);
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 2), ZT5_OK);
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 1), ZT5_OK);
