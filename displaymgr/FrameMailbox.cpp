@@ -71,18 +71,16 @@ bool FrameMailbox::Recut(const FrameBox &square, const FrameBox &rectangle, cons
     return true;
 }
 
-bool FrameMailbox::Take(bool bAgain, VideoFrame *pFrame, MDWord *pSerial, bool *pbPixels)
+bool FrameMailbox::Take(VideoFrame *pFrame, MDWord *pSerial, bool *pbNew)
 {
     std::lock_guard<std::mutex> lk(m_Lock);
     if (m_nNewest < 0) return false;
     const Slot &s = m_Slots[m_nNewest];
     *pFrame = s.frame;
     *pSerial = s.serial;
-    *pbPixels = bAgain || s.serial != m_dwTaken;
-    if (*pbPixels) {
-        m_nReading = m_nNewest;
-        m_dwTaken = s.serial;
-    }
+    *pbNew = s.serial != m_dwTaken;
+    m_nReading = m_nNewest;
+    m_dwTaken = s.serial;
     return true;
 }
 

@@ -1,10 +1,12 @@
 // The frames between the host's thread and the render thread: a few owned
 // slots, each holding one frame in its own layout with rows at the
 // texture's pitch. The host's thread copies a frame into a free slot and
-// publishes it as the newest; the render thread takes the newest to upload
-// it. Frames are never queued: a newer one replaces the one not yet taken,
-// and the poster never waits for an upload, since the slot being read is
-// never the one written.
+// publishes it as the newest; the render thread takes the newest and keeps
+// it until it takes the next, so that it can upload any part of it again
+// (a view that looks at another part of a still frame). Frames are never
+// queued: a newer one replaces the one not yet taken, and the poster never
+// waits for an upload: of three slots, one is the newest, one at most the
+// render thread's, and a third is always free.
 #ifndef PANOVIEW_FRAMEMAILBOX_H
 #define PANOVIEW_FRAMEMAILBOX_H
 
@@ -25,12 +27,11 @@ public:
     // and colours (set on a still picture). False when none is kept.
     bool Recut(const FrameBox &square, const FrameBox &rectangle, const FrameColour &colour);
 
-    // Render thread. The newest frame's description, with the serial it
-    // was posted under; false when no frame was ever posted. When its pixels
-    // are wanted (a frame not taken yet, or `bAgain` for textures made
-    // anew), *pbPixels says so and the slot stays the reader's, its planes
-    // valid, until Release.
-    bool Take(bool bAgain, VideoFrame *pFrame, MDWord *pSerial, bool *pbPixels);
+    // Render thread. The newest frame, with the serial it was posted under
+    // and whether it is another than the one taken last; false when no frame
+    // was ever posted. Its slot is the render thread's, its planes valid,
+    // until the next Take or Release.
+    bool Take(VideoFrame *pFrame, MDWord *pSerial, bool *pbNew);
     void Release();
     // The serial of the newest frame (0 before the first).
     MDWord Serial();
@@ -48,7 +49,7 @@ private:
     std::mutex m_Lock;
     Slot m_Slots[kSlots];
     int m_nNewest = -1;  // published last; never written while it is
-    int m_nReading = -1; // the render thread's until Release
+    int m_nReading = -1; // the render thread's until its next Take or Release
     MDWord m_dwSerial = 0;
     MDWord m_dwTaken = 0; // serial the render thread took last
 };

@@ -446,12 +446,11 @@ void CWinOpenGLDisplay::Internal_Blit()
     if (!pMailbox) return;
     VideoFrame frame;
     MDWord dwSerial = 0;
-    bool bPixels = false;
-    // Textures made anew (a rebuilt renderer) take the kept frame's pixels
-    // again; otherwise only a frame not drawn yet is uploaded.
-    if (!pMailbox->Take(!m_pRenderer->HoldsFrame(), &frame, &dwSerial, &bPixels)) return;
-    m_pRenderer->Render(frame, bPixels, bIsNewScaleMode.load());
-    if (bPixels) pMailbox->Release();
+    bool bNew = false;
+    // The newest frame; its slot stays this thread's until the next take, so
+    // that the renderer may upload any part of it again.
+    if (!pMailbox->Take(&frame, &dwSerial, &bNew)) return;
+    m_pRenderer->Render(frame, bNew, bIsNewScaleMode.load());
     m_bViewMoving = m_pRenderer->WantsAnotherFrame();
     m_dwDrawCount.fetch_add(1, std::memory_order_relaxed);
     if (dwSerial != m_dwShownSerial && dwSerial > m_dwSerialBase) {

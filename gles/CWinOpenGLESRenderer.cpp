@@ -148,6 +148,8 @@ MRESULT CWinOpenGLESRenderer::Initialize(MGLDisplayContext *pDisplayContext, MLo
     {
         RendererLocks locks(m_pMutex);
         res = InitializeLocked(pDisplayContext, lWidth, lHeight);
+        // Asked once a context, with it current.
+        if (res == 0) m_bRowsAtAnyPitch = FrameTextures::RowsAtAnyPitch();
     }
     if (res != 0) return res;
 
@@ -329,6 +331,7 @@ void CWinOpenGLESRenderer::Uninitialize()
     for (int i = 0; i < GL_RENDER_MODE_COUNT; i++) delete effects[i];
 
     m_FrameTextures.Reset();
+    m_UploadedRegion = FrameBox();
     m_lSurfaceWidth = m_lSurfaceHeight = 0;
     m_Target.ReleaseGl();
     m_PictureConverter.Release();
@@ -408,16 +411,39 @@ void CWinOpenGLESRenderer::Render(const VideoFrame &frame, bool bNewPixels, MDWo
 
     const bool bFinish = m_bFinishEachPhase.load(std::memory_order_relaxed);
     const uint64_t t0 = NowNs();
-    // The textures keep the last frame: a redraw for motion alone uploads
-    // nothing. Textures made anew (a rebuilt renderer) need the pixels again.
-    if (bNewPixels) m_FrameTextures.Upload(frame);
+    // The part of the frame the view looks at, by its traits: the whole
+    // frame, or the lens circle's square or rectangle. A view switch or a
+    // new lens circle on a still frame is thus a new cut at once.
+    const MDWord mode = m_FishEyeMode.load(std::memory_order_relaxed);
+    FrameBox box = {0, 0, frame.width, frame.height};
+    const LensBox lens = GetViewTraits(MLong(mode)).lensBox;
+    if (lens == LensBox::Square && !frame.lensSquare.Empty()) box = frame.lensSquare;
+    if (lens == LensBox::Rectangle && !frame.lensRectangle.Empty()) box = frame.lensRectangle;
+    // Only that part goes up (rounded out to whole chroma samples) where the
+    // driver reads rows at the frame's pitch; else the whole frame. The
+    // textures keep it: a redraw for motion alone uploads nothing, and the
+    // frame's slot stays ours, so another part of a still frame goes up
+    // when a view wants it.
+    FrameBox region = {0, 0, frame.width, frame.height};
+    if (m_bRowsAtAnyPitch) {
+        region.x = box.x & ~1u;
+        region.y = box.y & ~1u;
+        region.w = std::min(frame.width, (box.x + box.w + 1) & ~1u) - region.x;
+        region.h = std::min(frame.height, (box.y + box.h + 1) & ~1u) - region.y;
+    }
+    const VideoFrame part = frame.Cut(region.x, region.y, region.w, region.h);
+    const bool bOtherPart = region.x != m_UploadedRegion.x || region.y != m_UploadedRegion.y ||
+                            region.w != m_UploadedRegion.w || region.h != m_UploadedRegion.h;
+    if (bNewPixels || bOtherPart || !m_FrameTextures.Holds()) {
+        m_FrameTextures.Upload(part);
+        m_UploadedRegion = region;
+    }
     // Pictures for the host are converted back with the frame's own matrix
     // and range.
     m_dwPictureColour = MDWord(frame.colour.matrix) | (frame.colour.bFullRange ? ZT5_YUV_RANGE_FULL : 0u);
     if (bFinish) glFinish();
     const uint64_t t1 = NowNs();
 
-    MDWord mode = m_FishEyeMode.load(std::memory_order_relaxed);
     GlesRenderEffect *pEffect = m_RenderEffect[mode];
     if (!pEffect) {
         MLogInfo("[%s] NULL == m_RenderEffect[%d] ", MLOG_TAG, int(mode));
@@ -440,16 +466,10 @@ void CWinOpenGLESRenderer::Render(const VideoFrame &frame, bool bNewPixels, MDWo
         MLong rect[4] = {0, 0, 0, 0};
         if (m_pDisplayContext)
             for (int i = 0; i < 4; i++) rect[i] = m_pDisplayContext->rectOpenglScale[i];
-        // The part of the frame this view looks at, by its traits: the whole
-        // frame, or the lens circle's square or rectangle. A view switch or
-        // a new lens circle on a still frame is thus a new cut at once.
-        FrameBox box = {0, 0, frame.width, frame.height};
-        const LensBox lens = GetViewTraits(MLong(mode)).lensBox;
-        if (lens == LensBox::Square && !frame.lensSquare.Empty()) box = frame.lensSquare;
-        if (lens == LensBox::Rectangle && !frame.lensRectangle.Empty()) box = frame.lensRectangle;
         m_Width = MLong(box.w);
         m_Height = MLong(box.h);
-        pEffect->SetFrameSampling(SamplingFor(frame, box, m_FrameTextures.Ids()));
+        const FrameBox inPart = {box.x - region.x, box.y - region.y, box.w, box.h};
+        pEffect->SetFrameSampling(SamplingFor(part, inPart, m_FrameTextures.Ids()));
         pEffect->Render(rect, m_dwDisplayWidth, m_dwDisplayHeight, m_Width, m_Height, m_FrameTextures.Ids(),
                         bIsNewScaleMode, frame.rotation);
         // Inertia decays here, one step a draw, and needs the draws to go on

@@ -60,9 +60,6 @@ public:
     // motion alone, or a new cut of a still frame, reuses the textures. The
     // part of the frame the view looks at follows the view's traits.
     void Render(const VideoFrame &frame, bool bNewPixels, MDWord bIsNewScaleMode);
-    // The textures hold a frame (false after a rebuild: the next draw needs
-    // its pixels again).
-    bool HoldsFrame() const { return m_FrameTextures.Holds(); }
     // After a Render: whether the next draw would show something else even
     // without a new frame (the view still moves, or inertia runs).
     bool WantsAnotherFrame() const { return m_bWantsAnotherFrame; }
@@ -181,6 +178,8 @@ private:
     MLong m_dwDisplayWidth = 0;
     MLong m_dwDisplayHeight = 0;
     FrameTextures m_FrameTextures; // the frame on screen, in its layout's textures
+    FrameBox m_UploadedRegion;     // render thread: the part of the frame the textures hold
+    bool m_bRowsAtAnyPitch = false; // render thread: a part of a frame goes up without a copy
     MDWord m_dwPictureColour = 0;  // render thread: the frame's colours as a ZT5_CFG_DISPLAY_YUV_MATRIX word
     bool m_bWantsAnotherFrame = false;     // render thread only
     bool m_bDrawn = false;                 // a view has drawn on this surface

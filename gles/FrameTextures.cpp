@@ -1,6 +1,20 @@
 #include "FrameTextures.h"
 
+#include <cstring>
+
 #include "GlesRenderEffect.h"
+
+#ifndef GL_UNPACK_ROW_LENGTH_EXT
+#define GL_UNPACK_ROW_LENGTH_EXT 0x0CF2
+#endif
+
+bool FrameTextures::RowsAtAnyPitch()
+{
+    const char *version = reinterpret_cast<const char *>(glGetString(GL_VERSION));
+    const char *extensions = reinterpret_cast<const char *>(glGetString(GL_EXTENSIONS));
+    return (version && std::strncmp(version, "OpenGL ES 3", 11) == 0) ||
+           (extensions && std::strstr(extensions, "GL_EXT_unpack_subimage"));
+}
 
 bool FrameTextures::Upload(const VideoFrame &frame)
 {
@@ -29,8 +43,15 @@ bool FrameTextures::Upload(const VideoFrame &frame)
             glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
             m_Specs[i] = s;
         }
+        // Rows at the plane's pitch, in this texture's texels (a pitch of the
+        // tight row needs no word).
+        const GLint bytesPerTexel = s.format == GL_RGBA ? 4 : s.format == GL_LUMINANCE_ALPHA ? 2 : 1;
+        const size_t pitch = frame.plane[s.plane].pitch;
+        const bool bLongRows = pitch != size_t(s.width) * size_t(bytesPerTexel);
+        if (bLongRows) glPixelStorei(GL_UNPACK_ROW_LENGTH_EXT, GLint(pitch / size_t(bytesPerTexel)));
         glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, s.width, s.height, s.format, GL_UNSIGNED_BYTE,
                         frame.plane[s.plane].data);
+        if (bLongRows) glPixelStorei(GL_UNPACK_ROW_LENGTH_EXT, 0);
     }
     checkGlError("UploadPlanes");
     m_bHolds = true;

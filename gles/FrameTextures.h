@@ -10,9 +10,14 @@
 
 class FrameTextures {
 public:
-    // Uploads a frame whose planes are stored tightly (rows at the texture's
-    // pitch, as the frame mailbox keeps them). False when nothing went up.
+    // Uploads a frame. Its rows are read at their pitch: a part of a frame
+    // cut from a larger one goes up without a copy where the driver reads
+    // rows of a longer pitch (RowsAtAnyPitch), else the planes must be
+    // tight. False when nothing went up.
     bool Upload(const VideoFrame &frame);
+    // Context current: whether the driver reads rows of any pitch (ES 3, or
+    // ES 2 with EXT_unpack_subimage). Asked once a context.
+    static bool RowsAtAnyPitch();
     // The frame last uploaded is in the textures.
     bool Holds() const { return m_bHolds; }
     const GLuint *Ids() const { return m_Ids; }
