@@ -57,6 +57,8 @@ struct DisplayContext {
     MWindowHandle hNativeWindow = 0;   // window the EGL surface is made on
     COverlaySettings overlay;          // font, faces, background colour, logo
     MDWord dwYuvMatrix = 0;            // ZT5_CFG_DISPLAY_YUV_MATRIX word; 0 is the render object's default
+    ZT5LensModel lensModel = {};       // ZT5_CFG_COMMON_LENS_MODEL, checked above
+    bool bLensModel = false;           // one was set: a new render object gets it
 
     // Strides of the planes of the current blit. A stride shorter than a
     // tightly packed row (or 0) means tightly packed.

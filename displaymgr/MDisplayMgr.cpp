@@ -176,6 +176,7 @@ static void FeedRenderObject(DisplayContext *c)
     c->overlay.Replay([r](MDWord id, void *p) { r->setConfig(id, p); });
     // A new render object converts with the default until told otherwise.
     if (c->dwYuvMatrix != 0) r->setConfig(ZT5_CFG_DISPLAY_YUV_MATRIX, &c->dwYuvMatrix);
+    if (c->bLensModel) r->setConfig(ZT5_CFG_COMMON_LENS_MODEL, &c->lensModel);
 }
 
 // Makes (if needed), feeds and starts the render object. 0 when it is up,

@@ -216,6 +216,11 @@ MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
         c->dwYuvMatrix = ReadWord(pParam);
         Forward(c, dwParamID, &c->dwYuvMatrix);
         return 0;
+    case ZT5_CFG_COMMON_LENS_MODEL:
+        std::memcpy(&c->lensModel, pParam, sizeof(c->lensModel));
+        c->bLensModel = true;
+        Forward(c, dwParamID, &c->lensModel);
+        return 0;
 
     case ZT5_CFG_CODEC_ALIGNINFO: {
         ZT5AlignInfo info;

@@ -80,6 +80,7 @@ CZT5Panoview::CZT5Panoview() : m_bSwitchPending(0), m_DrawFrameEvent(0)
     m_pEaglLayer = nullptr;
     m_pDistortionParam = nullptr;
     m_dwYuvMatrix = 0;
+    std::memset(&m_LensModel, 0, sizeof(m_LensModel));
     std::memset(&m_AlignInfo, 0, sizeof(m_AlignInfo));
     std::memset(&m_CodecHint, 0, sizeof(m_CodecHint));
     std::memset(&m_FishEyeParam, 0, sizeof(m_FishEyeParam));
@@ -191,6 +192,14 @@ int32_t CZT5Panoview::Init(const ZT5DisplayParam *pDisplayParam)
         MDisplayMgrSetParam(m_hDisplayHigh, ZT5_CFG_DISPLAY_YUV_MATRIX, &m_dwYuvMatrix, 4);
         if (m_hDisplayLow != m_hDisplayHigh)
             MDisplayMgrSetParam(m_hDisplayLow, ZT5_CFG_DISPLAY_YUV_MATRIX, &m_dwYuvMatrix, 4);
+    }
+    // The lens is the camera's: both handles, once one was set.
+    ZT5LensModel noLens;
+    std::memset(&noLens, 0, sizeof(noLens));
+    if (std::memcmp(&m_LensModel, &noLens, sizeof(noLens)) != 0) {
+        MDisplayMgrSetParam(m_hDisplayHigh, ZT5_CFG_COMMON_LENS_MODEL, &m_LensModel, sizeof(m_LensModel));
+        if (m_hDisplayLow != m_hDisplayHigh)
+            MDisplayMgrSetParam(m_hDisplayLow, ZT5_CFG_COMMON_LENS_MODEL, &m_LensModel, sizeof(m_LensModel));
     }
 
     MLogInfo("[%s]CZT5Panoview::Init out\r\n", MLOG_TAG);

@@ -154,6 +154,7 @@ private:
     // copies of what the host may free, replayed at Init.
     COverlaySettings m_Overlay;
     MDWord m_dwYuvMatrix; // ZT5_CFG_DISPLAY_YUV_MATRIX word
+    ZT5LensModel m_LensModel; // ZT5_CFG_COMMON_LENS_MODEL as set; all zero: the default lens
     ZT5AlignInfo m_AlignInfo;
     ZT5CodecHint m_CodecHint;
     ZT5FishEyeParam m_FishEyeParam;

@@ -767,7 +767,9 @@ void CWinOpenGLDisplay::SetConfigValue(MDWord dwID, void *pValue)
         break;
     }
     case ZT5_CFG_DISPLAY_YUV_MATRIX:
-        // The renderer keeps the colour matrix for views made later.
+    case ZT5_CFG_COMMON_LENS_MODEL:
+        // The renderer keeps the colour matrix and the lens for views made
+        // later.
         m_pRenderer->setConfig(dwID, pValue);
         break;
     default:

@@ -405,6 +405,10 @@ bool CWinOpenGLESRenderer::Render(unsigned char *const *planes, const MLong *str
             for (int i = 0; i < 4; i++) rect[i] = m_pDisplayContext->rectOpenglScale[i];
         // The stream's colour description reaches whichever view draws.
         pEffect->SetYuvConversion(YuvConversionFor(m_dwYuvMatrix.load(std::memory_order_relaxed)));
+        {
+            std::lock_guard<std::mutex> lens(m_LensLock);
+            pEffect->SetLensModel(m_LensModel);
+        }
         GLuint planes[3] = {m_Planes[0].id(), m_Planes[1].id(), m_Planes[2].id()};
         pEffect->Render(rect, m_dwDisplayWidth, m_dwDisplayHeight, m_Width, m_Height, planes, bIsNewScaleMode,
                         dwRotation);
@@ -708,6 +712,13 @@ MRESULT CWinOpenGLESRenderer::setConfig(MDWord dwID, void *pValue)
     }
     case ZT5_CFG_DISPLAY_YUV_MATRIX:
         if (pValue) m_dwYuvMatrix.store(*static_cast<const MDWord *>(pValue), std::memory_order_relaxed);
+        break;
+    case ZT5_CFG_COMMON_LENS_MODEL:
+        // Checked by the front end; whichever view draws takes it at its draw.
+        if (pValue) {
+            std::lock_guard<std::mutex> lens(m_LensLock);
+            std::memcpy(&m_LensModel, pValue, sizeof(m_LensModel));
+        }
         break;
     case ZT5_CFG_DISPLAY_FONT_PATH:
     case ZT5_CFG_DISPLAY_FACE_INFO:

@@ -10,6 +10,7 @@
 #include <new>
 
 #include "FisheyeCommon.h"
+#include "LensLaw.h"
 #include "MLog.h"
 #include "ViewEffect.h"
 
@@ -52,20 +53,31 @@ const Flavour kFlavours[2] = {
 // from outside.
 const float kRad = -kFisheyeLensRadius;
 
+// What a vertex is computed from: the flavour and the lens model.
+struct ShapeOf {
+    const Flavour *flavour;
+    ZT5LensModel lens;
+};
+
 // One vertex of the shape for the angle pair (a, b): the dome's position
 // (or, for the cylinder, one at the full radius at every latitude) shifted
-// and scaled along the axis; the lens point of its direction.
+// and scaled along the axis; the lens point of its direction. The profile
+// gives the radius an equidistant lens would have; read as that lens's
+// angle off the axis (the radius's share of the rim's, times 90 degrees), it
+// goes through the lens model, which leaves it as it is by default.
 void ShapeVertex(double a, double b, const DomeParams &params, float *pos, float *tex, void *user)
 {
-    const Flavour &f = *static_cast<const Flavour *>(user);
+    const ShapeOf &shape = *static_cast<const ShapeOf *>(user);
+    const Flavour &f = *shape.flavour;
     const bool dome = &f == &kFlavours[1];
     const double c = dome ? std::cos(b) : 1.0;
     const float R = params.radius, P = f.profile;
     pos[0] = static_cast<float>(std::sin(a) * c * -R);
     pos[1] = static_cast<float>(std::cos(a) * c * -R);
     pos[2] = static_cast<float>((f.zOffset + std::sin(b)) * -R * f.zScale);
-    const double r = ((P - 1.0) * 2.0 / params.span * b + 1.0) * kRad * (1.0 - f.ratio) +
-                     (1.0 - (1.0 - P) * std::sin(b)) * kRad * f.ratio;
+    const double share = ((P - 1.0) * 2.0 / params.span * b + 1.0) * (1.0 - f.ratio) +
+                         (1.0 - (1.0 - P) * std::sin(b)) * f.ratio;
+    const double r = kRad * LensLawRadius(shape.lens, share * 1.5707963267948966);
     tex[0] = static_cast<float>((std::sin(a) * r + 1.0) * f.texScale * 0.5 + f.texOffset);
     tex[1] = static_cast<float>((std::cos(a) * r + 1.0) * 0.5);
 }
@@ -96,10 +108,27 @@ public:
 private:
     MRESULT Build() override
     {
-        DomeParams params;
-        DomeMesh::Upload(m_Shape, params, ShapeVertex, const_cast<Flavour *>(&m_F));
+        if (UploadShape(false) != 0) MLogInfo("[%s] CylinderSphere::Initialize no mesh", MLOG_TAG);
         if (m_Program.Build("CylinderSphere", FISHEYE_GLSL_DOME_VERTEX, kFragment) != 0) return -1;
         return m_Shape ? 0 : 3;
+    }
+
+    // The shape for the current lens model: uploaded once, its texture
+    // coordinates replaced when the model changes.
+    MRESULT UploadShape(bool update)
+    {
+        ShapeOf shape = {&m_F, m_LensModel};
+        DomeMesh dome;
+        MRESULT res = dome.Build(DomeParams(), ShapeVertex, &shape);
+        if (res == 0) {
+            if (update)
+                m_Shape.UpdateTexCoords(dome.pTexCoords);
+            else
+                res = m_Shape.Upload(dome.pVertices, dome.pTexCoords, dome.nVertexCount, GL_TRIANGLES, GL_DYNAMIC_DRAW);
+            m_nShapeLens = m_nLensGeneration;
+        }
+        dome.Free();
+        return res;
     }
 
     void Project(MLong, MLong) override { m_Camera.setProjectFrustum(-mWndRatio, mWndRatio, -1.0f, 1.0f, kNear, kFar); }
@@ -150,6 +179,7 @@ private:
             RotTranMatrix::rotate(m.mVMatrix, 180.0f - m_fRotX, 1.0f, 0.0f, 0.0f);
             RotTranMatrix::rotate(m.mVMatrix, 180.0f - m_fRotZ, 0.0f, 0.0f, 1.0f);
         };
+        if (m_nShapeLens != m_nLensGeneration) UploadShape(true);
         DrawPass(m_Camera, camera, m_Program, m_Shape, f.pTextures, [] {});
     }
 
@@ -170,6 +200,7 @@ private:
     const Flavour &m_F;
     ViewProgram m_Program;
     ViewMesh m_Shape;
+    unsigned m_nShapeLens = 0; // the lens generation of its texture coordinates
     RotTranMatrix m_Camera = {};
     float m_fRotZ = 0.0f, m_fRotX = 0.0f; // render thread
 

@@ -2,7 +2,35 @@
 
 #include <cmath>
 
+#include "LensLaw.h"
 #include "MLog.h"
+
+// ----------------------------------------------------------- lens model
+
+bool LensUniforms::Find(const ViewProgram &program, const char *viewName)
+{
+    m_Law = program.Uniform(viewName, "lensLaw", "mLensLawHandle");
+    m_K = program.Uniform(viewName, "lensK", "mLensKHandle");
+    m_Scale = program.Uniform(viewName, "lensScale", "mLensScaleHandle");
+    m_HalfFov = program.Uniform(viewName, "lensHalfFov", "mLensHalfFovHandle");
+    m_Sent = 0;
+    return m_Law >= 0 && m_K >= 0 && m_Scale >= 0 && m_HalfFov >= 0;
+}
+
+void LensUniforms::Send(const ZT5LensModel &model, unsigned generation)
+{
+    if (generation == m_Sent) return;
+    const ZT5LensModel m = LensLawNormalised(model);
+    glUniform1f(m_Law, float(m.dwLaw));
+    glUniform4f(m_K, m.fK[0], m.fK[1], m.fK[2], m.fK[3]);
+    // The default keeps the number the equidistant law always divided by.
+    const bool equidistant180 = m.dwLaw == ZT5_LENS_EQUIDISTANT && m.fFieldOfView == 180.0f;
+    glUniform1f(m_Scale, equidistant180 ? 1.0f / 1.570795f : float(LensLawScale(m)));
+    // Half the field of view, in radians, a hair wider so that the rim of a
+    // 180-degree lens (the dome's rim row) still counts as seen.
+    glUniform1f(m_HalfFov, float(m.fFieldOfView * 3.14159265358979 / 360.0) + 1e-4f);
+    m_Sent = generation;
+}
 
 // ------------------------------------------------------------ dome mesh
 

@@ -51,13 +51,43 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "    vTextureCoord = aTexCoor;\n"                             \
     "}\n"
 
-// Radial lens law. fisheyeEquidistant: radius (fraction of the lens radius)
-// of latitude t (0 at the rim, pi/2 at the zenith). fisheyeLensLookup: the
-// texture point of longitude s at radius fir, with the view's sign pair,
-// which sets the handedness of the picture.
+// The lens model (LensLaw.h, the same arithmetic on the processor):
+// lensRadius(theta) is the fraction of the lens circle's radius at which a
+// direction theta (radians off the lens axis) lands, f(theta) * lensScale
+// with f by lensLaw: 0 theta (equidistant), 1 sin(theta / 2) (equisolid),
+// 2 tan(theta / 2) (stereographic), 3 sin(theta) (orthographic), 4 the
+// polynomial theta (1 + k1 theta^2 + k2 theta^4 + k3 theta^6 + k4 theta^8),
+// and lensScale = 1 / f(fov / 2). Every f is odd, so a theta below 0 (the
+// dome mesh's last row runs past the zenith) lands on the other side of the
+// centre, as a negative radius does in the lookup. lensSees(theta): the
+// lens sees the direction (up to half its field of view); where it doesn't,
+// a view shows its background. The uniforms are LensUniforms'.
+#define FISHEYE_GLSL_LENS_MODEL                                                          \
+    "uniform float lensLaw;\n"                                                          \
+    "uniform vec4 lensK;\n"                                                             \
+    "uniform float lensScale;\n"                                                        \
+    "uniform float lensHalfFov;\n"                                                      \
+    "float lensRadius(float theta) {\n"                                                 \
+    "    float f = theta;\n"                                                            \
+    "    if (lensLaw > 3.5) {\n"                                                        \
+    "        float t2 = theta * theta;\n"                                               \
+    "        f = theta * (1.0 + t2 * (lensK.x + t2 * (lensK.y + t2 * (lensK.z + t2 * lensK.w))));\n" \
+    "    } else if (lensLaw > 2.5) f = sin(theta);\n"                                   \
+    "    else if (lensLaw > 1.5) f = tan(0.5 * theta);\n"                               \
+    "    else if (lensLaw > 0.5) f = sin(0.5 * theta);\n"                               \
+    "    return f * lensScale;\n"                                                       \
+    "}\n"                                                                               \
+    "bool lensSees(float theta) { return theta <= lensHalfFov; }\n"
+
+// The dome's radial lookup. fisheyeLatitudeRadius: radius (fraction of half
+// the texture) of latitude t (0 at the rim, pi/2 at the zenith, so the
+// direction is pi/2 - t off the axis) on a lens circle of radius rad.
+// fisheyeLensLookup: the texture point of longitude s at radius fir, with the
+// view's sign pair, which sets the handedness of the picture.
 #define FISHEYE_GLSL_LENS_LAW                                                   \
-    "float fisheyeEquidistant(float t, float rad) {\n"                          \
-    "    return rad * (1.0 - t / 1.570795);\n"                                  \
+    FISHEYE_GLSL_LENS_MODEL                                                     \
+    "float fisheyeLatitudeRadius(float t, float rad) {\n"                       \
+    "    return rad * lensRadius(1.570795 - t);\n"                              \
     "}\n"                                                                       \
     "vec2 fisheyeLensLookup(float s, float fir, float signS, float signT) {\n" \
     "    return vec2(0.5 + signS * fir * sin(s) / 2.0,\n"                       \
@@ -90,13 +120,28 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "uniform float frad;\n"                                              \
     "uniform float mode;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW        \
     "void main() {\n"                                                    \
-    "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"      \
+    "    if (!lensSees(1.570795 - vTextureCoord.t)) discard;\n"        \
+    "    float fir = fisheyeLatitudeRadius(vTextureCoord.t, frad);\n"  \
     "    vec4 c = frameColour(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n" \
     "    vec3 p = vPositionRect.xyz / abs(vPositionRect.w);\n"          \
     "    if (mode == 1.0 && all(lessThanEqual(abs(p), vec3(1.0))))\n"  \
     "        c += vec4(0.3, 0.3, 0.3, 1.0);\n"                          \
     "    gl_FragColor = c;\n"                                            \
     "}\n"
+
+// The lens model's uniforms in one program. Find once after the build;
+// Send with the program in use before each draw: it sends only when the
+// model has changed since (the generation of GlesRenderEffect).
+class LensUniforms {
+public:
+    // Looks the four uniforms up (a miss is logged). False when one is absent.
+    bool Find(const ViewProgram &program, const char *viewName);
+    void Send(const ZT5LensModel &model, unsigned generation);
+
+private:
+    GLint m_Law = -1, m_K = -1, m_Scale = -1, m_HalfFov = -1;
+    unsigned m_Sent = 0; // no generation is 0
+};
 
 // ------------------------------------------------------------ dome mesh
 

@@ -19,8 +19,8 @@ namespace {
 
 // ------------------------------------------------------------ shaders
 
-// The bowl: the lens law blends from a sine-like curve through the
-// equidistant line to a cosine curve as fratio rises with the eye distance.
+// The bowl: the lens law blends from a sine-like curve through the lens
+// model (the equidistant line by default) to a cosine curve as fratio rises with the eye distance.
 // It is evaluated per vertex: the mesh is fine enough (a vertex every couple
 // of degrees) that the lookup point, interpolated linearly across a
 // triangle, stays within a tenth of a source pixel of the per-pixel result,
@@ -32,13 +32,14 @@ const char kSphereVertex[] =
     "uniform float PlatFlag;\n"
     "attribute vec3 aPosition;\n"
     "attribute vec2 aTexCoor;\n"
-    "varying vec2 vLookup;\n" FISHEYE_GLSL_LENS_LAW
+    "varying vec2 vLookup;\n"
+    "varying float vSeen;\n" FISHEYE_GLSL_LENS_LAW
     "void main() {\n"
     "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"
     "    float s = aTexCoor.s;\n"
     "    float t = aTexCoor.t;\n"
     "    float ftmp = (0.8 - 1.0) * t + 1.0;\n"
-    "    float fir2 = ftmp * fisheyeEquidistant(t, frad);\n"
+    "    float fir2 = ftmp * fisheyeLatitudeRadius(t, frad);\n"
     "    float tm = PlatFlag == 0.0 ? 0.25 : 0.5;\n"
     "    float m3 = 0.35;\n"
     "    float fir;\n"
@@ -50,12 +51,15 @@ const char kSphereVertex[] =
     "        fir = frat * fir2 + (1.0 - frat) * frad * ftmp * (1.0 - sin(t));\n"
     "    }\n"
     "    vLookup = fisheyeLensLookup(s, fir, -1.0, 1.0);\n"
+    "    vSeen = lensSees(1.570795 - t) ? 1.0 : 0.0;\n"
     "}\n";
 
 const char kSphereFragment[] =
     "precision highp float;\n"
-    "varying vec2 vLookup;\n" GLSL_YUV_TO_RGB
+    "varying vec2 vLookup;\n"
+    "varying float vSeen;\n" GLSL_YUV_TO_RGB
     "void main() {\n"
+    "    if (vSeen < 0.5) discard;\n"
     "    gl_FragColor = frameColour(vLookup);\n"
     "}\n";
 
@@ -164,6 +168,7 @@ private:
 
     ViewProgram m_Sphere;
     GLint maRatioHandle = -1;
+    LensUniforms m_Lens;
     ViewProgram m_Back;
     ViewProgram m_Points;
     GLint mPointSizeHandle = -1, mPointLightHandle = -1;
@@ -278,7 +283,7 @@ MRESULT HalfSphere::Build()
     const GLint radHandle = m_Sphere.Uniform("HalfSphere", "frad", "mRadHandle");
     maRatioHandle = m_Sphere.Uniform("HalfSphere", "fratio", "maRatioHandle");
     const GLint platformHandle = m_Sphere.Uniform("HalfSphere", "PlatFlag", "mFEPlatformHandle");
-    if (radHandle < 0 || maRatioHandle < 0 || platformHandle < 0) lRet = -1;
+    if (radHandle < 0 || maRatioHandle < 0 || platformHandle < 0 || !m_Lens.Find(m_Sphere, "HalfSphere")) lRet = -1;
     if (lRet == 0) {
         // Constants of the view.
         m_Sphere.Use();
@@ -492,7 +497,10 @@ void HalfSphere::Draw(const Frame &f)
         setCameraView(m, fCamZ.load());
         RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
     };
-    DrawPass(m_Camera, camera, m_Sphere, m_Dome, f.pTextures, [&] { glUniform1f(maRatioHandle, fRatio); });
+    DrawPass(m_Camera, camera, m_Sphere, m_Dome, f.pTextures, [&] {
+        glUniform1f(maRatioHandle, fRatio);
+        m_Lens.Send(m_LensModel, m_nLensGeneration);
+    });
 }
 
 // Still moving: the cloud turns and the stars twinkle every frame while

@@ -12,7 +12,7 @@
 
 namespace {
 
-// The lens law narrowed towards the zenith by (1 - 0.2 t); fratio is 0 in
+// The lens model narrowed towards the zenith by (1 - 0.2 t); fratio is 0 in
 // every draw. Signs (+, -): the picture is turned half a turn against the
 // half sphere's at equal angles.
 const char kFragment[] = "precision highp float;\n"
@@ -23,7 +23,8 @@ const char kFragment[] = "precision highp float;\n"
                          "    float s = vTextureCoord.s;\n"
                          "    float t = vTextureCoord.t;\n"
                          "    float ftmp = (0.8 - 1.0) * t + 1.0 + fratio;\n"
-                         "    float fir = ftmp * fisheyeEquidistant(t, frad);\n"
+                         "    if (!lensSees(1.570795 - t)) discard;\n"
+                         "    float fir = ftmp * fisheyeLatitudeRadius(t, frad);\n"
                          "    gl_FragColor = frameColour(fisheyeLensLookup(s, fir, 1.0, -1.0));\n"
                          "}\n";
 
@@ -73,7 +74,7 @@ public:
     {
         ViewEffect::SetFishEyeCruiseState(state, fVelocity);
         for (auto &t : bIsAutoTouring) t = state != 0 ? 1 : 0;
-        bIsAnyTouring = state != 0 ? 1 : 0;
+        UpdateAnyTouring();
     }
     MLong GetFishEyeCruiseState() override { return bIsAnyTouring.load() ? 1 : 0; }
 
@@ -84,7 +85,7 @@ private:
         const int failures = m_Program.Build("MultiView", FISHEYE_GLSL_DOME_VERTEX, kFragment);
         const GLint rad = m_Program.Uniform("MultiView", "frad", "mRadHandle");
         const GLint ratio = m_Program.Uniform("MultiView", "fratio", "maRatioHandle");
-        if (failures || rad < 0 || ratio < 0) return -1;
+        if (failures || rad < 0 || ratio < 0 || !m_Lens.Find(m_Program, "MultiView")) return -1;
         m_Program.Use();
         glUniform1f(rad, kFisheyeLensRadius);
         glUniform1f(ratio, 0.0f);
@@ -136,7 +137,8 @@ private:
             if (Cruising()) CruiseStep();
             RotTranMatrix::rotate(m.mVMatrix, zAngle[i].load() + kPaneOffset[i], 0.0f, 0.0f, 1.0f);
         };
-        DrawPass(m_Pane[i].camera, camera, m_Program, m_Dome, f.pTextures, [] {});
+        DrawPass(m_Pane[i].camera, camera, m_Program, m_Dome, f.pTextures,
+                 [&] { m_Lens.Send(m_LensModel, m_nLensGeneration); });
     }
 
     // The pose from the tilt input: sideways at 0, straight down the axis at
@@ -177,10 +179,13 @@ private:
         return false;
     }
 
+    // What the host hears: a cruise runs while it is on and some pane takes
+    // part (a restored record may carry touring flags with the cruise off:
+    // nothing turns then, and none is reported).
     void UpdateAnyTouring()
     {
-        bIsAnyTouring = (bIsAutoTouring[0].load() | bIsAutoTouring[1].load() | bIsAutoTouring[2].load() |
-                         bIsAutoTouring[3].load()) != 0;
+        bIsAnyTouring = Cruising() && (bIsAutoTouring[0].load() | bIsAutoTouring[1].load() |
+                                       bIsAutoTouring[2].load() | bIsAutoTouring[3].load()) != 0;
     }
 
     // A pane index as stored (a restore clamps it; a gesture may race it).
@@ -267,6 +272,7 @@ private:
     }
 
     ViewProgram m_Program;
+    LensUniforms m_Lens;
     ViewMesh m_Dome;
     ViewPane m_Pane[4];
 

@@ -67,8 +67,9 @@ private:
         const char *where = "MultiViewMap";
         const GLint rad = m_Program.Uniform(where, "frad", "mRadHandle");
         muRect = m_Program.Uniform(where, "uMVPMatrixRect", "muMVPMatrixRectHandle");
+        const bool lens = m_Lens.Find(m_Program, where);
         muMode = m_Program.Uniform(where, "mode", "muC2RModeHandle");
-        if (rad < 0 || muRect < 0 || muMode < 0) return -1;
+        if (rad < 0 || muRect < 0 || muMode < 0 || !lens) return -1;
         m_Program.Use();
         glUniform1f(rad, kFisheyeLensRadius);
         return m_Dome ? 0 : 3;
@@ -124,11 +125,13 @@ private:
         auto map = [&](RotTranMatrix &m) { m.setLookAt(0.0f, 0.0f, kMapCamZ, 0.0f, 0.0f, -4.0f, 0.0f, 4.0f, -4.0f); };
         m_Pane[kPane].Apply();
         DrawPass(m_Pane[kPane].camera, pane, m_Program, m_Dome, f.pTextures, [&] {
+            m_Lens.Send(m_LensModel, m_nLensGeneration);
             glUniform1f(muMode, 0.0f);
             glUniformMatrix4fv(muRect, 1, GL_FALSE, m_Pane[kPane].camera.mMVPMatrix);
         });
         m_Pane[kMap].Apply();
         DrawPass(m_Pane[kMap].camera, map, m_Program, m_Dome, f.pTextures, [&] {
+            m_Lens.Send(m_LensModel, m_nLensGeneration);
             glUniform1f(muMode, 1.0f);
             glUniformMatrix4fv(muRect, 1, GL_FALSE, m_Pane[kPane].camera.mMVPMatrix);
         });
@@ -211,7 +214,7 @@ private:
     // direction: the aim stays as it was.
     void AimFromMap(float x, float y)
     {
-        const float dx = m_MapCentreX - x, dy = y - m_MapCentreY;
+        const float dx = m_MapCentreX.load() - x, dy = y - m_MapCentreY.load();
         if (dx == 0.0f && dy == 0.0f) return;
         float a;
         if (dx == 0.0f)
@@ -219,7 +222,7 @@ private:
         else
             a = std::atan(dy / dx) * kRadToDeg + (dx > 0.0f ? 90.0f : 270.0f);
         zAngle[kPane] = a;
-        const float D = m_MapReach;
+        const float D = m_MapReach.load();
         const float e = std::sqrt(dx * dx + dy * dy);
         float tz = (D - 1.8f * e) * kTzMax / D;
         fTz[kPane] = tz < 0.0f ? 0.0f : tz;
@@ -268,9 +271,14 @@ private:
 
     ViewProgram m_Program;
     GLint muRect = -1, muMode = -1;
+    LensUniforms m_Lens;
     ViewMesh m_Dome;
     ViewPane m_Pane[2];
-    float m_MapCentreX = 0.0f, m_MapCentreY = 0.0f, m_MapReach = 1.0f;
+    // The map as touches see it: written by Project on the render thread,
+    // read by touches and drags on the host's thread; single words, so a
+    // touch during a resize reads the old or the new layout per word and
+    // the next touch reads the new one.
+    Relaxed<float> m_MapCentreX{0.0f}, m_MapCentreY{0.0f}, m_MapReach{1.0f};
 
     // Index kPane is the perspective pane, kMap the map (constant).
     Relaxed<float> fCamZ[2] = {kPaneCamZ, kMapCamZ};

@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "FisheyeCommon.h"
+
 namespace {
 
 const float kAnimalStep = 0.05f;  // eye travel a frame of an animated move or of cruise
@@ -19,7 +21,11 @@ float WallClamp(float v, float lo, float hi, float fallback)
 }
 
 WallPaneCamera::WallPaneCamera(const WallPaneConfig &c)
-    : fCamZ(c.tzMax), fTz(c.tzMax), cfg(c), fLastCamZ(c.tzMax), m_Pose{c.tzMax, 0.0f, 0.0f, c.wide}
+    // The zoom's last eye distance starts at the dome's radius, 6, in both
+    // views: mode 9's wide position, and inside mode 10's wide 6.4 (the
+    // first step there sees the eye "moving out" from 6 to its widest,
+    // which clears pan and tilt, both 0 already).
+    : fCamZ(c.tzMax), fTz(c.tzMax), cfg(c), fLastCamZ(kDomeRadius), m_Pose{c.tzMax, 0.0f, 0.0f, c.wide}
 {
 }
 
@@ -284,6 +290,7 @@ WallPaneView::WallPaneView(const char *viewName, const ViewTraits &traits, const
     : ViewEffect(viewName, traits), m_Cam(config)
 {
     m_CruiseEnd = kCruiseEndsOnTouchAndDoubleTap;
+    m_bGesturesWaitForWindow = true;
     m_Pinch = {&m_Cam.fTz, pinchStep};
     FECurrentStatusData &d = m_FECurrentStatusData;
     SaveFields({SavedField::Checked(m_Cam.fCamZ, d.fCamZ[0], config.tzMax),
@@ -336,7 +343,7 @@ void WallPaneView::Drag(float x0, float y0, float x1, float y1)
 
 void WallPaneView::DoubleTap(float, float)
 {
-    if (m_nInit.load()) m_Cam.DoubleTap();
+    m_Cam.DoubleTap();
 }
 
 bool WallPaneView::BuildStretched(const char *fragment)
@@ -357,6 +364,7 @@ void WallPaneView::DrawStretched(const Frame &f)
         glUniform1f(muXCoff, s.x);
         glUniform1f(muYCoff, s.y);
         glUniform1f(muZCoff, s.z);
+        m_Lens.Send(m_LensModel, m_nLensGeneration);
     };
     DrawPass(m_Camera, camera, m_Program, m_Dome, f.pTextures, uniforms);
 }

@@ -24,6 +24,7 @@
 
 #include "GlesRenderEffect.h"
 #include "Relaxed.h"
+#include "FisheyeCommon.h"
 #include "ViewEffect.h"
 
 // A value brought into lo..hi; a NaN becomes `fallback`.
@@ -161,6 +162,7 @@ protected:
     ViewProgram m_Program;
     ViewMesh m_Dome;
     GLint muXCoff = -1, muYCoff = -1, muZCoff = -1;
+    LensUniforms m_Lens; // found by a view whose fragment stage maps by the lens model
     WallPaneCamera m_Cam;
     Relaxed<float> mScaleRatio{1.0f};
     Relaxed<float> mMaxScale{4.0f};

@@ -12,7 +12,7 @@
 
 namespace {
 
-// Equidistant lens law, s sign +, t sign -. The caps: two planes through the
+// The lens model, s sign +, t sign -. The caps: two planes through the
 // stretched dome, fixed to it before any camera motion, so that the black
 // edges move with the picture.
 const char kFragment[] = "precision highp float;\n"
@@ -20,7 +20,8 @@ const char kFragment[] = "precision highp float;\n"
                          "varying vec3 vPosition;\n"
                          "uniform float frad;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW
                          "void main() {\n"
-                         "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"
+                         "    if (!lensSees(1.570795 - vTextureCoord.t)) discard;\n"
+                         "    float fir = fisheyeLatitudeRadius(vTextureCoord.t, frad);\n"
                          "    vec2 p = fisheyeLensLookup(vTextureCoord.s, fir, 1.0, -1.0);\n"
                          "    if (0.8 * vPosition.z + vPosition.y > 4.8 || 0.8 * vPosition.z - vPosition.y > 4.8)\n"
                          "        gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
@@ -45,7 +46,7 @@ private:
     MRESULT Build() override
     {
         if (DomeMesh::Upload(m_Dome, DomeParams()) != 0) MLogInfo("[%s] WallOneView::Initialize no mesh", MLOG_TAG);
-        const bool built = BuildStretched(kFragment);
+        const bool built = BuildStretched(kFragment) && m_Lens.Find(m_Program, "WallOneView");
         const GLint rad = m_Program.Uniform("WallOneView", "frad", "mRadHandle");
         m_Program.Use();
         glUniform1f(rad, kFisheyeLensRadius);

@@ -68,10 +68,11 @@ private:
         const char *where = "WallTwoView";
         const GLint rad = m_Program.Uniform(where, "frad", "mRadHandle");
         muRect = m_Program.Uniform(where, "uMVPMatrixRect", "muMVPMatrixRectHandle");
+        const bool lens = m_Lens.Find(m_Program, where);
         muMode = m_Program.Uniform(where, "mode", "mModeHandle");
         m_Program.Use();
         glUniform1f(rad, kFisheyeLensRadius);
-        return (rad < 0 || m_Program.uMVPMatrix < 0 || !m_Dome) ? 1 : 0;
+        return (rad < 0 || m_Program.uMVPMatrix < 0 || !lens || !m_Dome) ? 1 : 0;
     }
 
     // Two squares side by side, centred: as high as the window less a
@@ -121,6 +122,7 @@ private:
             auto uniforms = [&] {
                 glUniformMatrix4fv(muRect, 1, GL_FALSE, i == 0 ? m_Camera[0].mMVPMatrix : rect);
                 glUniform1f(muMode, float(i));
+                m_Lens.Send(m_LensModel, m_nLensGeneration);
             };
             m_Pane[i].Viewport();
             DrawPass(m_Camera[i], camera, m_Program, m_Dome, f.pTextures, uniforms);
@@ -248,6 +250,7 @@ private:
 
     ViewProgram m_Program;
     GLint muRect = -1, muMode = -1;
+    LensUniforms m_Lens;
     ViewMesh m_Dome;
     RotTranMatrix m_Camera[2] = {};
     WallPane m_Pane[2] = {};
