@@ -94,6 +94,75 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "                0.5 + signT * fir * cos(s) / 2.0);\n"                      \
     "}\n"
 
+// ------------------------------------------------- views drawn per pixel
+//
+// A pane drawn per pixel covers its viewport with one quad (RayQuad) and
+// finds in the fragment stage what the pane's camera sees through each
+// pixel: the quad's corners carry clip-space points, uMVPMatrix holds the
+// inverse of the pane's whole matrix (SendRayMatrix), and the points of a
+// pixel on the near and far planes, taken back into the mesh's own space,
+// bound the ray that pixel sees. The inverse is a projective map, linear in
+// homogeneous coordinates, so interpolating the two points across the
+// quad without perspective and dividing per fragment is exact. The surface
+// is met exactly, between the near and far planes as a mesh would be
+// clipped; nothing drawn depends on how finely a mesh was cut.
+
+#define FISHEYE_GLSL_RAY_VERTEX                                  \
+    "uniform mat4 uMVPMatrix;\n"                                 \
+    "attribute vec3 aPosition;\n"                                \
+    "attribute vec2 aTexCoor;\n"                                 \
+    "varying vec4 vNear;\n"                                      \
+    "varying vec4 vFar;\n"                                       \
+    "void main() {\n"                                            \
+    "    gl_Position = vec4(aPosition.xy, 0.0, 1.0);\n"          \
+    "    vNear = uMVPMatrix * vec4(aTexCoor, -1.0, 1.0);\n"      \
+    "    vFar = uMVPMatrix * vec4(aTexCoor, 1.0, 1.0);\n"        \
+    "}\n"
+
+// The dome as a surface: the sphere of radius 6 about the origin, scaled by
+// domeScale along x, y and z (a view's depth squeeze or stretch), the half
+// at or below the rim plane z = 0. domeHit(p): the nearest point of it on
+// this fragment's ray between the near and far planes, in the unscaled
+// sphere (|p| = 6); false when the ray meets none (the fragment is then the
+// background). In the sphere's terms p = -6 (sin s cos t, cos s cos t,
+// sin t) with s the longitude and t the latitude the mesh was built on:
+// domeLatitude(p) is t (0 at the rim, pi/2 at the zenith, pi/2 - t off the
+// lens axis) and domeAbout(p) is (sin s, cos s), the direction about the
+// axis. fisheyeAboutLookup: the texture point at radius fir in direction
+// (sin s, cos s) with the view's sign pair (fisheyeLensLookup's, without
+// the angle).
+#define FISHEYE_GLSL_DOME_HIT                                                        \
+    "varying vec4 vNear;\n"                                                          \
+    "varying vec4 vFar;\n"                                                           \
+    "uniform vec3 domeScale;\n"                                                      \
+    "bool domeHit(out vec3 p) {\n"                                                   \
+    "    vec3 o = vNear.xyz / (vNear.w * domeScale);\n"                              \
+    "    vec3 d = vFar.xyz / (vFar.w * domeScale) - o;\n"                            \
+    "    float a = dot(d, d), b = dot(o, d), c = dot(o, o) - 36.0;\n"                \
+    "    float q = b * b - a * c;\n"                                                 \
+    "    if (q < 0.0) return false;\n"                                              \
+    "    q = sqrt(q);\n"                                                             \
+    "    float u = (-b - q) / a;\n"                                                  \
+    "    p = o + u * d;\n"                                                           \
+    "    if (u < 0.0 || p.z > 0.0) { u = (-b + q) / a; p = o + u * d; }\n"          \
+    "    return u >= 0.0 && u <= 1.0 && p.z <= 0.0;\n"                               \
+    "}\n"                                                                            \
+    "float domeLatitude(vec3 p) { return atan(-p.z, length(p.xy)); }\n"              \
+    "vec2 domeAbout(vec3 p) {\n"                                                     \
+    "    float r = length(p.xy);\n"                                                  \
+    "    return r > 0.0 ? -p.xy / r : vec2(0.0, 1.0);\n"                             \
+    "}\n"                                                                            \
+    "vec2 fisheyeAboutLookup(vec2 about, float fir, float signS, float signT) {\n"  \
+    "    return vec2(0.5 + signS * fir * about.x / 2.0, 0.5 + signT * fir * about.y / 2.0);\n" \
+    "}\n"
+
+// The quad of a pane drawn per pixel: the whole viewport, corners in clip
+// space as positions and as texture coordinates. Returns ViewMesh's result.
+MRESULT UploadRayQuad(ViewMesh &mesh);
+// In a DrawPass's uniforms: uMVPMatrix gets the inverse of the pass's
+// whole matrix (computed in double precision).
+void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m);
+
 // A map of the whole lens that lights what a pane sees. The map is drawn
 // with the pane's whole matrix of this frame in uMVPMatrixRect; a point is
 // lit (with `mode` 1) when it lies inside the pane's view volume, bounds

@@ -19,25 +19,21 @@ namespace {
 
 // ------------------------------------------------------------ shaders
 
-// The bowl: the lens law blends from a sine-like curve through the lens
-// model (the equidistant line by default) to a cosine curve as fratio rises with the eye distance.
-// It is evaluated per vertex: the mesh is fine enough (a vertex every couple
-// of degrees) that the lookup point, interpolated linearly across a
-// triangle, stays within a tenth of a source pixel of the per-pixel result,
-// and the fragment stage is left with the three plane fetches.
-const char kSphereVertex[] =
-    "uniform mat4 uMVPMatrix;\n"
+// The bowl, per pixel: the point of the bowl (the dome squeezed to 0.97 in
+// depth) each pixel sees, then a lens law that blends from a sine-like curve
+// through the lens model (the equidistant line by default) to a cosine curve
+// as fratio rises with the eye distance, at the point's latitude t. Where
+// no point of the bowl is seen the backdrop stays.
+const char kSphereFragment[] =
+    "precision highp float;\n"
     "uniform float frad;\n"
     "uniform float fratio;\n"
-    "uniform float PlatFlag;\n"
-    "attribute vec3 aPosition;\n"
-    "attribute vec2 aTexCoor;\n"
-    "varying vec2 vLookup;\n"
-    "varying float vSeen;\n" FISHEYE_GLSL_LENS_LAW
+    "uniform float PlatFlag;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_DOME_HIT
     "void main() {\n"
-    "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"
-    "    float s = aTexCoor.s;\n"
-    "    float t = aTexCoor.t;\n"
+    "    vec3 p;\n"
+    "    if (!domeHit(p)) discard;\n"
+    "    float t = domeLatitude(p);\n"
+    "    if (!lensSees(1.570795 - t)) discard;\n"
     "    float ftmp = (0.8 - 1.0) * t + 1.0;\n"
     "    float fir2 = ftmp * fisheyeLatitudeRadius(t, frad);\n"
     "    float tm = PlatFlag == 0.0 ? 0.25 : 0.5;\n"
@@ -50,17 +46,7 @@ const char kSphereVertex[] =
     "        float frat = fratio * m3 / tm + 1.0 - m3;\n"
     "        fir = frat * fir2 + (1.0 - frat) * frad * ftmp * (1.0 - sin(t));\n"
     "    }\n"
-    "    vLookup = fisheyeLensLookup(s, fir, -1.0, 1.0);\n"
-    "    vSeen = lensSees(1.570795 - t) ? 1.0 : 0.0;\n"
-    "}\n";
-
-const char kSphereFragment[] =
-    "precision highp float;\n"
-    "varying vec2 vLookup;\n"
-    "varying float vSeen;\n" GLSL_YUV_TO_RGB
-    "void main() {\n"
-    "    if (vSeen < 0.5) discard;\n"
-    "    gl_FragColor = frameColour(vLookup);\n"
+    "    gl_FragColor = frameColour(fisheyeAboutLookup(domeAbout(p), fir, -1.0, 1.0));\n"
     "}\n";
 
 const char kBackFragment[] =
@@ -173,7 +159,7 @@ private:
     ViewProgram m_Points;
     GLint mPointSizeHandle = -1, mPointLightHandle = -1;
 
-    ViewMesh m_Dome;
+    ViewMesh m_Quad; // the bowl, drawn per pixel
     ViewMesh m_BackQuad;
     ViewMesh m_Stars; // the positions drawn, uploaded again when they change
     GlTexture m_BackTextures[3];
@@ -269,9 +255,7 @@ HalfSphere::HalfSphere(MDWord dwFEPlatform)
 
 MRESULT HalfSphere::Build()
 {
-    DomeParams params;
-    params.zScale = 0.97f;
-    DomeMesh::Upload(m_Dome, params);
+    UploadRayQuad(m_Quad);
     const float a = 4.0f * kDomeRadius, z = -2.0f * kDomeRadius;
     const float v[12] = {-a, -a, z, a, -a, z, -a, a, z, a, a, z};
     const float t[8] = {0, 1, 1, 1, 0, 0, 1, 0};
@@ -279,16 +263,18 @@ MRESULT HalfSphere::Build()
     initStars();
 
     MRESULT lRet = 0;
-    if (m_Sphere.Build("HalfSphere", kSphereVertex, kSphereFragment) != 0) lRet = -1;
+    if (m_Sphere.Build("HalfSphere", FISHEYE_GLSL_RAY_VERTEX, kSphereFragment) != 0) lRet = -1;
     const GLint radHandle = m_Sphere.Uniform("HalfSphere", "frad", "mRadHandle");
     maRatioHandle = m_Sphere.Uniform("HalfSphere", "fratio", "maRatioHandle");
     const GLint platformHandle = m_Sphere.Uniform("HalfSphere", "PlatFlag", "mFEPlatformHandle");
-    if (radHandle < 0 || maRatioHandle < 0 || platformHandle < 0 || !m_Lens.Find(m_Sphere, "HalfSphere")) lRet = -1;
+    const GLint domeHandle = m_Sphere.Uniform("HalfSphere", "domeScale", "mDomeScaleHandle");
+    if (radHandle < 0 || maRatioHandle < 0 || platformHandle < 0 || domeHandle < 0 || !m_Lens.Find(m_Sphere, "HalfSphere")) lRet = -1;
     if (lRet == 0) {
         // Constants of the view.
         m_Sphere.Use();
         glUniform1f(radHandle, fRad);
         glUniform1f(platformHandle, m_dwFEPlatform == 0 ? 0.0f : 1.0f);
+        glUniform3f(domeHandle, 1.0f, 1.0f, 0.97f); // the bowl's depth squeeze
         if (m_Back.Build("HalfSphere", FISHEYE_GLSL_DOME_VERTEX, kBackFragment) != 0) {
             MLogInfo("[%s] HalfSphere:: buildProgram error mbackaPositionHandle:%d. ", MLOG_TAG, m_Back.aPosition);
             lRet = -1;
@@ -318,8 +304,8 @@ MRESULT HalfSphere::Build()
         MMemFree(pPicture);
     }
 
-    // Without a mesh there is nothing to draw either.
-    if (lRet == 0 && !m_Dome) lRet = 3;
+    // Without its quad there is nothing to draw either.
+    if (lRet == 0 && !m_Quad) lRet = 3;
     return lRet;
 }
 
@@ -497,7 +483,8 @@ void HalfSphere::Draw(const Frame &f)
         setCameraView(m, fCamZ.load());
         RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
     };
-    DrawPass(m_Camera, camera, m_Sphere, m_Dome, f.pTextures, [&] {
+    DrawPass(m_Camera, camera, m_Sphere, m_Quad, f.pTextures, [&] {
+        SendRayMatrix(m_Sphere, m_Camera);
         glUniform1f(maRatioHandle, fRatio);
         m_Lens.Send(m_LensModel, m_nLensGeneration);
     });

@@ -12,20 +12,21 @@
 
 namespace {
 
-// The lens model narrowed towards the zenith by (1 - 0.2 t); fratio is 0 in
-// every draw. Signs (+, -): the picture is turned half a turn against the
-// half sphere's at equal angles.
+// Per pixel: the dome point the pane sees, then the lens model narrowed
+// towards the zenith by (1 - 0.2 t) at its latitude t (the bowl law of this
+// view); fratio is 0 in every draw. Signs (+, -): the picture is turned half
+// a turn against the half sphere's at equal angles.
 const char kFragment[] = "precision highp float;\n"
-                         "varying vec2 vTextureCoord;\n"
                          "uniform float frad;\n"
-                         "uniform float fratio;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW
+                         "uniform float fratio;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_DOME_HIT
                          "void main() {\n"
-                         "    float s = vTextureCoord.s;\n"
-                         "    float t = vTextureCoord.t;\n"
-                         "    float ftmp = (0.8 - 1.0) * t + 1.0 + fratio;\n"
+                         "    vec3 p;\n"
+                         "    if (!domeHit(p)) discard;\n"
+                         "    float t = domeLatitude(p);\n"
                          "    if (!lensSees(1.570795 - t)) discard;\n"
+                         "    float ftmp = (0.8 - 1.0) * t + 1.0 + fratio;\n"
                          "    float fir = ftmp * fisheyeLatitudeRadius(t, frad);\n"
-                         "    gl_FragColor = frameColour(fisheyeLensLookup(s, fir, 1.0, -1.0));\n"
+                         "    gl_FragColor = frameColour(fisheyeAboutLookup(domeAbout(p), fir, 1.0, -1.0));\n"
                          "}\n";
 
 const float kNear = 1.5f, kFar = 25.0f;
@@ -81,15 +82,17 @@ public:
 private:
     MRESULT Build() override
     {
-        DomeMesh::Upload(m_Dome, DomeParams());
-        const int failures = m_Program.Build("MultiView", FISHEYE_GLSL_DOME_VERTEX, kFragment);
+        UploadRayQuad(m_Quad);
+        const int failures = m_Program.Build("MultiView", FISHEYE_GLSL_RAY_VERTEX, kFragment);
         const GLint rad = m_Program.Uniform("MultiView", "frad", "mRadHandle");
         const GLint ratio = m_Program.Uniform("MultiView", "fratio", "maRatioHandle");
-        if (failures || rad < 0 || ratio < 0 || !m_Lens.Find(m_Program, "MultiView")) return -1;
+        const GLint dome = m_Program.Uniform("MultiView", "domeScale", "mDomeScaleHandle");
+        if (failures || rad < 0 || ratio < 0 || dome < 0 || !m_Lens.Find(m_Program, "MultiView")) return -1;
         m_Program.Use();
         glUniform1f(rad, kFisheyeLensRadius);
         glUniform1f(ratio, 0.0f);
-        return m_Dome ? 0 : 3;
+        glUniform3f(dome, 1.0f, 1.0f, 1.0f);
+        return m_Quad ? 0 : 3;
     }
 
     // Each pane's frustum has the window's proportions, which are also the
@@ -137,8 +140,10 @@ private:
             if (Cruising()) CruiseStep();
             RotTranMatrix::rotate(m.mVMatrix, zAngle[i].load() + kPaneOffset[i], 0.0f, 0.0f, 1.0f);
         };
-        DrawPass(m_Pane[i].camera, camera, m_Program, m_Dome, f.pTextures,
-                 [&] { m_Lens.Send(m_LensModel, m_nLensGeneration); });
+        DrawPass(m_Pane[i].camera, camera, m_Program, m_Quad, f.pTextures, [&] {
+            SendRayMatrix(m_Program, m_Pane[i].camera);
+            m_Lens.Send(m_LensModel, m_nLensGeneration);
+        });
     }
 
     // The pose from the tilt input: sideways at 0, straight down the axis at
@@ -273,7 +278,7 @@ private:
 
     ViewProgram m_Program;
     LensUniforms m_Lens;
-    ViewMesh m_Dome;
+    ViewMesh m_Quad;
     ViewPane m_Pane[4];
 
     Relaxed<float> zAngle[4];    // turn of each pane, degrees, 0..360
