@@ -71,6 +71,15 @@ static void Invert4(const float *m, float *out)
     for (int i = 0; i < 16; i++) out[i] = static_cast<float>(inv[i] / det);
 }
 
+bool SetDomeScale(const ViewProgram &program, const char *viewName, float x, float y, float z)
+{
+    const GLint dome = program.Uniform(viewName, "domeScale", "mDomeScaleHandle");
+    if (dome < 0) return false;
+    program.Use();
+    glUniform3f(dome, x, y, z);
+    return true;
+}
+
 void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m)
 {
     float inverse[16];

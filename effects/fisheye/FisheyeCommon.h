@@ -124,7 +124,9 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
 // at or below the rim plane z = 0. domeHit(p): the nearest point of it on
 // this fragment's ray between the near and far planes, in the unscaled
 // sphere (|p| = 6); false when the ray meets none (the fragment is then the
-// background). In the sphere's terms p = -6 (sin s cos t, cos s cos t,
+// background). A depth scale of 0 flattens the dome to the rim's disc: the
+// ray meets the plane z = 0, and p is the dome's point above (below) that
+// point of the disc. In the sphere's terms p = -6 (sin s cos t, cos s cos t,
 // sin t) with s the longitude and t the latitude the mesh was built on:
 // domeLatitude(p) is t (0 at the rim, pi/2 at the zenith, pi/2 - t off the
 // lens axis) and domeAbout(p) is (sin s, cos s), the direction about the
@@ -136,6 +138,14 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "varying vec4 vFar;\n"                                                           \
     "uniform vec3 domeScale;\n"                                                      \
     "bool domeHit(out vec3 p) {\n"                                                   \
+    "    if (domeScale.z < 1e-4) {\n"                                                \
+    "        vec3 n = vNear.xyz / vNear.w, e = vFar.xyz / vFar.w - n;\n"             \
+    "        if (e.z == 0.0) return false;\n"                                        \
+    "        float v = -n.z / e.z;\n"                                                \
+    "        vec2 q = (n.xy + v * e.xy) / domeScale.xy;\n"                           \
+    "        p = vec3(q, -sqrt(max(36.0 - dot(q, q), 0.0)));\n"                      \
+    "        return v >= 0.0 && v <= 1.0 && dot(q, q) <= 36.0;\n"                    \
+    "    }\n"                                                                        \
     "    vec3 o = vNear.xyz / (vNear.w * domeScale);\n"                              \
     "    vec3 d = vFar.xyz / (vFar.w * domeScale) - o;\n"                            \
     "    float a = dot(d, d), b = dot(o, d), c = dot(o, o) - 36.0;\n"                \
@@ -163,40 +173,35 @@ MRESULT UploadRayQuad(ViewMesh &mesh);
 // whole matrix (computed in double precision).
 void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m);
 
-// A map of the whole lens that lights what a pane sees. The map is drawn
-// with the pane's whole matrix of this frame in uMVPMatrixRect; a point is
-// lit (with `mode` 1) when it lies inside the pane's view volume, bounds
-// included: inside its viewport and between its near and far planes (x, y
-// and z within -1..1 after the division by |w|; a point behind the eye has
-// |z| beyond |w| and fails). Equidistant lens law, the views' sign pair.
-#define FISHEYE_GLSL_LIT_MAP_VERTEX                                       \
-    "uniform mat4 uMVPMatrix;\n"                                         \
-    "uniform mat4 uMVPMatrixRect;\n"                                     \
-    "attribute vec3 aPosition;\n"                                        \
-    "attribute vec2 aTexCoor;\n"                                         \
-    "varying vec2 vTextureCoord;\n"                                      \
-    "varying vec4 vPositionRect;\n"                                      \
-    "void main() {\n"                                                    \
-    "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"            \
-    "    vPositionRect = uMVPMatrixRect * vec4(aPosition, 1.0);\n"      \
-    "    vTextureCoord = aTexCoor;\n"                                    \
+// A map of the whole lens that lights what a pane sees, per pixel (with
+// FISHEYE_GLSL_RAY_VERTEX). uMVPMatrixRect is the pane's whole matrix of
+// this frame; a dome point the map shows is lit (with `mode` 1) when it lies
+// inside the pane's view volume, bounds included: inside its viewport and
+// between its near and far planes (x, y and z within -1..1 after the
+// division by |w|; a point behind the eye has |z| beyond |w| and fails).
+// The lens model, the views' sign pair (-, +).
+#define FISHEYE_GLSL_LIT_MAP_FRAGMENT                                              \
+    "precision highp float;\n"                                                    \
+    "uniform mat4 uMVPMatrixRect;\n"                                              \
+    "uniform float frad;\n"                                                       \
+    "uniform float mode;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_DOME_HIT \
+    "void main() {\n"                                                             \
+    "    vec3 p;\n"                                                               \
+    "    if (!domeHit(p)) discard;\n"                                            \
+    "    float t = domeLatitude(p);\n"                                            \
+    "    if (!lensSees(1.570795 - t)) discard;\n"                                \
+    "    float fir = fisheyeLatitudeRadius(t, frad);\n"                           \
+    "    vec4 c = frameColour(fisheyeAboutLookup(domeAbout(p), fir, -1.0, 1.0));\n" \
+    "    vec4 r = uMVPMatrixRect * vec4(p * domeScale, 1.0);\n"                  \
+    "    vec3 q = r.xyz / abs(r.w);\n"                                            \
+    "    if (mode == 1.0 && all(lessThanEqual(abs(q), vec3(1.0))))\n"            \
+    "        c += vec4(0.3, 0.3, 0.3, 1.0);\n"                                   \
+    "    gl_FragColor = c;\n"                                                     \
     "}\n"
 
-#define FISHEYE_GLSL_LIT_MAP_FRAGMENT                                     \
-    "precision highp float;\n"                                           \
-    "varying vec2 vTextureCoord;\n"                                      \
-    "varying vec4 vPositionRect;\n"                                      \
-    "uniform float frad;\n"                                              \
-    "uniform float mode;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW        \
-    "void main() {\n"                                                    \
-    "    if (!lensSees(1.570795 - vTextureCoord.t)) discard;\n"        \
-    "    float fir = fisheyeLatitudeRadius(vTextureCoord.t, frad);\n"  \
-    "    vec4 c = frameColour(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n" \
-    "    vec3 p = vPositionRect.xyz / abs(vPositionRect.w);\n"          \
-    "    if (mode == 1.0 && all(lessThanEqual(abs(p), vec3(1.0))))\n"  \
-    "        c += vec4(0.3, 0.3, 0.3, 1.0);\n"                          \
-    "    gl_FragColor = c;\n"                                            \
-    "}\n"
+// The dome scale of a program drawn per pixel (its domeScale uniform),
+// looked up and set once: the views whose dome never changes its shape.
+bool SetDomeScale(const ViewProgram &program, const char *viewName, float x, float y, float z);
 
 // The lens model's uniforms in one program. Find once after the build;
 // Send with the program in use before each draw: it sends only when the

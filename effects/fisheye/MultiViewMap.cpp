@@ -62,17 +62,17 @@ public:
 private:
     MRESULT Build() override
     {
-        DomeMesh::Upload(m_Dome, DomeParams());
-        m_Program.Build("MultiViewMap", FISHEYE_GLSL_LIT_MAP_VERTEX, FISHEYE_GLSL_LIT_MAP_FRAGMENT);
+        UploadRayQuad(m_Quad);
+        m_Program.Build("MultiViewMap", FISHEYE_GLSL_RAY_VERTEX, FISHEYE_GLSL_LIT_MAP_FRAGMENT);
         const char *where = "MultiViewMap";
         const GLint rad = m_Program.Uniform(where, "frad", "mRadHandle");
         muRect = m_Program.Uniform(where, "uMVPMatrixRect", "muMVPMatrixRectHandle");
-        const bool lens = m_Lens.Find(m_Program, where);
+        const bool lens = m_Lens.Find(m_Program, where) && SetDomeScale(m_Program, where, 1.0f, 1.0f, 1.0f);
         muMode = m_Program.Uniform(where, "mode", "muC2RModeHandle");
         if (rad < 0 || muRect < 0 || muMode < 0 || !lens) return -1;
         m_Program.Use();
         glUniform1f(rad, kFisheyeLensRadius);
-        return m_Dome ? 0 : 3;
+        return m_Quad ? 0 : 3;
     }
 
     // Two squares that touch, side by side and centred: in a window more
@@ -124,13 +124,15 @@ private:
         };
         auto map = [&](RotTranMatrix &m) { m.setLookAt(0.0f, 0.0f, kMapCamZ, 0.0f, 0.0f, -4.0f, 0.0f, 4.0f, -4.0f); };
         m_Pane[kPane].Apply();
-        DrawPass(m_Pane[kPane].camera, pane, m_Program, m_Dome, f.pTextures, [&] {
+        DrawPass(m_Pane[kPane].camera, pane, m_Program, m_Quad, f.pTextures, [&] {
+            SendRayMatrix(m_Program, m_Pane[kPane].camera);
             m_Lens.Send(m_LensModel, m_nLensGeneration);
             glUniform1f(muMode, 0.0f);
             glUniformMatrix4fv(muRect, 1, GL_FALSE, m_Pane[kPane].camera.mMVPMatrix);
         });
         m_Pane[kMap].Apply();
-        DrawPass(m_Pane[kMap].camera, map, m_Program, m_Dome, f.pTextures, [&] {
+        DrawPass(m_Pane[kMap].camera, map, m_Program, m_Quad, f.pTextures, [&] {
+            SendRayMatrix(m_Program, m_Pane[kMap].camera);
             m_Lens.Send(m_LensModel, m_nLensGeneration);
             glUniform1f(muMode, 1.0f);
             glUniformMatrix4fv(muRect, 1, GL_FALSE, m_Pane[kPane].camera.mMVPMatrix);
@@ -272,7 +274,7 @@ private:
     ViewProgram m_Program;
     GLint muRect = -1, muMode = -1;
     LensUniforms m_Lens;
-    ViewMesh m_Dome;
+    ViewMesh m_Quad;
     ViewPane m_Pane[2];
     // The map as touches see it: written by Project on the render thread,
     // read by touches and drags on the host's thread; single words, so a

@@ -11,14 +11,17 @@
 
 namespace {
 
-// The side panes: the lens model, s sign -, t sign +.
+// The side panes, per pixel: the dome (depth squeezed to 0.97) through the
+// lens model, s sign -, t sign +.
 const char kDomeFragment[] = "precision highp float;\n"
-                             "varying vec2 vTextureCoord;\n"
-                             "uniform float frad;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW
+                             "uniform float frad;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_DOME_HIT
                              "void main() {\n"
-                             "    if (!lensSees(1.570795 - vTextureCoord.t)) discard;\n"
-                             "    float fir = fisheyeLatitudeRadius(vTextureCoord.t, frad);\n"
-                             "    gl_FragColor = frameColour(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n"
+                             "    vec3 p;\n"
+                             "    if (!domeHit(p)) discard;\n"
+                             "    float t = domeLatitude(p);\n"
+                             "    if (!lensSees(1.570795 - t)) discard;\n"
+                             "    float fir = fisheyeLatitudeRadius(t, frad);\n"
+                             "    gl_FragColor = frameColour(fisheyeAboutLookup(domeAbout(p), fir, -1.0, 1.0));\n"
                              "}\n";
 
 // The panorama: an equirectangular unwrap of the lens per pixel. (s, t) of
@@ -62,18 +65,17 @@ public:
 private:
     MRESULT Build() override
     {
-        DomeParams dome;
-        dome.zScale = 0.97f;
-        if (DomeMesh::Upload(m_Dome, dome) != 0) MLogInfo("[%s] WallThreeView::Initialize no mesh", MLOG_TAG);
+        if (UploadRayQuad(m_Quad) != 0) MLogInfo("[%s] WallThreeView::Initialize no quad", MLOG_TAG);
         const float v[12] = {-kHalfWidth, -kHalfHeight, 0, kHalfWidth, -kHalfHeight, 0,
                              -kHalfWidth, kHalfHeight,  0, kHalfWidth, kHalfHeight,  0};
         const float t[8] = {0, 0, 1, 0, 0, 1, 1, 1};
         if (m_Rectangle.Upload(v, t, 4, GL_TRIANGLE_STRIP) != 0)
             MLogInfo("[%s] WallThreeView::Initialize no rectangle", MLOG_TAG);
-        int failures = m_DomeProgram.Build("WallThreeView", FISHEYE_GLSL_DOME_VERTEX, kDomeFragment);
+        int failures = m_DomeProgram.Build("WallThreeView", FISHEYE_GLSL_RAY_VERTEX, kDomeFragment);
+        if (!SetDomeScale(m_DomeProgram, "WallThreeView", 1.0f, 1.0f, 0.97f)) failures++;
         const GLint rad = m_DomeProgram.Uniform("WallThreeView", "frad", "mRadHandle");
         if (rad < 0 || !m_DomeLens.Find(m_DomeProgram, "WallThreeView")) failures++;
-        if (failures != 0 || !m_Dome) return 1;
+        if (failures != 0 || !m_Quad) return 1;
         m_DomeProgram.Use();
         glUniform1f(rad, kFisheyeLensRadius);
         m_PanoramaProgram.Build("WallThreeView", FISHEYE_GLSL_DOME_VERTEX, kPanoramaFragment); // a miss only logs
@@ -117,15 +119,17 @@ private:
             const float angle = i == kLeft ? -kViewLimit : kViewLimit;
             auto camera = [&](RotTranMatrix &m) { WallDomeCamera(m, kCamZ, shift, 0.0f, angle); };
             m_Pane[i].Viewport();
-            DrawPass(m_Camera[i], camera, m_DomeProgram, m_Dome, f.pTextures,
-                     [&] { m_DomeLens.Send(m_LensModel, m_nLensGeneration); });
+            DrawPass(m_Camera[i], camera, m_DomeProgram, m_Quad, f.pTextures, [&] {
+                SendRayMatrix(m_DomeProgram, m_Camera[i]);
+                m_DomeLens.Send(m_LensModel, m_nLensGeneration);
+            });
         }
     }
 
     ViewProgram m_DomeProgram;
     ViewProgram m_PanoramaProgram;
     LensUniforms m_DomeLens, m_PanoramaLens;
-    ViewMesh m_Dome;
+    ViewMesh m_Quad; // the side panes, drawn per pixel
     ViewMesh m_Rectangle;
     RotTranMatrix m_Camera[3] = {};
     WallPane m_Pane[3] = {};

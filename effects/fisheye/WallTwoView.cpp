@@ -63,16 +63,16 @@ public:
 private:
     MRESULT Build() override
     {
-        if (DomeMesh::Upload(m_Dome, DomeParams()) != 0) MLogInfo("[%s] WallTwoView::Initialize no mesh", MLOG_TAG);
-        m_Program.Build("WallTwoView", FISHEYE_GLSL_LIT_MAP_VERTEX, FISHEYE_GLSL_LIT_MAP_FRAGMENT);
+        if (UploadRayQuad(m_Quad) != 0) MLogInfo("[%s] WallTwoView::Initialize no quad", MLOG_TAG);
+        m_Program.Build("WallTwoView", FISHEYE_GLSL_RAY_VERTEX, FISHEYE_GLSL_LIT_MAP_FRAGMENT);
         const char *where = "WallTwoView";
         const GLint rad = m_Program.Uniform(where, "frad", "mRadHandle");
         muRect = m_Program.Uniform(where, "uMVPMatrixRect", "muMVPMatrixRectHandle");
-        const bool lens = m_Lens.Find(m_Program, where);
+        const bool lens = m_Lens.Find(m_Program, where) && SetDomeScale(m_Program, where, 1.0f, 1.0f, 1.0f);
         muMode = m_Program.Uniform(where, "mode", "mModeHandle");
         m_Program.Use();
         glUniform1f(rad, kFisheyeLensRadius);
-        return (rad < 0 || m_Program.uMVPMatrix < 0 || !lens || !m_Dome) ? 1 : 0;
+        return (rad < 0 || m_Program.uMVPMatrix < 0 || !lens || !m_Quad) ? 1 : 0;
     }
 
     // Two squares side by side, centred: as high as the window less a
@@ -120,12 +120,13 @@ private:
             const Pose &p = m_Pose[i];
             auto camera = [&](RotTranMatrix &m) { WallDomeCamera(m, p.camZ, p.tranZ, p.rotX, p.angle); };
             auto uniforms = [&] {
+                SendRayMatrix(m_Program, m_Camera[i]);
                 glUniformMatrix4fv(muRect, 1, GL_FALSE, i == 0 ? m_Camera[0].mMVPMatrix : rect);
                 glUniform1f(muMode, float(i));
                 m_Lens.Send(m_LensModel, m_nLensGeneration);
             };
             m_Pane[i].Viewport();
-            DrawPass(m_Camera[i], camera, m_Program, m_Dome, f.pTextures, uniforms);
+            DrawPass(m_Camera[i], camera, m_Program, m_Quad, f.pTextures, uniforms);
             if (i == 0)
                 for (int k = 0; k < 16; k++) rect[k] = m_Camera[0].mMVPMatrix[k];
         }
@@ -251,7 +252,7 @@ private:
     ViewProgram m_Program;
     GLint muRect = -1, muMode = -1;
     LensUniforms m_Lens;
-    ViewMesh m_Dome;
+    ViewMesh m_Quad;
     RotTranMatrix m_Camera[2] = {};
     WallPane m_Pane[2] = {};
     Pose m_Pose[2] = {};
