@@ -657,7 +657,9 @@ void ExpectWallDome(const Image &img, double scale)
     EXPECT_EQ(Surface(img.At(320 - 150, 180)), kLeftWall);
     EXPECT_EQ(Surface(img.At(320 + 150, 180)), kRightWall);
     EXPECT_EQ(Surface(img.At(320, 80)), kCeiling);
-    EXPECT_EQ(Surface(img.At(320, 280)), kFloor);
+    // (Magnified 1.5 times, the floor's label ends on row 282: the floor is
+    // read clear of its anti-aliased edge.)
+    EXPECT_EQ(Surface(img.At(320, scale > 1 ? 290 : 280)), kFloor);
     if (scale > 1) return;
     for (int y : {12, 348}) EXPECT_TRUE(IsBlack(img.At(320, y))) << "no cap at row " << y;
     for (int x : {320 - 192, 320 + 192}) EXPECT_TRUE(IsBlack(img.At(x, 180))) << "the dome reaches column " << x;

@@ -121,7 +121,10 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
 
 // The dome as a surface: the sphere of radius 6 about the origin, scaled by
 // domeScale along x, y and z (a view's depth squeeze or stretch), the half
-// at or below the rim plane z = 0. domeHit(p): the nearest point of it on
+// at or below the rim plane z = 0. The ray is solved against the ellipsoid
+// with its coordinates multiplied by domeScale.z / domeScale, the sphere of
+// radius 6 domeScale.z: the terms stay of the size of the scene also for a
+// dome stretched nearly flat. domeHit(p): the nearest point of it on
 // this fragment's ray between the near and far planes, in the unscaled
 // sphere (|p| = 6); false when the ray meets none (the fragment is then the
 // background). A depth scale of 0 flattens the dome to the rim's disc: the
@@ -138,23 +141,24 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "varying vec4 vFar;\n"                                                           \
     "uniform vec3 domeScale;\n"                                                      \
     "bool domeHit(out vec3 p) {\n"                                                   \
+    "    vec3 o = vNear.xyz / vNear.w, d = vFar.xyz / vFar.w - o;\n"                 \
     "    if (domeScale.z < 1e-4) {\n"                                                \
-    "        vec3 n = vNear.xyz / vNear.w, e = vFar.xyz / vFar.w - n;\n"             \
-    "        if (e.z == 0.0) return false;\n"                                        \
-    "        float v = -n.z / e.z;\n"                                                \
-    "        vec2 q = (n.xy + v * e.xy) / domeScale.xy;\n"                           \
+    "        if (d.z == 0.0) return false;\n"                                        \
+    "        float v = -o.z / d.z;\n"                                                \
+    "        vec2 q = (o.xy + v * d.xy) / domeScale.xy;\n"                           \
     "        p = vec3(q, -sqrt(max(36.0 - dot(q, q), 0.0)));\n"                      \
     "        return v >= 0.0 && v <= 1.0 && dot(q, q) <= 36.0;\n"                    \
     "    }\n"                                                                        \
-    "    vec3 o = vNear.xyz / (vNear.w * domeScale);\n"                              \
-    "    vec3 d = vFar.xyz / (vFar.w * domeScale) - o;\n"                            \
-    "    float a = dot(d, d), b = dot(o, d), c = dot(o, o) - 36.0;\n"                \
+    "    vec3 k = domeScale.z / domeScale;\n"                                        \
+    "    vec3 ok = o * k, dk = d * k;\n"                                             \
+    "    float R = 6.0 * domeScale.z;\n"                                             \
+    "    float a = dot(dk, dk), b = dot(ok, dk), c = dot(ok, ok) - R * R;\n"         \
     "    float q = b * b - a * c;\n"                                                 \
     "    if (q < 0.0) return false;\n"                                              \
     "    q = sqrt(q);\n"                                                             \
     "    float u = (-b - q) / a;\n"                                                  \
-    "    p = o + u * d;\n"                                                           \
-    "    if (u < 0.0 || p.z > 0.0) { u = (-b + q) / a; p = o + u * d; }\n"          \
+    "    if (u < 0.0 || o.z + u * d.z > 0.0) u = (-b + q) / a;\n"                   \
+    "    p = (o + u * d) / domeScale;\n"                                             \
     "    return u >= 0.0 && u <= 1.0 && p.z <= 0.0;\n"                               \
     "}\n"                                                                            \
     "float domeLatitude(vec3 p) { return atan(-p.z, length(p.xy)); }\n"              \

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "FisheyeCommon.h"
+#include "MLog.h"
 
 namespace {
 
@@ -348,11 +349,10 @@ void WallPaneView::DoubleTap(float, float)
 
 bool WallPaneView::BuildStretched(const char *fragment)
 {
-    m_Program.Build(m_szViewName, WALL_GLSL_STRETCH_VERTEX, fragment);
-    muXCoff = m_Program.Uniform(m_szViewName, "xCoff", "xCoff");
-    muYCoff = m_Program.Uniform(m_szViewName, "yCoff", "yCoff");
-    muZCoff = m_Program.Uniform(m_szViewName, "zCoff", "zCoff");
-    return muXCoff >= 0 && muYCoff >= 0 && muZCoff >= 0;
+    if (UploadRayQuad(m_Quad) != 0) MLogInfo("[%s] %s::Initialize no quad", MLOG_TAG, m_szViewName);
+    m_Program.Build(m_szViewName, FISHEYE_GLSL_RAY_VERTEX, fragment);
+    muDomeScale = m_Program.Uniform(m_szViewName, "domeScale", "mDomeScaleHandle");
+    return muDomeScale >= 0 && m_Quad;
 }
 
 void WallPaneView::DrawStretched(const Frame &f)
@@ -361,10 +361,9 @@ void WallPaneView::DrawStretched(const Frame &f)
     const WallStretch s = m_Cam.Drawn().stretch;
     auto camera = [&](RotTranMatrix &m) { m_Cam.Apply(m, scale); };
     auto uniforms = [&] {
-        glUniform1f(muXCoff, s.x);
-        glUniform1f(muYCoff, s.y);
-        glUniform1f(muZCoff, s.z);
+        SendRayMatrix(m_Program, m_Camera);
+        glUniform3f(muDomeScale, s.x, s.y, s.z);
         m_Lens.Send(m_LensModel, m_nLensGeneration);
     };
-    DrawPass(m_Camera, camera, m_Program, m_Dome, f.pTextures, uniforms);
+    DrawPass(m_Camera, camera, m_Program, m_Quad, f.pTextures, uniforms);
 }
