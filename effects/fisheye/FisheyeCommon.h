@@ -5,13 +5,12 @@
 // texture square, centre (0.5, 0.5), radius 0.5. A view only adds its own
 // geometry variant, camera and constants on top of this toolkit:
 //
-//   DomeMesh          the tessellated hemisphere (134 x 34 cells, 27,336
-//                     vertices), built once per view into a buffer object,
-//                     optionally with a per-vertex hook for views that
-//                     compute their own texture coordinates.
-//   FISHEYE_GLSL_*    shader pieces: the dome vertex shader, the
-//                     equidistant lens law and its lookup (the colour
+//   FISHEYE_GLSL_*    shader stages: the lens model (one for every view,
+//                     LensUniforms sends it), the ray of a pane drawn per
+//                     pixel and the dome it meets, the lit map (the colour
 //                     conversion is GLSL_YUV_TO_RGB, shared with every view).
+//   UploadRayQuad,    the quad and the inverse matrix of a pane drawn per
+//   SendRayMatrix     pixel: its cost follows its pixels.
 //   TwoPositionZoom   the wide/close double-tap state machine.
 //   FisheyeBowlView   the camera of the views that look into the bowl.
 //   ViewPane          one pane of a multi-pane view: its viewport and camera.
@@ -30,18 +29,17 @@
 static const float kFisheyeLensRadius = 0.998f;
 // Window pixels to gesture units.
 static const float TOUCH_SCALE_FACTOR = 0.1125f;
-// Dome mesh defaults: longitude over 2 x span, latitude over span / 2.
-static const float kDomeSpan = 3.14159f;     // 0x40490FD0
-static const float kDomeStep = 0.04712385f;  // 0x3D4104F0, 2.7 degrees
+// The dome's radius in world units (the shaders' 6.0).
 static const float kDomeRadius = 6.0f;
 // Degrees to radians as the cameras convert them.
 static const float kFisheyeDegToRad = 3.14159f / 180.0f;
 
 // ------------------------------------------------------- shader pieces
 
-// Dome vertex shader: positions in world units, texture coordinates are the
-// raw (longitude, latitude) angles that the fragment shader maps to the lens.
-#define FISHEYE_GLSL_DOME_VERTEX                                  \
+// The vertex shader of the flat meshes the views still draw (the wall
+// panorama's rectangle, the half sphere's cloud): positions through
+// uMVPMatrix, texture coordinates passed on.
+#define FISHEYE_GLSL_MESH_VERTEX                                  \
     "uniform mat4 uMVPMatrix;\n"                                  \
     "attribute vec3 aPosition;\n"                                 \
     "attribute vec2 aTexCoor;\n"                                  \
@@ -82,16 +80,10 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
 // The dome's radial lookup. fisheyeLatitudeRadius: radius (fraction of half
 // the texture) of latitude t (0 at the rim, pi/2 at the zenith, so the
 // direction is pi/2 - t off the axis) on a lens circle of radius rad.
-// fisheyeLensLookup: the texture point of longitude s at radius fir, with the
-// view's sign pair, which sets the handedness of the picture.
 #define FISHEYE_GLSL_LENS_LAW                                                   \
     FISHEYE_GLSL_LENS_MODEL                                                     \
     "float fisheyeLatitudeRadius(float t, float rad) {\n"                       \
     "    return rad * lensRadius(1.570795 - t);\n"                              \
-    "}\n"                                                                       \
-    "vec2 fisheyeLensLookup(float s, float fir, float signS, float signT) {\n" \
-    "    return vec2(0.5 + signS * fir * sin(s) / 2.0,\n"                       \
-    "                0.5 + signT * fir * cos(s) / 2.0);\n"                      \
     "}\n"
 
 // ------------------------------------------------- views drawn per pixel
@@ -134,8 +126,8 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
 // domeLatitude(p) is t (0 at the rim, pi/2 at the zenith, pi/2 - t off the
 // lens axis) and domeAbout(p) is (sin s, cos s), the direction about the
 // axis. fisheyeAboutLookup: the texture point at radius fir in direction
-// (sin s, cos s) with the view's sign pair (fisheyeLensLookup's, without
-// the angle).
+// (sin s, cos s), with the view's sign pair, which sets the handedness of
+// the picture.
 #define FISHEYE_GLSL_DOME_HIT                                                        \
     "varying vec4 vNear;\n"                                                          \
     "varying vec4 vFar;\n"                                                           \
@@ -219,41 +211,6 @@ public:
 private:
     GLint m_Law = -1, m_K = -1, m_Scale = -1, m_HalfFov = -1;
     unsigned m_Sent = 0; // no generation is 0
-};
-
-// ------------------------------------------------------------ dome mesh
-
-struct DomeParams {
-    float span = kDomeSpan;
-    float step = kDomeStep;
-    float radius = kDomeRadius;
-    float zScale = 1.0f; // the half sphere and the wall overview squeeze depth to 0.97
-};
-
-// Fills one vertex: position (3 floats) and texture coordinate (2 floats) of
-// the angle pair (a, b), longitude and latitude in radians.
-typedef void (*DomeVertexFn)(double a, double b, const DomeParams &params, float *pos, float *tex, void *user);
-
-// The standard vertex: -radius * (sin a cos b, cos a cos b, zScale sin b),
-// texture coordinate (a, b). The rim lies in z = 0, the zenith at -radius.
-void DomeStandardVertex(double a, double b, const DomeParams &params, float *pos, float *tex, void *user);
-
-struct DomeMesh {
-    float *pVertices = nullptr;  // 3 floats a vertex
-    float *pTexCoords = nullptr; // 2 floats a vertex
-    MLong nVertexCount = 0;
-
-    // Cells: floor(2 span / step) + 1 columns by floor(span / (2 step)) + 1
-    // rows, six vertices a cell; the last column and row run past the range
-    // so that the mesh overlaps at the seam and crosses the pole. Returns 0,
-    // or 3 when memory can't be had (the mesh is then empty).
-    MRESULT Build(const DomeParams &params, DomeVertexFn fn = DomeStandardVertex, void *user = nullptr);
-    void Free();
-    static MLong Capacity(const DomeParams &params);
-    // Builds the dome and uploads it into `mesh` (triangles); the arrays
-    // here are freed again. Returns 0, or 3 when it can't be had.
-    static MRESULT Upload(ViewMesh &mesh, const DomeParams &params, DomeVertexFn fn = DomeStandardVertex,
-                          void *user = nullptr);
 };
 
 // -------------------------------------------------------------- camera

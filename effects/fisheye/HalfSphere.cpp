@@ -275,7 +275,7 @@ MRESULT HalfSphere::Build()
         glUniform1f(radHandle, fRad);
         glUniform1f(platformHandle, m_dwFEPlatform == 0 ? 0.0f : 1.0f);
         glUniform3f(domeHandle, 1.0f, 1.0f, 0.97f); // the bowl's depth squeeze
-        if (m_Back.Build("HalfSphere", FISHEYE_GLSL_DOME_VERTEX, kBackFragment) != 0) {
+        if (m_Back.Build("HalfSphere", FISHEYE_GLSL_MESH_VERTEX, kBackFragment) != 0) {
             MLogInfo("[%s] HalfSphere:: buildProgram error mbackaPositionHandle:%d. ", MLOG_TAG, m_Back.aPosition);
             lRet = -1;
         }

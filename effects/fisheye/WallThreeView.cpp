@@ -78,7 +78,7 @@ private:
         if (failures != 0 || !m_Quad) return 1;
         m_DomeProgram.Use();
         glUniform1f(rad, kFisheyeLensRadius);
-        m_PanoramaProgram.Build("WallThreeView", FISHEYE_GLSL_DOME_VERTEX, kPanoramaFragment); // a miss only logs
+        m_PanoramaProgram.Build("WallThreeView", FISHEYE_GLSL_MESH_VERTEX, kPanoramaFragment); // a miss only logs
         m_PanoramaLens.Find(m_PanoramaProgram, "WallThreeView");
         return 0;
     }
