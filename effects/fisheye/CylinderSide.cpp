@@ -25,7 +25,7 @@ const char kVertex[] = "uniform mat4 uMVPMatrix;\n"
 // of the texture with the default lens) to 18 degrees off it (0.0991), each
 // row a fixed angle off the axis whose radius the lens model gives;
 // fPt_L..fPt_B place the lens square.
-const char kFragment[] = "precision highp float;\n"
+const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                          "varying vec4 vTextureCoord;\n"
                          "uniform float fPt_Zm;\n"
                          "uniform float fPt_L;\n"
@@ -43,7 +43,7 @@ const char kFragment[] = "precision highp float;\n"
                          "    if (!seen || p.x < 0.0 || p.x > 1.0 || p.y < 0.0 || p.y > 1.0)\n"
                          "        gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
                          "    else\n"
-                         "        gl_FragColor = frameColour(p);\n"
+                         "        gl_FragColor = lensColour(p);\n"
                          "}\n";
 
 // Strip half extents in world units: at the close position (eye 1.15 from
@@ -124,7 +124,7 @@ private:
         auto camera = [&](RotTranMatrix &m) { m.setLookAt(0.0f, 0.0f, fTz.load() + 2.0f, 0, 0, 0, 0, 1, 0); };
         auto uniforms = [&] {
             glUniform1f(muZoom, mfZoom.load());
-            m_Lens.Send(m_LensModel, m_nLensGeneration);
+            m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
         };
         DrawPass(m_Camera, camera, m_Program, m_Strip, f.pTextures, uniforms);
     }

@@ -28,7 +28,7 @@ namespace {
 // goes through the lens model. frad is the lens radius negated, which shows
 // the picture upright from outside; the dome's s is mirrored (texScale -1,
 // texOffset 1).
-const char kFragment[] = "precision highp float;\n"
+const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                          "varying vec4 vNear;\n"
                          "varying vec4 vFar;\n"
                          "uniform float shapeDome;\n"
@@ -67,7 +67,7 @@ const char kFragment[] = "precision highp float;\n"
                          "    float r = frad * lensRadius(theta);\n"
                          "    float len = length(p.xy);\n"
                          "    vec2 about = len > 0.0 ? -p.xy / len : vec2(0.0, 1.0);\n"
-                         "    gl_FragColor = frameColour(vec2((about.x * r + 1.0) * texScale * 0.5 + texOffset,\n"
+                         "    gl_FragColor = lensColour(vec2((about.x * r + 1.0) * texScale * 0.5 + texOffset,\n"
                          "                                    (about.y * r + 1.0) * 0.5));\n"
                          "}\n";
 
@@ -201,7 +201,7 @@ private:
         };
         DrawPass(m_Camera, camera, m_Program, m_Quad, f.pTextures, [&] {
             SendRayMatrix(m_Program, m_Camera);
-            m_Lens.Send(m_LensModel, m_nLensGeneration);
+            m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
         });
     }
 

@@ -7,6 +7,20 @@
 
 // ----------------------------------------------------------- lens model
 
+bool FootprintUniform::Find(const ViewProgram &program, const char *viewName)
+{
+    m_Texel = program.Uniform(viewName, "lensTexel", "mLensTexelHandle");
+    m_Width = m_Height = 0;
+    return m_Texel >= 0;
+}
+
+void FootprintUniform::Send(MLong width, MLong height)
+{
+    if (width <= 0 || height <= 0 || (width == m_Width && height == m_Height)) return;
+    glUniform2f(m_Texel, 1.0f / float(width), 1.0f / float(height));
+    m_Width = width, m_Height = height;
+}
+
 bool LensUniforms::Find(const ViewProgram &program, const char *viewName)
 {
     m_Law = program.Uniform(viewName, "lensLaw", "mLensLawHandle");
@@ -14,11 +28,13 @@ bool LensUniforms::Find(const ViewProgram &program, const char *viewName)
     m_Scale = program.Uniform(viewName, "lensScale", "mLensScaleHandle");
     m_HalfFov = program.Uniform(viewName, "lensHalfFov", "mLensHalfFovHandle");
     m_Sent = 0;
-    return m_Law >= 0 && m_K >= 0 && m_Scale >= 0 && m_HalfFov >= 0;
+    const bool footprint = m_Footprint.Find(program, viewName);
+    return m_Law >= 0 && m_K >= 0 && m_Scale >= 0 && m_HalfFov >= 0 && footprint;
 }
 
-void LensUniforms::Send(const ZT5LensModel &model, unsigned generation)
+void LensUniforms::Send(const ZT5LensModel &model, unsigned generation, MLong boxWidth, MLong boxHeight)
 {
+    m_Footprint.Send(boxWidth, boxHeight);
     if (generation == m_Sent) return;
     const ZT5LensModel m = LensLawNormalised(model);
     glUniform1f(m_Law, float(m.dwLaw));

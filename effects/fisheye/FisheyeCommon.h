@@ -49,6 +49,44 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "    vTextureCoord = aTexCoor;\n"                             \
     "}\n"
 
+// The head of a fisheye fragment shader: the derivatives extension where
+// the driver has it (the footprint sampler below needs it), then highp.
+#define FISHEYE_GLSL_FRAGMENT_HEAD                                  \
+    "#ifdef GL_OES_standard_derivatives\n"                         \
+    "#extension GL_OES_standard_derivatives : enable\n"            \
+    "#endif\n"                                                     \
+    "precision highp float;\n"
+
+// Sampling by the pixel's footprint (after GLSL_YUV_TO_RGB): lensColour(p)
+// is frameColour(p) where a pixel covers up to 7 texels of the lens box (a
+// close view, or one that shrinks the picture a few times: one bilinear
+// tap), and where the view shrinks the picture more (a tile of a wall of
+// displays fed a large frame) the mean of 4 x 4 taps at the centres of the
+// sixteenths of the pixel's footprint, the parallelogram spanned by p's
+// derivatives across the pixel (dFdx, dFdy),
+// so that fine detail doesn't flicker while the view turns. A footprint
+// of more than 24 texels is no footprint but an edge of the view's surface
+// (a neighbour in the 2 x 2 block of pixels the derivatives come from
+// missed it: its point is the zenith, which domeHit leaves for a miss):
+// one tap. lensTexel is the size of a texel of the luma plane in texture
+// units (FootprintUniform). Without the derivatives extension, one tap.
+#define FISHEYE_GLSL_FOOTPRINT                                                          \
+    "uniform vec2 lensTexel;\n"                                                        \
+    "vec4 lensColour(vec2 p) {\n"                                                      \
+    "#ifdef GL_OES_standard_derivatives\n"                                             \
+    "    vec2 dx = dFdx(p), dy = dFdy(p);\n"                                           \
+    "    float texels = max(length(dx / lensTexel), length(dy / lensTexel));\n"         \
+    "    if (texels > 7.0 && texels < 24.0) {\n"                                       \
+    "        vec4 sum = vec4(0.0);\n"                                                     \
+    "        for (int i = 0; i < 4; i++)\n"                                               \
+    "            for (int j = 0; j < 4; j++)\n"                                           \
+    "                sum += frameColour(p + (float(i) - 1.5) / 4.0 * dx + (float(j) - 1.5) / 4.0 * dy);\n" \
+    "        return sum / 16.0;\n"                                                        \
+    "    }\n"                                                                             \
+    "#endif\n"                                                                         \
+    "    return frameColour(p);\n"                                                     \
+    "}\n"
+
 // The lens model (LensLaw.h, the same arithmetic on the processor):
 // lensRadius(theta) is the fraction of the lens circle's radius at which a
 // direction theta (radians off the lens axis) lands, f(theta) * lensScale
@@ -59,8 +97,10 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
 // dome mesh's last row runs past the zenith) lands on the other side of the
 // centre, as a negative radius does in the lookup. lensSees(theta): the
 // lens sees the direction (up to half its field of view); where it doesn't,
-// a view shows its background. The uniforms are LensUniforms'.
+// a view shows its background. The uniforms are LensUniforms'; the stage
+// brings the footprint sampler with it.
 #define FISHEYE_GLSL_LENS_MODEL                                                          \
+    FISHEYE_GLSL_FOOTPRINT                                                               \
     "uniform float lensLaw;\n"                                                          \
     "uniform vec4 lensK;\n"                                                             \
     "uniform float lensScale;\n"                                                        \
@@ -133,6 +173,7 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "varying vec4 vFar;\n"                                                           \
     "uniform vec3 domeScale;\n"                                                      \
     "bool domeHit(out vec3 p) {\n"                                                   \
+    "    p = vec3(0.0, 0.0, -6.0);\n"                                                \
     "    vec3 o = vNear.xyz / vNear.w, d = vFar.xyz / vFar.w - o;\n"                 \
     "    if (domeScale.z < 1e-4) {\n"                                                \
     "        if (d.z == 0.0) return false;\n"                                        \
@@ -177,7 +218,7 @@ void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m);
 // division by |w|; a point behind the eye has |z| beyond |w| and fails).
 // The lens model, the views' sign pair (-, +).
 #define FISHEYE_GLSL_LIT_MAP_FRAGMENT                                              \
-    "precision highp float;\n"                                                    \
+    FISHEYE_GLSL_FRAGMENT_HEAD                                                     \
     "uniform mat4 uMVPMatrixRect;\n"                                              \
     "uniform float frad;\n"                                                       \
     "uniform float mode;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_DOME_HIT \
@@ -187,7 +228,7 @@ void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m);
     "    float t = domeLatitude(p);\n"                                            \
     "    if (!lensSees(1.570795 - t)) discard;\n"                                \
     "    float fir = fisheyeLatitudeRadius(t, frad);\n"                           \
-    "    vec4 c = frameColour(fisheyeAboutLookup(domeAbout(p), fir, -1.0, 1.0));\n" \
+    "    vec4 c = lensColour(fisheyeAboutLookup(domeAbout(p), fir, -1.0, 1.0));\n" \
     "    vec4 r = uMVPMatrixRect * vec4(p * domeScale, 1.0);\n"                  \
     "    vec3 q = r.xyz / abs(r.w);\n"                                            \
     "    if (mode == 1.0 && all(lessThanEqual(abs(q), vec3(1.0))))\n"            \
@@ -199,18 +240,33 @@ void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m);
 // looked up and set once: the views whose dome never changes its shape.
 bool SetDomeScale(const ViewProgram &program, const char *viewName, float x, float y, float z);
 
-// The lens model's uniforms in one program. Find once after the build;
-// Send with the program in use before each draw: it sends only when the
-// model has changed since (the generation of GlesRenderEffect).
+// The footprint sampler's texel size in one program: Find once after the
+// build, Send with the program in use before each draw (the lens box's size
+// in pixels, the frame's); sent when it changes.
+class FootprintUniform {
+public:
+    bool Find(const ViewProgram &program, const char *viewName);
+    void Send(MLong width, MLong height);
+
+private:
+    GLint m_Texel = -1;
+    MLong m_Width = 0, m_Height = 0;
+};
+
+// The lens model's uniforms in one program, the footprint's among them.
+// Find once after the build; Send with the program in use before each draw:
+// it sends the model only when it has changed since (the generation of
+// GlesRenderEffect), the texel size when the lens box's size has.
 class LensUniforms {
 public:
-    // Looks the four uniforms up (a miss is logged). False when one is absent.
+    // Looks the uniforms up (a miss is logged). False when one is absent.
     bool Find(const ViewProgram &program, const char *viewName);
-    void Send(const ZT5LensModel &model, unsigned generation);
+    void Send(const ZT5LensModel &model, unsigned generation, MLong boxWidth, MLong boxHeight);
 
 private:
     GLint m_Law = -1, m_K = -1, m_Scale = -1, m_HalfFov = -1;
     unsigned m_Sent = 0; // no generation is 0
+    FootprintUniform m_Footprint;
 };
 
 // -------------------------------------------------------------- camera

@@ -25,7 +25,7 @@ namespace {
 // as fratio rises with the eye distance, at the point's latitude t. Where
 // no point of the bowl is seen the backdrop stays.
 const char kSphereFragment[] =
-    "precision highp float;\n"
+    FISHEYE_GLSL_FRAGMENT_HEAD
     "uniform float frad;\n"
     "uniform float fratio;\n"
     "uniform float PlatFlag;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_DOME_HIT
@@ -46,7 +46,7 @@ const char kSphereFragment[] =
     "        float frat = fratio * m3 / tm + 1.0 - m3;\n"
     "        fir = frat * fir2 + (1.0 - frat) * frad * ftmp * (1.0 - sin(t));\n"
     "    }\n"
-    "    gl_FragColor = frameColour(fisheyeAboutLookup(domeAbout(p), fir, -1.0, 1.0));\n"
+    "    gl_FragColor = lensColour(fisheyeAboutLookup(domeAbout(p), fir, -1.0, 1.0));\n"
     "}\n";
 
 const char kBackFragment[] =
@@ -486,7 +486,7 @@ void HalfSphere::Draw(const Frame &f)
     DrawPass(m_Camera, camera, m_Sphere, m_Quad, f.pTextures, [&] {
         SendRayMatrix(m_Sphere, m_Camera);
         glUniform1f(maRatioHandle, fRatio);
-        m_Lens.Send(m_LensModel, m_nLensGeneration);
+        m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
     });
 }
 

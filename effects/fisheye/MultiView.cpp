@@ -16,7 +16,7 @@ namespace {
 // towards the zenith by (1 - 0.2 t) at its latitude t (the bowl law of this
 // view); fratio is 0 in every draw. Signs (+, -): the picture is turned half
 // a turn against the half sphere's at equal angles.
-const char kFragment[] = "precision highp float;\n"
+const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                          "uniform float frad;\n"
                          "uniform float fratio;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_DOME_HIT
                          "void main() {\n"
@@ -26,7 +26,7 @@ const char kFragment[] = "precision highp float;\n"
                          "    if (!lensSees(1.570795 - t)) discard;\n"
                          "    float ftmp = (0.8 - 1.0) * t + 1.0 + fratio;\n"
                          "    float fir = ftmp * fisheyeLatitudeRadius(t, frad);\n"
-                         "    gl_FragColor = frameColour(fisheyeAboutLookup(domeAbout(p), fir, 1.0, -1.0));\n"
+                         "    gl_FragColor = lensColour(fisheyeAboutLookup(domeAbout(p), fir, 1.0, -1.0));\n"
                          "}\n";
 
 const float kNear = 1.5f, kFar = 25.0f;
@@ -142,7 +142,7 @@ private:
         };
         DrawPass(m_Pane[i].camera, camera, m_Program, m_Quad, f.pTextures, [&] {
             SendRayMatrix(m_Program, m_Pane[i].camera);
-            m_Lens.Send(m_LensModel, m_nLensGeneration);
+            m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
         });
     }
 

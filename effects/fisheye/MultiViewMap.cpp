@@ -126,14 +126,14 @@ private:
         m_Pane[kPane].Apply();
         DrawPass(m_Pane[kPane].camera, pane, m_Program, m_Quad, f.pTextures, [&] {
             SendRayMatrix(m_Program, m_Pane[kPane].camera);
-            m_Lens.Send(m_LensModel, m_nLensGeneration);
+            m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
             glUniform1f(muMode, 0.0f);
             glUniformMatrix4fv(muRect, 1, GL_FALSE, m_Pane[kPane].camera.mMVPMatrix);
         });
         m_Pane[kMap].Apply();
         DrawPass(m_Pane[kMap].camera, map, m_Program, m_Quad, f.pTextures, [&] {
             SendRayMatrix(m_Program, m_Pane[kMap].camera);
-            m_Lens.Send(m_LensModel, m_nLensGeneration);
+            m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
             glUniform1f(muMode, 1.0f);
             glUniformMatrix4fv(muRect, 1, GL_FALSE, m_Pane[kPane].camera.mMVPMatrix);
         });

@@ -16,7 +16,7 @@ namespace {
 // t sign -. The caps: two planes through the stretched dome (q is the
 // point there), fixed to it before any camera motion, so that the black
 // edges move with the picture.
-const char kFragment[] = "precision highp float;\n"
+const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                          "uniform float frad;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_DOME_HIT
                          "void main() {\n"
                          "    vec3 p;\n"
@@ -29,7 +29,7 @@ const char kFragment[] = "precision highp float;\n"
                          "    float t = domeLatitude(p);\n"
                          "    if (!lensSees(1.570795 - t)) discard;\n"
                          "    float fir = fisheyeLatitudeRadius(t, frad);\n"
-                         "    gl_FragColor = frameColour(fisheyeAboutLookup(domeAbout(p), fir, 1.0, -1.0));\n"
+                         "    gl_FragColor = lensColour(fisheyeAboutLookup(domeAbout(p), fir, 1.0, -1.0));\n"
                          "}\n";
 
 const float kPinchStep = 0.115425f;

@@ -21,8 +21,9 @@ namespace {
 // aspect, and only the band t in 0..1 lies in the picture. The picture is
 // mirrored left to right, against the mirror of the dome seen from its
 // front. Black: what lies outside the picture, and outside an ellipse
-// through s = 0.5 +- 0.4725 at mid-height (the lens's dark rim).
-const char kFragment[] = "precision highp float;\n"
+// through s = 0.5 +- 0.4725 at mid-height (the lens's dark rim). One tap, as
+// the plain view shows a frame: wide, this is the picture itself.
+const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                          "uniform float aspect;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_DOME_HIT
                          "void main() {\n"
                          "    vec3 q;\n"
@@ -99,8 +100,8 @@ private:
         // The lens box is the circle's width by the picture's height.
         const float aspect = f.videoWidth > 0 && f.videoHeight > 0 ? float(f.videoWidth) / float(f.videoHeight)
                                                                    : kDefaultAspect;
+        m_Program.Use();
         if (aspect != m_fAspect) {
-            m_Program.Use();
             glUniform1f(muAspect, aspect);
             m_fAspect = aspect;
         }

@@ -13,7 +13,7 @@ namespace {
 
 // The side panes, per pixel: the dome (depth squeezed to 0.97) through the
 // lens model, s sign -, t sign +.
-const char kDomeFragment[] = "precision highp float;\n"
+const char kDomeFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                              "uniform float frad;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_DOME_HIT
                              "void main() {\n"
                              "    vec3 p;\n"
@@ -21,7 +21,7 @@ const char kDomeFragment[] = "precision highp float;\n"
                              "    float t = domeLatitude(p);\n"
                              "    if (!lensSees(1.570795 - t)) discard;\n"
                              "    float fir = fisheyeLatitudeRadius(t, frad);\n"
-                             "    gl_FragColor = frameColour(fisheyeAboutLookup(domeAbout(p), fir, -1.0, 1.0));\n"
+                             "    gl_FragColor = lensColour(fisheyeAboutLookup(domeAbout(p), fir, -1.0, 1.0));\n"
                              "}\n";
 
 // The panorama: an equirectangular unwrap of the lens per pixel. (s, t) of
@@ -30,7 +30,7 @@ const char kDomeFragment[] = "precision highp float;\n"
 // lens model (0.5 at half its field of view, the rim), its angle about the axis
 // the direction in the picture. A lens wider than 180 degrees shows the
 // part of the sphere behind the lens plane too.
-const char kPanoramaFragment[] = "precision highp float;\n"
+const char kPanoramaFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                                  "varying vec2 vTextureCoord;\n" GLSL_YUV_TO_RGB FISHEYE_GLSL_LENS_MODEL
                                  "void main() {\n"
                                  "    float latitude = 3.1415927 * vTextureCoord.s;\n"
@@ -41,7 +41,7 @@ const char kPanoramaFragment[] = "precision highp float;\n"
                                  "    float theta = acos(clamp(d.z, -1.0, 1.0));\n"
                                  "    if (!lensSees(theta)) discard;\n"
                                  "    float p = 0.5 * lensRadius(theta);\n"
-                                 "    gl_FragColor = frameColour(vec2(p * cos(phi) + 0.5, p * sin(phi) + 0.5));\n"
+                                 "    gl_FragColor = lensColour(vec2(p * cos(phi) + 0.5, p * sin(phi) + 0.5));\n"
                                  "}\n";
 
 const float kDomeNear = 1.5f, kDomeFar = 25.0f;
@@ -110,7 +110,7 @@ private:
             };
             m_Pane[kPanorama].Viewport();
             DrawPass(m_Camera[kPanorama], camera, m_PanoramaProgram, m_Rectangle, f.pTextures,
-                     [&] { m_PanoramaLens.Send(m_LensModel, m_nLensGeneration); });
+                     [&] { m_PanoramaLens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight); });
         }
         // Each side pane looks 50.4 degrees to its side, moved forward as
         // far as a pan to the diamond's rim moves the close pane of mode 8.
@@ -121,7 +121,7 @@ private:
             m_Pane[i].Viewport();
             DrawPass(m_Camera[i], camera, m_DomeProgram, m_Quad, f.pTextures, [&] {
                 SendRayMatrix(m_DomeProgram, m_Camera[i]);
-                m_DomeLens.Send(m_LensModel, m_nLensGeneration);
+                m_DomeLens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
             });
         }
     }

@@ -123,7 +123,7 @@ private:
                 SendRayMatrix(m_Program, m_Camera[i]);
                 glUniformMatrix4fv(muRect, 1, GL_FALSE, i == 0 ? m_Camera[0].mMVPMatrix : rect);
                 glUniform1f(muMode, float(i));
-                m_Lens.Send(m_LensModel, m_nLensGeneration);
+                m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
             };
             m_Pane[i].Viewport();
             DrawPass(m_Camera[i], camera, m_Program, m_Quad, f.pTextures, uniforms);
