@@ -210,14 +210,7 @@ private:
         fTilt -= (y1 - y0) * TOUCH_SCALE_FACTOR;
         zAngle += (x1 - x0) * TOUCH_SCALE_FACTOR;
     }
-    void Fling(float fVelX, float) override
-    {
-        const float v = std::fabs(fVelX);
-        if (fVelX > 0.0f)
-            zAngle += v * kFlingUp / 1000.0f;
-        else
-            zAngle -= v * kFlingDown / 1000.0f;
-    }
+    void Fling(float fVelX, float) override { zAngle += FisheyeFlingTurn(fVelX, kFlingUp, kFlingDown, true); }
 
     const Flavour &m_F;
     ViewProgram m_Program;

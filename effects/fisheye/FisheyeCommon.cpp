@@ -183,9 +183,38 @@ float FisheyeWrapTurn(float angle)
     return angle;
 }
 
-void FisheyeBowlView(RotTranMatrix &m, float eyeZ, float rotX, float tranY, float tranZ)
+void FisheyeEye(RotTranMatrix &m, float eyeZ)
 {
     m.setLookAt(0.0f, 0.0f, eyeZ, 0.0f, 0.0f, -4.0f, 0.0f, 4.0f, -4.0f);
+}
+
+float FisheyeFlingTurn(float vx, float up, float down, bool zeroTurnsDown)
+{
+    const float v = std::fabs(vx);
+    if (vx > 0.0f || (vx == 0.0f && !zeroTurnsDown)) return v * up / 1000.0f;
+    return -(v * down / 1000.0f);
+}
+
+TwoSquares TwoSquares::In(MLong w, MLong h)
+{
+    TwoSquares t;
+    if (w / 2 > h) {
+        const MLong m = h / 75;
+        t.side = h - 2 * m;
+        t.left = (w - 2 * t.side) / 2;
+        t.bottom = m;
+    } else {
+        const MLong m = w / 150;
+        t.side = (w - 2 * m) / 2;
+        t.left = m;
+        t.bottom = (h - t.side) / 2;
+    }
+    return t;
+}
+
+void FisheyeBowlView(RotTranMatrix &m, float eyeZ, float rotX, float tranY, float tranZ)
+{
+    FisheyeEye(m, eyeZ);
     RotTranMatrix::rotate(m.mVMatrix, 180.0f, 0.0f, 0.0f, 1.0f);
     RotTranMatrix::rotate(m.mVMatrix, rotX, 1.0f, 0.0f, 0.0f);
     RotTranMatrix::translate(m.mVMatrix, 0.0f, tranY, tranZ);

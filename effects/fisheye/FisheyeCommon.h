@@ -296,11 +296,30 @@ struct TwoPositionZoom {
     }
 };
 
-// The camera that looks into the bowl from its axis: the eye at eyeZ on the
-// axis looking towards (0, 0, -4) with up (0, 4, -4), turned half a turn
-// about the axis, tilted by rotX degrees about x and moved by (0, tranY,
-// tranZ). The view's turn about the axis is the caller's last rotation.
+// The eye of every dome view: at eyeZ on the axis, looking towards
+// (0, 0, -4) with up (0, 4, -4). The views' rotations go on top.
+void FisheyeEye(RotTranMatrix &m, float eyeZ);
+
+// The camera that looks into the bowl from its axis: FisheyeEye, turned
+// half a turn about the axis, tilted by rotX degrees about x and moved by
+// (0, tranY, tranZ). The view's turn about the axis is the caller's last
+// rotation.
 void FisheyeBowlView(RotTranMatrix &m, float eyeZ, float rotX, float tranY, float tranZ);
+
+// The turn of one inertia step of release velocity vx: |vx| * up / 1000
+// added for vx at or above 0 (above 0 when zeroTurnsDown), |vx| * down /
+// 1000 taken off otherwise. The views' factors differ by direction.
+float FisheyeFlingTurn(float vx, float up, float down, bool zeroTurnsDown = false);
+
+// The layout of the views of two squares side by side (modes 4 and 8),
+// centred: in a window more than twice as wide as high their side is the
+// height less a margin of 1/75 of it above and below; otherwise the half
+// width less a margin of 1/150 of the width at each side. Whole pixels,
+// glViewport's terms (y from the bottom).
+struct TwoSquares {
+    MLong left, bottom, side; // the left square; the right one is at left + side
+    static TwoSquares In(MLong w, MLong h);
+};
 
 // One pane of a multi-pane view: its place in the window (GL viewport,
 // origin bottom left) and its own camera.

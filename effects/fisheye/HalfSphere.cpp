@@ -426,12 +426,13 @@ float HalfSphere::backgroundEyeZ() const
 
 void HalfSphere::drawCloud()
 {
+    // The cloud turns 0.65 degrees a drawn frame.
+    fBackCamZ = backgroundEyeZ();
+    if (fCloudAngle > 360.0f) fCloudAngle = 0.0f;
+    fCloudAngle += 0.65f;
     auto camera = [&](RotTranMatrix &m) {
-        fBackCamZ = backgroundEyeZ();
         setCameraView(m, fBackCamZ);
-        if (fCloudAngle > 360.0f) fCloudAngle = 0.0f;
         RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
-        fCloudAngle += 0.65f;
         m.rotate(fCloudAngle, 0.0f, 0.0f, 1.0f);
     };
     // The cloud picture is ours, made in BT.601 video range: it keeps that
@@ -760,11 +761,7 @@ void HalfSphere::Drag(float px, float py, float x, float y)
 
 void HalfSphere::Fling(float fVelX, float)
 {
-    const float step = std::fabs(fVelX) * 6.075001f / 1000.0f;
-    if (fVelX >= 0.0f)
-        zAngle += step;
-    else
-        zAngle -= step;
+    zAngle += FisheyeFlingTurn(fVelX, 6.075001f, 6.075001f);
 }
 
 void HalfSphere::DoubleTap(float x, float y)

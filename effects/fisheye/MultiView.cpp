@@ -135,9 +135,9 @@ private:
 
     void DrawPane(int i, const Frame &f)
     {
+        if (Cruising()) CruiseStep();
         auto camera = [&](RotTranMatrix &m) {
             FisheyeBowlView(m, kCamZ, fCamRotZ[i].load(), fCamTranY[i].load(), fCamTranZ[i].load());
-            if (Cruising()) CruiseStep();
             RotTranMatrix::rotate(m.mVMatrix, zAngle[i].load() + kPaneOffset[i], 0.0f, 0.0f, 1.0f);
         };
         DrawPass(m_Pane[i].camera, camera, m_Program, m_Quad, f.pTextures, [&] {
@@ -244,11 +244,7 @@ private:
     void Fling(float fVelX, float) override
     {
         const int i = PaneIndex(mCurViewIndex.load());
-        const float v = fVelX < 0.0f ? -fVelX : fVelX;
-        if (fVelX >= 0.0f)
-            zAngle[i] += v * kFlingUp / 1000.0f;
-        else
-            zAngle[i] -= v * kFlingDown / 1000.0f;
+        zAngle[i] += FisheyeFlingTurn(fVelX, kFlingUp, kFlingDown);
         bIsAutoTouring[i] = 0;
         UpdateAnyTouring();
     }

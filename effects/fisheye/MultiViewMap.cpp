@@ -75,24 +75,11 @@ private:
         return m_Quad ? 0 : 3;
     }
 
-    // Two squares that touch, side by side and centred: in a window more
-    // than twice as wide as high their side is the height less a margin of
-    // 1/75 of it above and below; otherwise the half width less a margin
-    // of 1/150 of the width at each side. Whole-pixel arithmetic.
+    // The map on the left of the two squares, the pane on the right.
     void Project(MLong w, MLong h) override
     {
-        MLong side, left, y0;
-        if (w / 2 > h) {
-            const MLong m = h / 75;
-            side = h - 2 * m;
-            left = (w - 2 * side) / 2;
-            y0 = m;
-        } else {
-            const MLong m = w / 150;
-            side = (w - 2 * m) / 2;
-            left = m;
-            y0 = (h - side) / 2;
-        }
+        const TwoSquares sq = TwoSquares::In(w, h);
+        const MLong side = sq.side, left = sq.left, y0 = sq.bottom;
         m_Pane[kMap].SetViewport(GLint(left), GLint(y0), GLint(side), GLint(side));
         m_Pane[kPane].SetViewport(GLint(left + side), GLint(y0), GLint(side), GLint(side));
         for (ViewPane &p : m_Pane) p.camera.setProjectFrustum(-1.0f, 1.0f, -1.0f, 1.0f, kNear, kFar);
@@ -117,12 +104,13 @@ private:
     // map lights.
     void Draw(const Frame &f) override
     {
+        const float turn = FisheyeWrapDegrees(zAngle[kPane].load());
+        fCamAngleZ[kPane] = turn;
         auto pane = [&](RotTranMatrix &m) {
             FisheyeBowlView(m, kPaneCamZ, fCamRotZ[kPane].load(), fCamTranY[kPane].load(), fCamTranZ[kPane].load());
-            fCamAngleZ[kPane] = FisheyeWrapDegrees(zAngle[kPane].load());
-            RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ[kPane].load() + 180.0f, 0.0f, 0.0f, 1.0f);
+            RotTranMatrix::rotate(m.mVMatrix, turn + 180.0f, 0.0f, 0.0f, 1.0f);
         };
-        auto map = [&](RotTranMatrix &m) { m.setLookAt(0.0f, 0.0f, kMapCamZ, 0.0f, 0.0f, -4.0f, 0.0f, 4.0f, -4.0f); };
+        auto map = [&](RotTranMatrix &m) { FisheyeEye(m, kMapCamZ); };
         m_Pane[kPane].Apply();
         DrawPass(m_Pane[kPane].camera, pane, m_Program, m_Quad, f.pTextures, [&] {
             SendRayMatrix(m_Program, m_Pane[kPane].camera);
@@ -260,14 +248,7 @@ private:
         zAngle[kPane] += (x1 - x0) * TOUCH_SCALE_FACTOR;
     }
 
-    void Fling(float fVelX, float) override
-    {
-        const float step = std::fabs(fVelX) * kFlingFactor / 1000.0f;
-        if (fVelX > 0.0f)
-            zAngle[kPane] += step;
-        else
-            zAngle[kPane] -= step;
-    }
+    void Fling(float fVelX, float) override { zAngle[kPane] += FisheyeFlingTurn(fVelX, kFlingFactor, kFlingFactor, true); }
 
     void DoubleTap(float, float) override { bTouchUp = 1; }
 

@@ -4,7 +4,8 @@
 // the ceiling at its top.
 //
 //   WallPaneCamera    the eye of the one-pane views (modes 9 and 10): a wide
-//                     and a close position with animated moves between them,
+//                     and a close position (TwoPositionZoom's state words)
+//                     with animated moves between them,
 //                     pan and tilt limits that open along a quarter cosine as
 //                     the eye comes closer, the stretch of the dome with the
 //                     eye distance, and the cruise (zoom in, then swing).
@@ -81,10 +82,10 @@ public:
     Relaxed<float> fCamRotX{0.0f};
     Relaxed<float> fCamZ;
     Relaxed<float> fTz; // eye distance the pinch aims at
-    Relaxed<MLong> maxState{0};
-    Relaxed<MLong> maxMinInit{0};
+    // The wide/close state words and the double tap of the toolkit's
+    // two-position zoom; the moves between the positions are this camera's.
+    TwoPositionZoom zoom;
     Relaxed<MLong> nCruiseDir{-1};
-    Relaxed<MLong> animalState{0}; // an animated move runs
 
     const WallPaneConfig cfg;
 

@@ -74,7 +74,7 @@ private:
     // the soft range go back 0.3 degrees a frame.
     bool Springing() const
     {
-        return bTouchReleased.load() && m_Cam.animalState.load() == 0 &&
+        return bTouchReleased.load() && m_Cam.zoom.animalState.load() == 0 &&
                (std::fabs(m_Cam.zAngle.load()) >= kSoftAngle + kSpringStep ||
                 std::fabs(m_Cam.fCamRotX.load()) >= kSoftRotX + kSpringStep);
     }

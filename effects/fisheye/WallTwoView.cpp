@@ -75,21 +75,12 @@ private:
         return (rad < 0 || m_Program.uMVPMatrix < 0 || !lens || !m_Quad) ? 1 : 0;
     }
 
-    // Two squares side by side, centred: as high as the window less a
-    // margin when it is more than twice as wide as high, else half as wide.
+    // The overview on the left of the two squares, the close pane on the
+    // right.
     void Project(MLong w, MLong h) override
     {
-        MLong x, y, side;
-        if (w / 2 > h) {
-            const MLong margin = h / 75;
-            side = h - 2 * margin;
-            x = (w - 2 * side) / 2;
-            y = margin;
-        } else {
-            x = w / 150;
-            side = (w - 2 * x) / 2;
-            y = (h - side) / 2;
-        }
+        const TwoSquares sq = TwoSquares::In(w, h);
+        const MLong x = sq.left, y = sq.bottom, side = sq.side;
         m_Pane[1] = {x, y, side, side};
         m_Pane[0] = {x + side, y, side, side};
         m_nOverX = x;
