@@ -188,6 +188,27 @@ void FisheyeEye(RotTranMatrix &m, float eyeZ)
     m.setLookAt(0.0f, 0.0f, eyeZ, 0.0f, 0.0f, -4.0f, 0.0f, 4.0f, -4.0f);
 }
 
+void TiltSpring::Between(float rot, Relaxed<float> &tranY, Relaxed<float> &tranZ) const
+{
+    if (rot < tiltRot - 0.01f || rot > restRot + 0.01f) return;
+    const float p = (rot - tiltRot) / (restRot - tiltRot); // 0 at the deepest tilt, 1 at rest
+    tranY = tiltTranY + (restTranY - tiltTranY) * p;
+    tranZ = tiltTranZ + (restTranZ - tiltTranZ) * p;
+}
+
+bool TiltSpring::Step(Relaxed<float> &rot, Relaxed<float> &tranY, Relaxed<float> &tranZ, bool *arrived) const
+{
+    float r = rot.load();
+    *arrived = false;
+    if (!(r < restRot)) return false;
+    r += 1.0f;
+    if (r > restRot) r = restRot;
+    rot = r;
+    Between(r, tranY, tranZ);
+    *arrived = r >= restRot;
+    return true;
+}
+
 float FisheyeFlingTurn(float vx, float up, float down, bool zeroTurnsDown)
 {
     const float v = std::fabs(vx);

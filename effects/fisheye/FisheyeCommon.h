@@ -321,6 +321,25 @@ struct TwoSquares {
     static TwoSquares In(MLong w, MLong h);
 };
 
+// The spring-back of a tilt below a rest pose (the half sphere inside the
+// bowl, the map view's pane): released, the tilt rises one degree a frame
+// to the rest pose, and the eye's shifts move along, linearly in the tilt,
+// between the deepest tilt's and the rest pose's.
+struct TiltSpring {
+    float restRot, restTranY, restTranZ; // the rest pose
+    float tiltRot, tiltTranY, tiltTranZ; // the deepest tilt
+
+    // The shifts at tilt rot (nothing for a tilt beyond the two poses by
+    // more than a hundredth of a degree: a restored one, which the view's
+    // clamps bring back).
+    void Between(float rot, Relaxed<float> &tranY, Relaxed<float> &tranZ) const;
+    // One frame of the spring when rot lies below the rest pose: the tilt
+    // a degree up (not past the rest pose) and the shifts with it. False,
+    // changing nothing, when it is at or above the rest pose; *arrived
+    // tells whether this frame reached it.
+    bool Step(Relaxed<float> &rot, Relaxed<float> &tranY, Relaxed<float> &tranZ, bool *arrived) const;
+};
+
 // One pane of a multi-pane view: its place in the window (GL viewport,
 // origin bottom left) and its own camera.
 struct ViewPane {

@@ -222,6 +222,10 @@ private:
     Relaxed<float> fHitAngle{0.0f};
 };
 
+// The spring of a tilt below the roam pose, between it and the tilt limit.
+const TiltSpring kSpring = {HalfSphere::fRoamRotZ, HalfSphere::fRoamTranY, HalfSphere::fRoamTranZ,
+                            HalfSphere::fTiltRotZ, HalfSphere::fTiltTranY, HalfSphere::fTiltTranZ};
+
 GlesRenderEffect *MakeHalfSphere(MDWord dwFEPlatform)
 {
     return new (std::nothrow) HalfSphere(dwFEPlatform);
@@ -641,22 +645,17 @@ void HalfSphere::spinStep()
 int HalfSphere::springBack()
 {
     const unsigned char up = bTouchUp.load();
-    float rot = fCamRotZ.load();
-    if (up == 1 && rot < fRoamRotZ && !bAnimStarted) {
-        rot += 1.0f;
-        if (rot > fRoamRotZ) rot = fRoamRotZ;
-        fCamRotZ = rot;
-        const float p = (rot - fTiltRotZ) / (fRoamRotZ - fTiltRotZ);
+    bool arrived = false;
+    if (up == 1 && !bAnimStarted && kSpring.Step(fCamRotZ, fCamTranY, fCamTranZ, &arrived)) {
         fCamZ = fCamZMin;
-        fCamTranY = fTiltTranY + (fRoamTranY - fTiltTranY) * p;
-        fCamTranZ = fTiltTranZ + (fRoamTranZ - fTiltTranZ) * p;
-        if (rot >= fRoamRotZ) {
+        if (arrived) {
             belasticstate = 1;
             fTz = nRoamState.load() == 0 ? fRoamRotZ / 18.0f : 0.0f;
         }
         bTouchUpPrev = 1;
         return 1;
     }
+    const float rot = fCamRotZ.load();
     if (up == 0 && bTouchUpPrev == 1 && rot < fRoamRotZ && !bAnimStarted) {
         // A finger has landed on a springing tilt: it takes the tilt over.
         belasticstate = 1;
@@ -697,11 +696,9 @@ void HalfSphere::lookAroundMove()
         }
     } else if (belasticstate.load() == 1 && bTouchUp.load() == 0) {
         const float r = tz * 18.0f + fRoamRotZ;
-        const float p = (r - fTiltRotZ) / (fRoamRotZ - fTiltRotZ);
         fCamRotZ = r;
         fCamZ = fCamZMin;
-        fCamTranY = fTiltTranY + (fRoamTranY - fTiltTranY) * p;
-        fCamTranZ = fTiltTranZ + (fRoamTranZ - fTiltTranZ) * p;
+        kSpring.Between(r, fCamTranY, fCamTranZ);
     } else {
         fCamZ = fCamZMin;
         fCamRotZ = fRoamRotZ;
@@ -737,10 +734,8 @@ void HalfSphere::lookDownMove()
         fCamTranZ = fTiltTranZ * p;
         fCamZ = zMax + (fCamZMin - zMax) * p;
     } else if (r <= fRoamRotZ) {
-        const float p = (r - fTiltRotZ) / (fRoamRotZ - fTiltRotZ);
         fCamZ = fCamZMin;
-        fCamTranY = fTiltTranY + (fRoamTranY - fTiltTranY) * p;
-        fCamTranZ = fTiltTranZ + (fRoamTranZ - fTiltTranZ) * p;
+        kSpring.Between(r, fCamTranY, fCamTranZ);
     } else {
         const float q = r / fRoamRotZ; // 1 at the roam pose, 0 at the overview
         fCamTranY = fRoamTranY * q;

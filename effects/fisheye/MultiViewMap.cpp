@@ -22,6 +22,7 @@ const float kPaneCamZ = 2.0f, kMapCamZ = 6.2f;
 const float kRoamRotZ = -45.5605965f, kRoamTranY = 1.87908530f, kRoamTranZ = 1.39894652f;
 const float kTiltRotZ = -65.9005966f, kTiltTranZ = 0.685671985f, kTiltTranY = 2.61819792f;
 // fTz: 10 degrees a unit towards the axis, 13.5 below the rest pose.
+const TiltSpring kSpring = {kRoamRotZ, kRoamTranY, kRoamTranZ, kTiltRotZ, kTiltTranY, kTiltTranZ};
 const float kTzMax = kRoamRotZ / -10.0f;
 const float kTzMin = (kTiltRotZ - kRoamRotZ) / 13.5f;
 const float kFlingFactor = 5.0625f;
@@ -127,24 +128,21 @@ private:
         });
     }
 
-    // A released deep tilt returns to the rest pose one degree a frame,
-    // moving the eye along between the two poses. Returns 1 while it does.
+    // A released deep tilt returns to the rest pose (the toolkit's spring).
+    // Returns 1 while it does.
     int SpringBack()
     {
         const unsigned char up = bTouchUp.load();
-        float rot = fCamRotZ[kPane].load();
-        if (up == 1 && rot < kRoamRotZ) {
-            rot += 1.0f;
-            if (rot > kRoamRotZ) rot = kRoamRotZ;
-            fCamRotZ[kPane] = rot;
-            BetweenPoses(rot);
-            if (rot >= kRoamRotZ) {
+        bool arrived = false;
+        if (up == 1 && kSpring.Step(fCamRotZ[kPane], fCamTranY[kPane], fCamTranZ[kPane], &arrived)) {
+            if (arrived) {
                 belasticstate = 1;
                 fTz[kPane] = 0.0f;
             }
             bTouchUpPrev = up;
             return 1;
         }
+        const float rot = fCamRotZ[kPane].load();
         // A finger landed since the last frame (seen as the change of
         // bTouchUp, or flagged by the touch itself when it was lifted and
         // put down again between two frames): the tilt below the rest pose
@@ -157,15 +155,6 @@ private:
         }
         bTouchUpPrev = up;
         return 0;
-    }
-
-    // The translations between the deepest tilt and the rest pose.
-    void BetweenPoses(float rot)
-    {
-        if (rot < kTiltRotZ - 0.01f || rot > kRoamRotZ + 0.01f) return;
-        const float p = (rot - kTiltRotZ) / (kRoamRotZ - kTiltRotZ);
-        fCamTranY[kPane] = kTiltTranY + (kRoamTranY - kTiltTranY) * p;
-        fCamTranZ[kPane] = kTiltTranZ + (kRoamTranZ - kTiltTranZ) * p;
     }
 
     // The pose from fTz: from the rest pose up to the axis for fTz >= 0;
@@ -186,7 +175,7 @@ private:
             if (r < kTiltRotZ) r = kTiltRotZ;
             if (r > 0.0f) r = 0.0f;
             fCamRotZ[kPane] = r;
-            BetweenPoses(r);
+            kSpring.Between(r, fCamTranY[kPane], fCamTranZ[kPane]);
         } else {
             fCamRotZ[kPane] = kRoamRotZ;
             fCamTranZ[kPane] = kRoamTranZ;
