@@ -133,12 +133,18 @@ private:
     void seedStars();
     void twinkleStars(int count);
     int nextRand();
+    // The camera a frame starts with, before its step: the backdrop's.
+    struct Pose {
+        float camZ, rotZ, tranY, tranZ, angleZ;
+    };
+    void drawBackdrop();
     void drawCloud();
     void drawStars(int count, float size, int slot);
     // The view matrix of the camera with eye distance `eyeZ`, all but the
     // last rotation, which the caller adds.
-    void setCameraView(RotTranMatrix &m, float eyeZ);
+    void setCameraView(RotTranMatrix &m, float eyeZ, const Pose &pose);
     float backgroundEyeZ() const;
+    Pose m_Behind = {}; // render thread
 
     // Camera.
     int springBack();
@@ -390,8 +396,15 @@ void HalfSphere::twinkleStars(int count)
 
 // ------------------------------------------------------------- drawing
 
-// The cloud and the stars, with the camera of the last frame.
+// The cloud and the stars are drawn with the camera of the last frame: it
+// is kept here, before the step, and they are drawn after the bowl (Draw),
+// behind it by the depth test, so that no pixel is shaded twice.
 void HalfSphere::DrawBehind(const Frame &)
+{
+    m_Behind = {fCamZ.load(), fCamRotZ.load(), fCamTranY.load(), fCamTranZ.load(), fCamAngleZ.load()};
+}
+
+void HalfSphere::drawBackdrop()
 {
     if (mbISDisplayBack.load()) drawCloud();
     if (mbStarState.load()) {
@@ -408,15 +421,16 @@ void HalfSphere::DrawBehind(const Frame &)
     }
 }
 
-void HalfSphere::setCameraView(RotTranMatrix &m, float eyeZ)
+void HalfSphere::setCameraView(RotTranMatrix &m, float eyeZ, const Pose &pose)
 {
-    FisheyeBowlView(m, eyeZ, fCamRotZ.load(), fCamTranY.load(), fCamTranZ.load());
+    FisheyeBowlView(m, eyeZ, pose.rotZ, pose.tranY, pose.tranZ);
 }
 
+// The backdrop's eye distance, from the eye's of the last frame.
 float HalfSphere::backgroundEyeZ() const
 {
     const float zMax = fCamZMax.load();
-    const float d = fCamZ.load() - zMax;
+    const float d = m_Behind.camZ - zMax;
     const float w = zMax - fCamZMin;
     float e;
     if (d <= 0.0f) {
@@ -435,8 +449,8 @@ void HalfSphere::drawCloud()
     if (fCloudAngle > 360.0f) fCloudAngle = 0.0f;
     fCloudAngle += 0.65f;
     auto camera = [&](RotTranMatrix &m) {
-        setCameraView(m, fBackCamZ);
-        RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
+        setCameraView(m, fBackCamZ, m_Behind);
+        RotTranMatrix::rotate(m.mVMatrix, m_Behind.angleZ + 180.0f, 0.0f, 0.0f, 1.0f);
         m.rotate(fCloudAngle, 0.0f, 0.0f, 1.0f);
     };
     // The cloud picture is ours, made in BT.601 video range: it keeps that
@@ -452,8 +466,8 @@ void HalfSphere::drawStars(int count, float size, int slot)
     m.setIdentity();
     m.pushMatrix();
     fStarCamZ = backgroundEyeZ();
-    setCameraView(m, fStarCamZ);
-    RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
+    setCameraView(m, fStarCamZ, m_Behind);
+    RotTranMatrix::rotate(m.mVMatrix, m_Behind.angleZ + 180.0f, 0.0f, 0.0f, 1.0f);
     m.getFinalMatrix();
 
     if (size == 2.0f) {
@@ -484,15 +498,22 @@ void HalfSphere::Draw(const Frame &f)
         fRatio = fRatioMax;
     else
         fRatio = (z - fCamZMin) * fRatioMax / (zMax - fCamZMin);
+    const Pose now = {fCamZ.load(), fCamRotZ.load(), fCamTranY.load(), fCamTranZ.load(), fCamAngleZ.load()};
     auto camera = [&](RotTranMatrix &m) {
-        setCameraView(m, fCamZ.load());
-        RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
+        setCameraView(m, now.camZ, now);
+        RotTranMatrix::rotate(m.mVMatrix, now.angleZ + 180.0f, 0.0f, 0.0f, 1.0f);
     };
+    // The bowl's pixels take the depth of its quad (0.5), nearer than any
+    // of the backdrop (the cloud 12 and the stars 7.5 below the rim, behind
+    // the bowl from every eye): the backdrop fills only the rest.
+    glEnable(GL_DEPTH_TEST);
     DrawPass(m_Camera, camera, m_Sphere, m_Quad, f.pTextures, [&] {
         SendRayMatrix(m_Sphere, m_Camera);
         glUniform1f(maRatioHandle, fRatio);
         m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
     });
+    drawBackdrop();
+    glDisable(GL_DEPTH_TEST);
 }
 
 // Still moving: the cloud turns and the stars twinkle every frame while
