@@ -70,19 +70,24 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
 // missed it: its point is the zenith, which domeHit leaves for a miss):
 // one tap. lensTexel is the size of a texel of the luma plane in texture
 // units (FootprintUniform). Without the derivatives extension, one tap.
+// The taps are a loop that breaks at once where no footprint asks for
+// them, not a branch: a software rasteriser runs both sides of a branch for
+// a block of pixels, but leaves a loop as soon as no pixel of it goes on.
 #define FISHEYE_GLSL_FOOTPRINT                                                          \
     "uniform vec2 lensTexel;\n"                                                        \
     "vec4 lensColour(vec2 p) {\n"                                                      \
     "#ifdef GL_OES_standard_derivatives\n"                                             \
     "    vec2 dx = dFdx(p), dy = dFdy(p);\n"                                           \
     "    float texels = max(length(dx / lensTexel), length(dy / lensTexel));\n"         \
-    "    if (texels > 7.0 && texels < 24.0) {\n"                                       \
-    "        vec4 sum = vec4(0.0);\n"                                                     \
-    "        for (int i = 0; i < 4; i++)\n"                                               \
-    "            for (int j = 0; j < 4; j++)\n"                                           \
-    "                sum += frameColour(p + (float(i) - 1.5) / 4.0 * dx + (float(j) - 1.5) / 4.0 * dy);\n" \
-    "        return sum / 16.0;\n"                                                        \
+    "    vec4 sum = vec4(0.0);\n"                                                         \
+    "    float taps = 0.0;\n"                                                             \
+    "    for (int i = 0; i < 16; i++) {\n"                                                \
+    "        if (texels <= 7.0 || texels >= 24.0) break;\n"                               \
+    "        vec2 g = vec2(float(i - (i / 4) * 4), float(i / 4)) - 1.5;\n"                \
+    "        sum += frameColour(p + g.x / 4.0 * dx + g.y / 4.0 * dy);\n"                  \
+    "        taps += 1.0;\n"                                                              \
     "    }\n"                                                                             \
+    "    if (taps > 0.0) return sum / taps;\n"                                            \
     "#endif\n"                                                                         \
     "    return frameColour(p);\n"                                                     \
     "}\n"
@@ -98,7 +103,9 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
 // centre, as a negative radius does in the lookup. lensSees(theta): the
 // lens sees the direction (up to half its field of view); where it doesn't,
 // a view shows its background. The uniforms are LensUniforms'; the stage
-// brings the footprint sampler with it.
+// brings the footprint sampler with it. Each law is a loop of one turn left
+// at once unless the law is chosen: a software rasteriser runs every side
+// of a branch, but skips a loop that no pixel enters.
 #define FISHEYE_GLSL_LENS_MODEL                                                          \
     FISHEYE_GLSL_FOOTPRINT                                                               \
     "uniform float lensLaw;\n"                                                          \
@@ -107,12 +114,23 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "uniform float lensHalfFov;\n"                                                      \
     "float lensRadius(float theta) {\n"                                                 \
     "    float f = theta;\n"                                                            \
-    "    if (lensLaw > 3.5) {\n"                                                        \
+    "    for (int i = 0; i < 1; i++) {\n"                                               \
+    "        if (lensLaw < 0.5 || lensLaw > 1.5) break;\n"                              \
+    "        f = sin(0.5 * theta);\n"                                                   \
+    "    }\n"                                                                           \
+    "    for (int i = 0; i < 1; i++) {\n"                                               \
+    "        if (lensLaw < 1.5 || lensLaw > 2.5) break;\n"                              \
+    "        f = tan(0.5 * theta);\n"                                                   \
+    "    }\n"                                                                           \
+    "    for (int i = 0; i < 1; i++) {\n"                                               \
+    "        if (lensLaw < 2.5 || lensLaw > 3.5) break;\n"                              \
+    "        f = sin(theta);\n"                                                         \
+    "    }\n"                                                                           \
+    "    for (int i = 0; i < 1; i++) {\n"                                               \
+    "        if (lensLaw < 3.5) break;\n"                                               \
     "        float t2 = theta * theta;\n"                                               \
     "        f = theta * (1.0 + t2 * (lensK.x + t2 * (lensK.y + t2 * (lensK.z + t2 * lensK.w))));\n" \
-    "    } else if (lensLaw > 2.5) f = sin(theta);\n"                                   \
-    "    else if (lensLaw > 1.5) f = tan(0.5 * theta);\n"                               \
-    "    else if (lensLaw > 0.5) f = sin(0.5 * theta);\n"                               \
+    "    }\n"                                                                           \
     "    return f * lensScale;\n"                                                       \
     "}\n"                                                                               \
     "bool lensSees(float theta) { return theta <= lensHalfFov; }\n"
