@@ -43,6 +43,9 @@ struct DisplaySettings {
     ZT5DistortionParam *pDistortion = nullptr;
     ZT5UICallbackRecord *pCallback = nullptr;
     void *pEaglLayer = nullptr; // kept only
+    // The lens's projection (a record the front end has checked); all zero:
+    // equidistant, 180 degrees.
+    ZT5LensModel lensModel = {0, 0.0f, {0.0f, 0.0f, 0.0f, 0.0f}};
 
     // The host's buffer road (frames handed back instead of drawn).
     unsigned char *pYuvBuffer = nullptr;

@@ -5,6 +5,7 @@
 #include <GLES2/gl2.h>
 
 #include <atomic>
+#include <cstring>
 
 #include "MRuntime.h"
 #include "ZT5Config.h"
@@ -56,6 +57,15 @@ public:
     // How the view samples the frame of its next draw: layout, textures,
     // lens box, colours (render thread, before Render).
     void SetFrameSampling(const FrameSampling &s) { m_Sampling = s; }
+    // The lens's projection (render thread, before a draw; a valid record,
+    // the renderer's copy). A change counts up m_nLensGeneration, which
+    // tells the views' programs to send the new uniforms.
+    void SetLensModel(const ZT5LensModel &m)
+    {
+        if (std::memcmp(&m, &m_LensModel, sizeof m) == 0) return;
+        m_LensModel = m;
+        m_nLensGeneration++;
+    }
     // The edge a gesture met (ZT5_CFG_DISPLAY_EDGE_EVENT codes), 0 for none;
     // taking it clears it. The view never calls the host itself: the
     // renderer hands the event on once it no longer holds the lock that
@@ -68,6 +78,8 @@ protected:
     std::atomic<MDWord> m_dwBackColor{0}; // 0xRRGGBB; set by the host's thread
     VideoLogo *m_pVideoLogo = nullptr;
     FrameSampling m_Sampling;
+    ZT5LensModel m_LensModel = {0, 0.0f, {0.0f, 0.0f, 0.0f, 0.0f}}; // equidistant, 180 degrees
+    unsigned m_nLensGeneration = 1; // render thread
     void PostEdgeEvent(MDWord dwCode) { m_dwEdgeEvent.store(dwCode); }
 
 private:

@@ -179,13 +179,14 @@ void ViewEffect::OnTouchUp(float x, float y)
 void ViewEffect::OnTouchMove(float x0, float y0, float x1, float y1)
 {
     EndCruise();
+    if (Waiting()) return;
     Drag(x0, y0, x1, y1);
 }
 
 void ViewEffect::OnTouchPinch(float fZoomRate, float, float)
 {
     EndCruise();
-    if (!m_Pinch.target) return;
+    if (!m_Pinch.target || Waiting()) return;
     if (fZoomRate > 1.0f)
         *m_Pinch.target -= m_Pinch.step;
     else
@@ -195,12 +196,14 @@ void ViewEffect::OnTouchPinch(float fZoomRate, float, float)
 void ViewEffect::StartAcceleratedVelocity(float fVelX, float fVelY)
 {
     EndCruise();
+    if (Waiting()) return;
     Fling(fVelX, fVelY);
 }
 
 void ViewEffect::OnDoubleClick(float x, float y)
 {
     if (m_CruiseEnd == kCruiseEndsOnTouchAndDoubleTap) EndCruise();
+    if (Waiting()) return;
     DoubleTap(x, y);
 }
 

@@ -184,6 +184,10 @@ protected:
         float step;
     };
     PinchStep m_Pinch = {nullptr, 0.0f};
+    // Drags, pinches, flings and double taps move the view only once it has
+    // a usable window (the cruise they end ends before that too). Views
+    // whose camera limits follow the window's first projection set it.
+    bool m_bGesturesWaitForWindow = false;
 
     const char *const m_szViewName;
     const ViewTraits m_Traits;
@@ -199,6 +203,7 @@ protected:
 
 private:
     void EndCruise();
+    bool Waiting() const { return m_bGesturesWaitForWindow && !m_nInit.load(); }
     void Restore(const void *pRecord);
 
     std::vector<SavedField> m_SavedFields;

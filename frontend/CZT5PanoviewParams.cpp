@@ -10,6 +10,7 @@
 
 #include "CZT5Panoview.h"
 #include "FrontendLock.h"
+#include "LensLaw.h"
 #include "MLog.h"
 
 namespace {
@@ -376,6 +377,15 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
         RedescribeKeptFrame();
         return 0;
     }
+    case ZT5_CFG_COMMON_LENS_MODEL: {
+        ZT5LensModel m;
+        std::memcpy(&m, pValue, sizeof(m));
+        if (!LensLawValid(m)) return ZT5_ERR_INVALID_PARAM;
+        FrontendLock lock(m_DataMutex);
+        m_Settings.lensModel = m;
+        PostSettings(dwParamID);
+        return 0;
+    }
     default:
         return ZT5_ERR_UNSUPPORTED;
     }
@@ -429,6 +439,11 @@ int32_t CZT5Panoview::GetDisplayParam(uint32_t dwParamID, void *pValue)
     case ZT5_CFG_DISPLAY_YUV_MATRIX: {
         FrontendLock lock(m_DataMutex);
         WriteU32(pValue, m_dwYuvMatrix);
+        return 0;
+    }
+    case ZT5_CFG_COMMON_LENS_MODEL: {
+        FrontendLock lock(m_DataMutex);
+        std::memcpy(pValue, &m_Settings.lensModel, sizeof(m_Settings.lensModel));
         return 0;
     }
     case ZT5_CFG_DISPLAY_USE_OPENGLES:

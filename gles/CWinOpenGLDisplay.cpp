@@ -474,6 +474,7 @@ MRESULT CWinOpenGLDisplay::Internal_Init()
         ApplySetting(settings, ZT5_CFG_DISPLAY_DISTORTION_PARAM);
         ApplySetting(settings, ZT5_CFG_DISPLAY_FE_PLATFORM);
         ApplySetting(settings, ZT5_CFG_DISPLAY_UICALLBACK);
+        ApplySetting(settings, ZT5_CFG_COMMON_LENS_MODEL);
 
         MLong w, h;
         MDWord rotation;
@@ -773,6 +774,11 @@ void CWinOpenGLDisplay::ApplySetting(const DisplaySettings &s, MDWord dwID)
     }
     case ZT5_CFG_DISPLAY_UICALLBACK: m_pRenderer->setConfig(dwID, s.pCallback); break;
     case ZT5_CFG_DISPLAY_DISTORTION_PARAM: m_pRenderer->setConfig(dwID, s.pDistortion); break;
+    case ZT5_CFG_COMMON_LENS_MODEL: {
+        ZT5LensModel m = s.lensModel;
+        m_pRenderer->setConfig(dwID, &m);
+        break;
+    }
     case ZT5_CFG_DISPLAY_OPENGL_FULLVIEW:
     case ZT5_CFG_DISPLAY_SCALE_RATIO:
     case ZT5_CFG_DISPLAY_MAX_SCALE: {

@@ -470,6 +470,10 @@ void CWinOpenGLESRenderer::Render(const VideoFrame &frame, bool bNewPixels, MDWo
         m_Height = MLong(box.h);
         const FrameBox inPart = {box.x - region.x, box.y - region.y, box.w, box.h};
         pEffect->SetFrameSampling(SamplingFor(part, inPart, m_FrameTextures.Ids()));
+        {
+            std::lock_guard<std::mutex> lens(m_LensLock);
+            pEffect->SetLensModel(m_LensModel);
+        }
         pEffect->Render(rect, m_dwDisplayWidth, m_dwDisplayHeight, m_Width, m_Height, m_FrameTextures.Ids(),
                         bIsNewScaleMode, frame.rotation);
         // Inertia decays here, one step a draw, and needs the draws to go on
@@ -739,6 +743,13 @@ MRESULT CWinOpenGLESRenderer::setConfig(MDWord dwID, void *pValue)
             if (GlesRenderEffect *e = slot.load()) e->setConfig(dwID, pValue);
         break;
     }
+    case ZT5_CFG_COMMON_LENS_MODEL:
+        // Checked by the front end; whichever view draws takes it at its draw.
+        if (pValue) {
+            std::lock_guard<std::mutex> lens(m_LensLock);
+            std::memcpy(&m_LensModel, pValue, sizeof(m_LensModel));
+        }
+        break;
     case ZT5_CFG_DISPLAY_FONT_PATH:
     case ZT5_CFG_DISPLAY_FACE_INFO:
     case ZT5_CFG_DISPLAY_FACE_MUTEX:

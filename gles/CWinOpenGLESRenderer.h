@@ -209,6 +209,10 @@ private:
     std::atomic<MWindowHandle> m_hNativeWindow{0};
     std::atomic<MDWord> m_dwBackColor{0};
     std::atomic<bool> m_bHaveBackColor{false};
+    // ZT5_CFG_COMMON_LENS_MODEL: written by setConfig on the host's thread
+    // under m_LensLock, copied by the draw on the render thread under it.
+    std::mutex m_LensLock;
+    ZT5LensModel m_LensModel = {};
 
     std::atomic<uint64_t> m_qwDraws{0};
     std::atomic<uint64_t> m_qwUploadNs{0};

@@ -133,6 +133,10 @@ void PrintUsage(const char *argv0)
         "  --fps N           frame rate (default 30)\n"
         "  --lens cx,cy,rx,ry  lens circle in 1/10000 of the picture (default: the built-in scene's, or the\n"
         "                    picture's middle as tall as the picture); with --write-clip where the scene's is\n"
+        "  --lens-law L      the lens's projection: equidistant (default), equisolid, stereographic,\n"
+        "                    orthographic or polynomial; the built-in scene is drawn through it too\n"
+        "  --fov DEG         the lens's field of view across its circle, 60..360 (default 180)\n"
+        "  --k k1,k2,k3,k4   the polynomial's coefficients, theta in radians (--lens-law polynomial)\n"
         "  --fit N           fit mode (default 0)\n"
         "  --rotation N      frame rotation 0, 90, 180 or 270\n"
         "  --snapshot F.png  write a snapshot after the last frame\n"
@@ -239,6 +243,27 @@ bool ParseOptions(int argc, char **argv, PlayerOptions *o, std::string *error)
         } else if (!std::strcmp(a, "--lens")) {
             if (!next(&v) || !ParseLens(v, o->lens)) return *error = "--lens takes cx,cy,rx,ry (0..20000)", false;
             o->haveLens = true;
+        } else if (!std::strcmp(a, "--lens-law")) {
+            static const char *const names[] = {"equidistant", "equisolid", "stereographic", "orthographic", "polynomial"};
+            int law = 0;
+            if (!next(&v) || !ParseNamed(v, names, 5, &law))
+                return *error = "--lens-law takes equidistant, equisolid, stereographic, orthographic or polynomial", false;
+            o->lensLaw = uint32_t(law);
+            o->haveLensModel = true;
+        } else if (!std::strcmp(a, "--fov")) {
+            char *end = nullptr;
+            if (!next(&v)) return *error = "--fov takes degrees, 60..360", false;
+            const double fov = std::strtod(v, &end);
+            if (end == v || *end || !(fov >= 60 && fov <= 360)) return *error = "--fov takes degrees, 60..360", false;
+            o->lensFov = float(fov);
+            o->haveLensModel = true;
+        } else if (!std::strcmp(a, "--k")) {
+            double k[4];
+            char tail = 0;
+            if (!next(&v) || std::sscanf(v, "%lf,%lf,%lf,%lf%c", &k[0], &k[1], &k[2], &k[3], &tail) != 4)
+                return *error = "--k takes k1,k2,k3,k4", false;
+            for (int i = 0; i < 4; i++) o->lensK[i] = float(k[i]);
+            o->haveLensModel = true;
         } else if (!std::strcmp(a, "--fit")) {
             if (!next(&v) || !ParseInt(v, 0, 5, &n)) return *error = "--fit takes 0..5", false;
             o->fitMode = uint32_t(n);

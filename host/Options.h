@@ -36,6 +36,10 @@ struct PlayerOptions {
     std::string snapshotPath;      // --snapshot out.png
     bool haveLens = false;         // --lens cx,cy,rx,ry in 1/10000 of the picture
     int32_t lens[4] = {0, 0, 0, 0};
+    bool haveLensModel = false;    // --lens-law, --fov or --k given: ZT5_CFG_COMMON_LENS_MODEL is sent
+    uint32_t lensLaw = 0;          // --lens-law: a ZT5_LENS_* value
+    float lensFov = 0;             // --fov DEG across the lens circle; 0: 180
+    float lensK[4] = {0, 0, 0, 0}; // --k k1,k2,k3,k4 of the polynomial law
     uint32_t fitMode = 0;          // --fit N
     uint32_t rotation = 0;         // --rotation 0|90|180|270 (FrameInfo.dwRotation)
     bool headless = false;         // --headless: no waiting for a window close

@@ -20,10 +20,17 @@ using Clock = std::chrono::steady_clock;
 // The built-in scene: a 1920x1080 frame with the lens circle in the middle;
 // for the wall-camera views (7 to 10) the room seen from a wall, through a
 // circle as wide as the picture for the 180-degree view (10).
-synthetic::LensFrame SceneLens(int mode = 1)
+synthetic::LensFrame SceneLens(int mode, const PlayerOptions &opts)
 {
-    if (mode >= 7 && mode <= 10) return synthetic::WallLens(mode == 10);
-    return synthetic::LensFrame();
+    synthetic::LensFrame l = mode >= 7 && mode <= 10 ? synthetic::WallLens(mode == 10) : synthetic::LensFrame();
+    // A lens model given: the scene is seen through that lens (mode 10's
+    // own lens stays orthographic).
+    if (opts.haveLensModel && !l.orthographic) {
+        l.law = opts.lensLaw;
+        l.fovDeg = opts.lensFov;
+        for (int i = 0; i < 4; i++) l.k[i] = opts.lensK[i];
+    }
+    return l;
 }
 
 // A length in pixels as ten-thousandths of `total`, rounded.
@@ -76,7 +83,7 @@ bool Player::OpenSource()
         return true;
     }
     if (m_opts.inputPath.empty()) {
-        m_source.reset(new SyntheticSource(SceneLens(RunModes().front())));
+        m_source.reset(new SyntheticSource(SceneLens(RunModes().front(), m_opts)));
         return true;
     }
     auto *raw = new RawI420Source();
@@ -123,7 +130,7 @@ void Player::SendStartParameters()
     } else {
         // The built-in scene's circle; for other input a circle as tall as
         // the picture, in its middle, as most fisheye cameras give.
-        synthetic::LensFrame l = SceneLens(RunModes().front());
+        synthetic::LensFrame l = SceneLens(RunModes().front(), m_opts);
         if (!m_opts.videoPath.empty() || !m_opts.inputPath.empty()) {
             l.width = m_source->width();
             l.height = m_source->height();
@@ -137,6 +144,11 @@ void Player::SendStartParameters()
     std::printf("lens circle (1/10000): centre %d,%d radius %d,%d\n", m_lens.lCenterX, m_lens.lCenterY,
                 m_lens.lRadiusX, m_lens.lRadiusY);
     m_display.Set(ZT5_CFG_COMMON_FISHEYE_PARAM, &m_lens, "COMMON_FISHEYE_PARAM");
+    if (m_opts.haveLensModel) {
+        m_lensModel = {m_opts.lensLaw, m_opts.lensFov, {m_opts.lensK[0], m_opts.lensK[1], m_opts.lensK[2], m_opts.lensK[3]}};
+        if (m_display.Set(ZT5_CFG_COMMON_LENS_MODEL, &m_lensModel, "COMMON_LENS_MODEL") != ZT5_OK)
+            std::fprintf(stderr, "the display refused the lens model (a polynomial that doesn't grow?)\n");
+    }
     m_mode = RunModes().front();
     m_display.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, uint32_t(m_mode), "FISHEYE_MODE");
     m_display.Set(ZT5_CFG_DISPLAY_UICALLBACK, &m_uiRecord, "UICALLBACK");
@@ -180,7 +192,7 @@ void Player::SetMode(int mode)
     // wall-camera views, the compass for the others.
     auto *scene = dynamic_cast<SyntheticSource *>(m_source.get());
     if (scene && !m_opts.haveLens) {
-        const synthetic::LensFrame l = SceneLens(mode);
+        const synthetic::LensFrame l = SceneLens(mode, m_opts);
         scene->SetLens(l);
         m_lens = {TenThousandths(l.cx, l.width), TenThousandths(l.cy, l.height), TenThousandths(l.radius, l.width),
                   TenThousandths(l.radius, l.height)};

@@ -91,6 +91,7 @@ private:
     CZT5Mutex m_uiMutex;
     ZT5UICallbackRecord m_uiRecord = {};
     ZT5FishEyeParam m_lens = {};
+    ZT5LensModel m_lensModel = {}; // --lens-law, --fov, --k, as sent
     float m_moveVelocity[2] = {0, 0};
     float m_pinchCentre[2] = {0, 0};
     ZT5TouchPinch m_pinch = {1.0f, m_pinchCentre};

@@ -203,6 +203,34 @@ static const uint8_t kDigits[10][7] = {
 
 namespace {
 
+// The angle off the axis (degrees) that the lens puts at the share s of the
+// circle's radius: the law's f inverted by bisection (every law grows over
+// 0..fov / 2).
+double LensTheta(const LensFrame &lens, double s)
+{
+    if (lens.law == 0 && lens.fovDeg == 0) return s * 90.0;
+    auto f = [&](double t) {
+        switch (lens.law) {
+        case 1: return std::sin(t / 2);
+        case 2: return std::tan(t / 2);
+        case 3: return std::sin(t);
+        case 4: {
+            const double t2 = t * t;
+            return t * (1 + t2 * (lens.k[0] + t2 * (lens.k[1] + t2 * (lens.k[2] + t2 * lens.k[3]))));
+        }
+        default: return t;
+        }
+    };
+    const double half = (lens.fovDeg > 0 ? lens.fovDeg : 180.0) / 2 * kPi / 180.0;
+    const double want = s * f(half);
+    double lo = 0, hi = half;
+    for (int i = 0; i < 40; i++) {
+        const double mid = (lo + hi) / 2;
+        (f(mid) < want ? lo : hi) = mid;
+    }
+    return lo * 180.0 / kPi;
+}
+
 // Paints the 2x2 blocks of [x0, x1) x [y0, y1) (even bounds) of frame
 // `frame`; `withDot` false leaves the animated dot out.
 void PaintBlocks(const LensFrame &lens, int frame, bool withDot, int x0, int y0, int x1, int y1, uint8_t *i420,
@@ -249,7 +277,7 @@ void PaintBlocks(const LensFrame &lens, int frame, bool withDot, int x0, int y0,
                 if (kDigits[k][int(gy)] & (0x10 >> int(gx))) return {0, 0, 0};
             }
         }
-        double theta = lens.orthographic ? std::asin(r / R) * 180.0 / kPi : r * degPerPx;
+        double theta = lens.orthographic ? std::asin(r / R) * 180.0 / kPi : LensTheta(lens, r / R);
         double phi = std::atan2(-dy, dx) * 180.0 / kPi;
         if (phi < 0) phi += 360.0;
         return lens.wall ? WallColour(theta, phi) : SceneColour(theta, phi);
@@ -287,7 +315,8 @@ struct StillCache {
 bool SameLens(const LensFrame &a, const LensFrame &b)
 {
     return a.width == b.width && a.height == b.height && a.cx == b.cx && a.cy == b.cy && a.radius == b.radius &&
-           a.wall == b.wall && a.orthographic == b.orthographic;
+           a.wall == b.wall && a.orthographic == b.orthographic && a.law == b.law && a.fovDeg == b.fovDeg &&
+           a.k[0] == b.k[0] && a.k[1] == b.k[1] && a.k[2] == b.k[2] && a.k[3] == b.k[3];
 }
 
 bool SameEncoding(const YuvEncoding &a, const YuvEncoding &b)

@@ -58,6 +58,12 @@ struct LensFrame {
     int radius = 540;
     bool wall = false;         // the room seen from a wall instead of the compass
     bool orthographic = false; // r = R sin(theta) instead of R theta / 90
+    // The lens's law otherwise (a ZT5_LENS_* value; 0 equidistant), its
+    // field of view across the circle (degrees; 0: 180) and the
+    // polynomial's k1..k4: r / R = f(theta) / f(fov / 2).
+    uint32_t law = 0;
+    double fovDeg = 0;
+    double k[4] = {0, 0, 0, 0};
 };
 
 // The wall camera's picture: the room through the 180-degree lens, its

@@ -108,6 +108,20 @@
 /* Read only: the picture the display shows, into the host's buffer: a
  * ZT5Picture record (ZT5Records.h). */
 #define ZT5_CFG_DISPLAY_PICTURE                 0x9000066
+/* The lens's projection, for every fisheye view: a ZT5LensModel (copied).
+ * A direction theta off the lens axis lands at the fraction
+ * f(theta) / f(fov / 2) of the lens circle's radius (the circle of
+ * ZT5_CFG_COMMON_FISHEYE_PARAM), f by dwLaw. Default: equidistant, 180
+ * degrees. Refused with 2, nothing changed: an unknown law, a field of view
+ * outside 60..360 degrees (orthographic: above 180; stereographic: 360
+ * itself), a coefficient that isn't a finite number, a polynomial that
+ * doesn't grow over 0..fov / 2. */
+#define ZT5_CFG_COMMON_LENS_MODEL               0x9000062
+#define ZT5_LENS_EQUIDISTANT                    0  /* f = theta */
+#define ZT5_LENS_EQUISOLID                      1  /* f = sin(theta / 2) */
+#define ZT5_LENS_STEREOGRAPHIC                  2  /* f = tan(theta / 2) */
+#define ZT5_LENS_ORTHOGRAPHIC                   3  /* f = sin(theta) */
+#define ZT5_LENS_POLYNOMIAL                     4  /* f = theta (1 + k1 theta^2 + ... + k4 theta^8) */
 
 /* Values a codec or player gives to the display. */
 #define ZT5_CFG_CODEC_FRAME_CALLBACK            0x11000033

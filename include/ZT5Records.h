@@ -60,6 +60,16 @@ typedef struct ZT5FishEyeParam {
 } ZT5FishEyeParam;
 ZT5_STATIC_ASSERT(sizeof(ZT5FishEyeParam) == 16, "fisheye parameter is 16 bytes");
 
+/* ZT5_CFG_COMMON_LENS_MODEL, 24 bytes: the law (ZT5_LENS_*), the whole
+ * angle across the lens circle in degrees (0 means 180) and the polynomial's
+ * coefficients k1..k4 (theta in radians; other laws ignore them). */
+typedef struct ZT5LensModel {
+    uint32_t dwLaw;
+    float fFieldOfView;
+    float fK[4];
+} ZT5LensModel;
+ZT5_STATIC_ASSERT(sizeof(ZT5LensModel) == 24, "lens model is 24 bytes");
+
 /* Viewport record, 56 bytes. */
 typedef struct ZT5Viewport {
     uint32_t hWnd;

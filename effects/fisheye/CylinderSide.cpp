@@ -21,26 +21,29 @@ const char kVertex[] = "uniform mat4 uMVPMatrix;\n"
                        "}\n";
 
 // The strip's s runs once round the lens (theta, shifted by the scroll
-// fPt_Zm), its t from just inside the rim (radius 0.4991 of the texture) to
-// a fifth of the lens radius (0.0991); fPt_L..fPt_B place the lens square.
-const char kFragment[] = "precision highp float;\n"
+// fPt_Zm), its t from just short of 90 degrees off the axis (radius 0.4991
+// of the texture with the default lens) to 18 degrees off it (0.0991), each
+// row a fixed angle off the axis whose radius the lens model gives;
+// fPt_L..fPt_B place the lens square.
+const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                          "varying vec4 vTextureCoord;\n"
                          "uniform float fPt_Zm;\n"
                          "uniform float fPt_L;\n"
                          "uniform float fPt_R;\n"
                          "uniform float fPt_T;\n"
-                         "uniform float fPt_B;\n" GLSL_FRAME_COLOUR
+                         "uniform float fPt_B;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_MODEL
                          "void main() {\n"
                          "    float s = 1.0 - vTextureCoord.s;\n"
                          "    float t = 0.00179 + vTextureCoord.t * 0.8;\n"
                          "    float theta = 1.5708 - 6.2832 * s + fPt_Zm;\n"
-                         "    float dr = 0.5 - t / 2.0;\n"
+                         "    float dr = 0.5 * lensRadius(1.5708 * (1.0 - t));\n"
+                         "    bool seen = lensSees(1.5708 * (1.0 - t));\n"
                          "    vec2 p = vec2(fPt_L + (fPt_R - fPt_L) * (dr * cos(theta) + 0.5),\n"
                          "                  fPt_T + (fPt_B - fPt_T) * (dr * sin(theta) + 0.5));\n"
-                         "    if (p.x < 0.0 || p.x > 1.0 || p.y < 0.0 || p.y > 1.0)\n"
+                         "    if (!seen || p.x < 0.0 || p.x > 1.0 || p.y < 0.0 || p.y > 1.0)\n"
                          "        gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
                          "    else\n"
-                         "        gl_FragColor = frameColour(p);\n"
+                         "        gl_FragColor = lensColour(p);\n"
                          "}\n";
 
 // Strip half extents in world units: at the close position (eye 1.15 from
@@ -89,6 +92,7 @@ private:
         m_Program.Build("CylinderSide", kVertex, kFragment);
         const char *where = "CylinderSide::Init_shader";
         muZoom = m_Program.Uniform(where, "fPt_Zm", "mnZoom");
+        m_Lens.Find(m_Program, where);
         // The lens square fills the texture: these never change.
         const struct {
             const char *name, *handle;
@@ -118,7 +122,10 @@ private:
     void Draw(const Frame &f) override
     {
         auto camera = [&](RotTranMatrix &m) { m.setLookAt(0.0f, 0.0f, fTz.load() + 2.0f, 0, 0, 0, 0, 1, 0); };
-        auto uniforms = [&] { glUniform1f(muZoom, mfZoom.load()); };
+        auto uniforms = [&] {
+            glUniform1f(muZoom, mfZoom.load());
+            m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
+        };
         DrawPass(m_Camera, camera, m_Program, m_Strip, f.sampling, uniforms);
     }
 
@@ -135,6 +142,7 @@ private:
 
     ViewProgram m_Program;
     GLint muZoom = -1;
+    LensUniforms m_Lens;
     ViewMesh m_Strip;
     RotTranMatrix m_Camera = {};
 

@@ -1,8 +1,7 @@
 // FishEyeMode 5 and 6: the lens picture on the outside of a shape seen from
-// outside, an open cylinder (5) or a dome (6). The lens mapping is computed
-// on the processor when the mesh is built, so the fragment shader is a plain
-// lookup. The only view drawn with the depth test: the far side of the shape
-// lies behind the near side. Turn about the axis, tilt within limits, and
+// outside, an open cylinder (5) or a dome (6), drawn per pixel. The only
+// view drawn with the depth test: the far side of the shape lies behind the
+// near side, and each pixel shows the nearest point of the shape. Turn about the axis, tilt within limits, and
 // the eye along the axis by pinch; the tilt also shifts the eye (and pulls
 // it closer with the dome).
 #include <cmath>
@@ -15,10 +14,61 @@
 
 namespace {
 
-const char kFragment[] = "precision highp float;\n"
-                         "varying vec2 vTextureCoord;\n" GLSL_FRAME_COLOUR
+// Per pixel: the nearest point of the shape on the pixel's ray (the view
+// is depth-tested as a whole; within the shape the nearest point is the one
+// seen), then the lens point of its direction. The shape, for the angle pair
+// (a, b) of its mesh of old: x = -6 c sin a, y = -6 c cos a,
+// z = z0 - H sin b with H = 6 zScale and z0 = -H zOffset the rim's plane;
+// c = 1 for the cylinder (radius 6, b from 0 to pi/2: z from z0 down to
+// z0 - H), c = cos b for the dome (the ellipsoid x^2 + y^2 +
+// ((z - z0) / zScale)^2 = 36 below its rim). The profile gives the radius
+// an equidistant lens would have, a share of the rim's: a linear fall with
+// b blended (by ratio) with a sine-shaped one down to `profile` at the top;
+// read as that lens's angle off the axis (the share times 90 degrees), it
+// goes through the lens model. frad is the lens radius negated, which shows
+// the picture upright from outside; the dome's s is mirrored (texScale -1,
+// texOffset 1).
+const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
+                         "varying vec4 vNear;\n"
+                         "varying vec4 vFar;\n"
+                         "uniform float shapeDome;\n"
+                         "uniform float zScale;\n"
+                         "uniform float zOffset;\n"
+                         "uniform float profile;\n"
+                         "uniform float ratio;\n"
+                         "uniform float texOffset;\n"
+                         "uniform float texScale;\n"
+                         "uniform float frad;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_MODEL
+                         "bool seen(vec3 p, float z0, float H) {\n"
+                         "    return p.z <= z0 && (shapeDome > 0.5 || p.z >= z0 - H);\n"
+                         "}\n"
                          "void main() {\n"
-                         "    gl_FragColor = frameColour(vTextureCoord);\n"
+                         "    vec3 o = vNear.xyz / vNear.w, d = vFar.xyz / vFar.w - o;\n"
+                         "    float H = 6.0 * zScale, z0 = -H * zOffset;\n"
+                         "    vec3 k = vec3(1.0, 1.0, shapeDome > 0.5 ? 1.0 / zScale : 0.0);\n"
+                         "    vec3 ok = vec3(o.xy, o.z - z0) * k, dk = d * k;\n"
+                         "    float a = dot(dk, dk), b = dot(ok, dk), c = dot(ok, ok) - 36.0;\n"
+                         "    float q = b * b - a * c;\n"
+                         "    if (q < 0.0 || a == 0.0) discard;\n"
+                         "    q = sqrt(q);\n"
+                         "    float u = (-b - q) / a;\n"
+                         "    vec3 p = o + u * d;\n"
+                         "    if (u < 0.0 || u > 1.0 || !seen(p, z0, H)) {\n"
+                         "        u = (-b + q) / a;\n"
+                         "        p = o + u * d;\n"
+                         "        if (u < 0.0 || u > 1.0 || !seen(p, z0, H)) discard;\n"
+                         "    }\n"
+                         "    float sb = clamp((z0 - p.z) / H, 0.0, 1.0);\n"
+                         "    float lat = asin(sb);\n"
+                         "    float share = ((profile - 1.0) * 2.0 / 3.14159 * lat + 1.0) * (1.0 - ratio) +\n"
+                         "                  (1.0 - (1.0 - profile) * sb) * ratio;\n"
+                         "    float theta = share * 1.5707963;\n"
+                         "    if (!lensSees(theta)) discard;\n"
+                         "    float r = frad * lensRadius(theta);\n"
+                         "    float len = length(p.xy);\n"
+                         "    vec2 about = len > 0.0 ? -p.xy / len : vec2(0.0, 1.0);\n"
+                         "    gl_FragColor = lensColour(vec2((about.x * r + 1.0) * texScale * 0.5 + texOffset,\n"
+                         "                                    (about.y * r + 1.0) * 0.5));\n"
                          "}\n";
 
 float FromBits(uint32_t bits)
@@ -35,7 +85,7 @@ const float kFlingDown = FromBits(0x40F30001); // 7.59375
 const double kCruiseStep = 0.039375;
 
 // The two flavours. P (profile) is the lens radius at the shape's top as a
-// share of the rim's; fratio blends a linear fall of the radius with the
+// share of the rim's; ratio blends a linear fall of the radius with the
 // latitude with a sine-shaped one; the dome's s is mirrored.
 struct Flavour {
     float baseCamZ, baseRotX, tiltMax, tiltMin;
@@ -51,24 +101,6 @@ const Flavour kFlavours[2] = {
 // The lens radius, negated: with it the shape shows the picture upright
 // from outside.
 const float kRad = -kFisheyeLensRadius;
-
-// One vertex of the shape for the angle pair (a, b): the dome's position
-// (or, for the cylinder, one at the full radius at every latitude) shifted
-// and scaled along the axis; the lens point of its direction.
-void ShapeVertex(double a, double b, const DomeParams &params, float *pos, float *tex, void *user)
-{
-    const Flavour &f = *static_cast<const Flavour *>(user);
-    const bool dome = &f == &kFlavours[1];
-    const double c = dome ? std::cos(b) : 1.0;
-    const float R = params.radius, P = f.profile;
-    pos[0] = static_cast<float>(std::sin(a) * c * -R);
-    pos[1] = static_cast<float>(std::cos(a) * c * -R);
-    pos[2] = static_cast<float>((f.zOffset + std::sin(b)) * -R * f.zScale);
-    const double r = ((P - 1.0) * 2.0 / params.span * b + 1.0) * kRad * (1.0 - f.ratio) +
-                     (1.0 - (1.0 - P) * std::sin(b)) * kRad * f.ratio;
-    tex[0] = static_cast<float>((std::sin(a) * r + 1.0) * f.texScale * 0.5 + f.texOffset);
-    tex[1] = static_cast<float>((std::cos(a) * r + 1.0) * 0.5);
-}
 
 } // namespace
 
@@ -96,10 +128,27 @@ public:
 private:
     MRESULT Build() override
     {
-        DomeParams params;
-        DomeMesh::Upload(m_Shape, params, ShapeVertex, const_cast<Flavour *>(&m_F));
-        if (m_Program.Build("CylinderSphere", FISHEYE_GLSL_DOME_VERTEX, kFragment) != 0) return -1;
-        return m_Shape ? 0 : 3;
+        if (UploadRayQuad(m_Quad) != 0) MLogInfo("[%s] CylinderSphere::Initialize no quad", MLOG_TAG);
+        if (m_Program.Build("CylinderSphere", FISHEYE_GLSL_RAY_VERTEX, kFragment) != 0) return -1;
+        const struct {
+            const char *name;
+            float value;
+        } shape[] = {{"shapeDome", &m_F == &kFlavours[1] ? 1.0f : 0.0f},
+                     {"zScale", m_F.zScale},
+                     {"zOffset", float(m_F.zOffset)},
+                     {"profile", m_F.profile},
+                     {"ratio", m_F.ratio},
+                     {"texOffset", m_F.texOffset},
+                     {"texScale", m_F.texScale},
+                     {"frad", kRad}};
+        m_Program.Use();
+        for (const auto &u : shape) {
+            const GLint at = m_Program.Uniform("CylinderSphere", u.name, u.name);
+            if (at < 0) return -1;
+            glUniform1f(at, u.value);
+        }
+        if (!m_Lens.Find(m_Program, "CylinderSphere")) return -1;
+        return m_Quad ? 0 : 3;
     }
 
     void Project(MLong, MLong) override { m_Camera.setProjectFrustum(-mWndRatio, mWndRatio, -1.0f, 1.0f, kNear, kFar); }
@@ -150,7 +199,10 @@ private:
             RotTranMatrix::rotate(m.mVMatrix, 180.0f - m_fRotX, 1.0f, 0.0f, 0.0f);
             RotTranMatrix::rotate(m.mVMatrix, 180.0f - m_fRotZ, 0.0f, 0.0f, 1.0f);
         };
-        DrawPass(m_Camera, camera, m_Program, m_Shape, f.sampling, [] {});
+        DrawPass(m_Camera, camera, m_Program, m_Quad, f.sampling, [&] {
+            SendRayMatrix(m_Program, m_Camera);
+            m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
+        });
     }
 
     void Drag(float x0, float y0, float x1, float y1) override
@@ -158,18 +210,12 @@ private:
         fTilt -= (y1 - y0) * TOUCH_SCALE_FACTOR;
         zAngle += (x1 - x0) * TOUCH_SCALE_FACTOR;
     }
-    void Fling(float fVelX, float) override
-    {
-        const float v = std::fabs(fVelX);
-        if (fVelX > 0.0f)
-            zAngle += v * kFlingUp / 1000.0f;
-        else
-            zAngle -= v * kFlingDown / 1000.0f;
-    }
+    void Fling(float fVelX, float) override { zAngle += FisheyeFlingTurn(fVelX, kFlingUp, kFlingDown, true); }
 
     const Flavour &m_F;
     ViewProgram m_Program;
-    ViewMesh m_Shape;
+    LensUniforms m_Lens;
+    ViewMesh m_Quad; // the shape, drawn per pixel
     RotTranMatrix m_Camera = {};
     float m_fRotZ = 0.0f, m_fRotX = 0.0f; // render thread
 

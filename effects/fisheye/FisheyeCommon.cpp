@@ -2,72 +2,105 @@
 
 #include <cmath>
 
+#include "LensLaw.h"
 #include "MLog.h"
 
-// ------------------------------------------------------------ dome mesh
+// ----------------------------------------------------------- lens model
 
-void DomeStandardVertex(double a, double b, const DomeParams &params, float *pos, float *tex, void *)
+bool FootprintUniform::Find(const ViewProgram &program, const char *viewName)
 {
-    const double r = params.radius;
-    pos[0] = static_cast<float>(-r * std::sin(a) * std::cos(b));
-    pos[1] = static_cast<float>(-r * std::cos(a) * std::cos(b));
-    pos[2] = static_cast<float>(-r * std::sin(b)) * params.zScale;
-    tex[0] = static_cast<float>(a);
-    tex[1] = static_cast<float>(b);
+    m_Texel = program.Uniform(viewName, "lensTexel", "mLensTexelHandle");
+    m_Width = m_Height = 0;
+    return m_Texel >= 0;
 }
 
-MLong DomeMesh::Capacity(const DomeParams &params)
+void FootprintUniform::Send(MLong width, MLong height)
 {
-    if (!(params.step > 0.0f) || !(params.span > 0.0f)) return 0;
-    MLong columns = static_cast<MLong>(std::floor(2.0f * params.span / params.step)) + 1;
-    MLong rows = static_cast<MLong>(std::floor(params.span / (2.0f * params.step))) + 1;
-    return columns * rows * 6;
+    if (width <= 0 || height <= 0 || (width == m_Width && height == m_Height)) return;
+    glUniform2f(m_Texel, 1.0f / float(width), 1.0f / float(height));
+    m_Width = width, m_Height = height;
 }
 
-MRESULT DomeMesh::Build(const DomeParams &params, DomeVertexFn fn, void *user)
+bool LensUniforms::Find(const ViewProgram &program, const char *viewName)
 {
-    Free();
-    const MLong capacity = Capacity(params);
-    if (capacity <= 0) return 3;
-    pVertices = static_cast<float *>(MMemAlloc(sizeof(float) * 3 * capacity));
-    pTexCoords = static_cast<float *>(MMemAlloc(sizeof(float) * 2 * capacity));
-    if (!pVertices || !pTexCoords) {
-        MLogInfo("[%s] DomeMesh::Build out of memory for %d vertices", MLOG_TAG, capacity);
-        Free();
-        return 3;
+    m_Law = program.Uniform(viewName, "lensLaw", "mLensLawHandle");
+    m_K = program.Uniform(viewName, "lensK", "mLensKHandle");
+    m_Scale = program.Uniform(viewName, "lensScale", "mLensScaleHandle");
+    m_HalfFov = program.Uniform(viewName, "lensHalfFov", "mLensHalfFovHandle");
+    m_Sent = 0;
+    const bool footprint = m_Footprint.Find(program, viewName);
+    return m_Law >= 0 && m_K >= 0 && m_Scale >= 0 && m_HalfFov >= 0 && footprint;
+}
+
+void LensUniforms::Send(const ZT5LensModel &model, unsigned generation, MLong boxWidth, MLong boxHeight)
+{
+    m_Footprint.Send(boxWidth, boxHeight);
+    if (generation == m_Sent) return;
+    const ZT5LensModel m = LensLawNormalised(model);
+    glUniform1f(m_Law, float(m.dwLaw));
+    glUniform4f(m_K, m.fK[0], m.fK[1], m.fK[2], m.fK[3]);
+    // The default keeps the number the equidistant law always divided by.
+    const bool equidistant180 = m.dwLaw == ZT5_LENS_EQUIDISTANT && m.fFieldOfView == 180.0f;
+    glUniform1f(m_Scale, equidistant180 ? 1.0f / 1.570795f : float(LensLawScale(m)));
+    // Half the field of view, in radians, a hair wider so that the rim of a
+    // 180-degree lens (the dome's rim row) still counts as seen.
+    glUniform1f(m_HalfFov, float(m.fFieldOfView * 3.14159265358979 / 360.0) + 1e-4f);
+    m_Sent = generation;
+}
+
+// ------------------------------------------------- views drawn per pixel
+
+MRESULT UploadRayQuad(ViewMesh &mesh)
+{
+    const float v[12] = {-1, -1, 0, 1, -1, 0, -1, 1, 0, 1, 1, 0};
+    const float t[8] = {-1, -1, 1, -1, -1, 1, 1, 1};
+    return mesh.Upload(v, t, 4, GL_TRIANGLE_STRIP);
+}
+
+// The inverse by cofactors; a singular matrix (no camera can give one)
+// leaves the identity, which shows nothing of the dome.
+static void Invert4(const float *m, float *out)
+{
+    double a[16], inv[16];
+    for (int i = 0; i < 16; i++) a[i] = m[i];
+    inv[0] = a[5] * a[10] * a[15] - a[5] * a[11] * a[14] - a[9] * a[6] * a[15] + a[9] * a[7] * a[14] + a[13] * a[6] * a[11] - a[13] * a[7] * a[10];
+    inv[4] = -a[4] * a[10] * a[15] + a[4] * a[11] * a[14] + a[8] * a[6] * a[15] - a[8] * a[7] * a[14] - a[12] * a[6] * a[11] + a[12] * a[7] * a[10];
+    inv[8] = a[4] * a[9] * a[15] - a[4] * a[11] * a[13] - a[8] * a[5] * a[15] + a[8] * a[7] * a[13] + a[12] * a[5] * a[11] - a[12] * a[7] * a[9];
+    inv[12] = -a[4] * a[9] * a[14] + a[4] * a[10] * a[13] + a[8] * a[5] * a[14] - a[8] * a[6] * a[13] - a[12] * a[5] * a[10] + a[12] * a[6] * a[9];
+    inv[1] = -a[1] * a[10] * a[15] + a[1] * a[11] * a[14] + a[9] * a[2] * a[15] - a[9] * a[3] * a[14] - a[13] * a[2] * a[11] + a[13] * a[3] * a[10];
+    inv[5] = a[0] * a[10] * a[15] - a[0] * a[11] * a[14] - a[8] * a[2] * a[15] + a[8] * a[3] * a[14] + a[12] * a[2] * a[11] - a[12] * a[3] * a[10];
+    inv[9] = -a[0] * a[9] * a[15] + a[0] * a[11] * a[13] + a[8] * a[1] * a[15] - a[8] * a[3] * a[13] - a[12] * a[1] * a[11] + a[12] * a[3] * a[9];
+    inv[13] = a[0] * a[9] * a[14] - a[0] * a[10] * a[13] - a[8] * a[1] * a[14] + a[8] * a[2] * a[13] + a[12] * a[1] * a[10] - a[12] * a[2] * a[9];
+    inv[2] = a[1] * a[6] * a[15] - a[1] * a[7] * a[14] - a[5] * a[2] * a[15] + a[5] * a[3] * a[14] + a[13] * a[2] * a[7] - a[13] * a[3] * a[6];
+    inv[6] = -a[0] * a[6] * a[15] + a[0] * a[7] * a[14] + a[4] * a[2] * a[15] - a[4] * a[3] * a[14] - a[12] * a[2] * a[7] + a[12] * a[3] * a[6];
+    inv[10] = a[0] * a[5] * a[15] - a[0] * a[7] * a[13] - a[4] * a[1] * a[15] + a[4] * a[3] * a[13] + a[12] * a[1] * a[7] - a[12] * a[3] * a[5];
+    inv[14] = -a[0] * a[5] * a[14] + a[0] * a[6] * a[13] + a[4] * a[1] * a[14] - a[4] * a[2] * a[13] - a[12] * a[1] * a[6] + a[12] * a[2] * a[5];
+    inv[3] = -a[1] * a[6] * a[11] + a[1] * a[7] * a[10] + a[5] * a[2] * a[11] - a[5] * a[3] * a[10] - a[9] * a[2] * a[7] + a[9] * a[3] * a[6];
+    inv[7] = a[0] * a[6] * a[11] - a[0] * a[7] * a[10] - a[4] * a[2] * a[11] + a[4] * a[3] * a[10] + a[8] * a[2] * a[7] - a[8] * a[3] * a[6];
+    inv[11] = -a[0] * a[5] * a[11] + a[0] * a[7] * a[9] + a[4] * a[1] * a[11] - a[4] * a[3] * a[9] - a[8] * a[1] * a[7] + a[8] * a[3] * a[5];
+    inv[15] = a[0] * a[5] * a[10] - a[0] * a[6] * a[9] - a[4] * a[1] * a[10] + a[4] * a[2] * a[9] + a[8] * a[1] * a[6] - a[8] * a[2] * a[5];
+    const double det = a[0] * inv[0] + a[1] * inv[4] + a[2] * inv[8] + a[3] * inv[12];
+    if (det == 0.0 || !std::isfinite(det)) {
+        RotTranMatrix::identity(out);
+        return;
     }
-    const double span = params.span, step = params.step;
-    MLong n = 0;
-    for (double a = 0.0; a < 2.0 * span; a += step) {
-        for (double b = 0.0; b < span * 0.5; b += step) {
-            const double corner[6][2] = {{a, b},        {a + step, b}, {a, b + step},
-                                         {a, b + step}, {a + step, b}, {a + step, b + step}};
-            // The loop bounds are those of Capacity(); the test guards a
-            // rounding difference between the float and double bounds.
-            if (n + 6 > capacity) break;
-            for (int k = 0; k < 6; k++, n++) fn(corner[k][0], corner[k][1], params, pVertices + 3 * n, pTexCoords + 2 * n, user);
-        }
-    }
-    nVertexCount = n;
-    return 0;
+    for (int i = 0; i < 16; i++) out[i] = static_cast<float>(inv[i] / det);
 }
 
-MRESULT DomeMesh::Upload(ViewMesh &mesh, const DomeParams &params, DomeVertexFn fn, void *user)
+bool SetDomeScale(const ViewProgram &program, const char *viewName, float x, float y, float z)
 {
-    DomeMesh dome;
-    MRESULT res = dome.Build(params, fn, user);
-    if (res == 0) res = mesh.Upload(dome.pVertices, dome.pTexCoords, dome.nVertexCount, GL_TRIANGLES);
-    dome.Free();
-    return res;
+    const GLint dome = program.Uniform(viewName, "domeScale", "mDomeScaleHandle");
+    if (dome < 0) return false;
+    program.Use();
+    glUniform3f(dome, x, y, z);
+    return true;
 }
 
-void DomeMesh::Free()
+void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m)
 {
-    MMemFree(pVertices);
-    MMemFree(pTexCoords);
-    pVertices = nullptr;
-    pTexCoords = nullptr;
-    nVertexCount = 0;
+    float inverse[16];
+    Invert4(m.mMVPMatrix, inverse);
+    program.SetMatrix(inverse);
 }
 
 // -------------------------------------------------------------- camera
@@ -150,9 +183,59 @@ float FisheyeWrapTurn(float angle)
     return angle;
 }
 
-void FisheyeBowlView(RotTranMatrix &m, float eyeZ, float rotX, float tranY, float tranZ)
+void FisheyeEye(RotTranMatrix &m, float eyeZ)
 {
     m.setLookAt(0.0f, 0.0f, eyeZ, 0.0f, 0.0f, -4.0f, 0.0f, 4.0f, -4.0f);
+}
+
+void TiltSpring::Between(float rot, Relaxed<float> &tranY, Relaxed<float> &tranZ) const
+{
+    if (rot < tiltRot - 0.01f || rot > restRot + 0.01f) return;
+    const float p = (rot - tiltRot) / (restRot - tiltRot); // 0 at the deepest tilt, 1 at rest
+    tranY = tiltTranY + (restTranY - tiltTranY) * p;
+    tranZ = tiltTranZ + (restTranZ - tiltTranZ) * p;
+}
+
+bool TiltSpring::Step(Relaxed<float> &rot, Relaxed<float> &tranY, Relaxed<float> &tranZ, bool *arrived) const
+{
+    float r = rot.load();
+    *arrived = false;
+    if (!(r < restRot)) return false;
+    r += 1.0f;
+    if (r > restRot) r = restRot;
+    rot = r;
+    Between(r, tranY, tranZ);
+    *arrived = r >= restRot;
+    return true;
+}
+
+float FisheyeFlingTurn(float vx, float up, float down, bool zeroTurnsDown)
+{
+    const float v = std::fabs(vx);
+    if (vx > 0.0f || (vx == 0.0f && !zeroTurnsDown)) return v * up / 1000.0f;
+    return -(v * down / 1000.0f);
+}
+
+TwoSquares TwoSquares::In(MLong w, MLong h)
+{
+    TwoSquares t;
+    if (w / 2 > h) {
+        const MLong m = h / 75;
+        t.side = h - 2 * m;
+        t.left = (w - 2 * t.side) / 2;
+        t.bottom = m;
+    } else {
+        const MLong m = w / 150;
+        t.side = (w - 2 * m) / 2;
+        t.left = m;
+        t.bottom = (h - t.side) / 2;
+    }
+    return t;
+}
+
+void FisheyeBowlView(RotTranMatrix &m, float eyeZ, float rotX, float tranY, float tranZ)
+{
+    FisheyeEye(m, eyeZ);
     RotTranMatrix::rotate(m.mVMatrix, 180.0f, 0.0f, 0.0f, 1.0f);
     RotTranMatrix::rotate(m.mVMatrix, rotX, 1.0f, 0.0f, 0.0f);
     RotTranMatrix::translate(m.mVMatrix, 0.0f, tranY, tranZ);

@@ -5,13 +5,12 @@
 // texture square, centre (0.5, 0.5), radius 0.5. A view only adds its own
 // geometry variant, camera and constants on top of this toolkit:
 //
-//   DomeMesh          the tessellated hemisphere (134 x 34 cells, 27,336
-//                     vertices), built once per view into a buffer object,
-//                     optionally with a per-vertex hook for views that
-//                     compute their own texture coordinates.
-//   FISHEYE_GLSL_*    shader pieces: the dome vertex shader, the
-//                     equidistant lens law and its lookup (the colour
+//   FISHEYE_GLSL_*    shader stages: the lens model (one for every view,
+//                     LensUniforms sends it), the ray of a pane drawn per
+//                     pixel and the dome it meets, the lit map (the colour
 //                     conversion is GLSL_FRAME_COLOUR, shared with every view).
+//   UploadRayQuad,    the quad and the inverse matrix of a pane drawn per
+//   SendRayMatrix     pixel: its cost follows its pixels.
 //   TwoPositionZoom   the wide/close double-tap state machine.
 //   FisheyeBowlView   the camera of the views that look into the bowl.
 //   ViewPane          one pane of a multi-pane view: its viewport and camera.
@@ -30,18 +29,17 @@
 static const float kFisheyeLensRadius = 0.998f;
 // Window pixels to gesture units.
 static const float TOUCH_SCALE_FACTOR = 0.1125f;
-// Dome mesh defaults: longitude over 2 x span, latitude over span / 2.
-static const float kDomeSpan = 3.14159f;     // 0x40490FD0
-static const float kDomeStep = 0.04712385f;  // 0x3D4104F0, 2.7 degrees
+// The dome's radius in world units (the shaders' 6.0).
 static const float kDomeRadius = 6.0f;
 // Degrees to radians as the cameras convert them.
 static const float kFisheyeDegToRad = 3.14159f / 180.0f;
 
 // ------------------------------------------------------- shader pieces
 
-// Dome vertex shader: positions in world units, texture coordinates are the
-// raw (longitude, latitude) angles that the fragment shader maps to the lens.
-#define FISHEYE_GLSL_DOME_VERTEX                                  \
+// The vertex shader of the flat meshes the views still draw (the wall
+// panorama's rectangle, the half sphere's cloud): positions through
+// uMVPMatrix, texture coordinates passed on.
+#define FISHEYE_GLSL_MESH_VERTEX                                  \
     "uniform mat4 uMVPMatrix;\n"                                  \
     "attribute vec3 aPosition;\n"                                 \
     "attribute vec2 aTexCoor;\n"                                  \
@@ -51,86 +49,242 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "    vTextureCoord = aTexCoor;\n"                             \
     "}\n"
 
-// Radial lens law. fisheyeEquidistant: radius (fraction of the lens radius)
-// of latitude t (0 at the rim, pi/2 at the zenith). fisheyeLensLookup: the
-// texture point of longitude s at radius fir, with the view's sign pair,
-// which sets the handedness of the picture.
+// The head of a fisheye fragment shader: the derivatives extension where
+// the driver has it (the footprint sampler below needs it), then highp.
+#define FISHEYE_GLSL_FRAGMENT_HEAD                                  \
+    "#ifdef GL_OES_standard_derivatives\n"                         \
+    "#extension GL_OES_standard_derivatives : enable\n"            \
+    "#endif\n"                                                     \
+    "precision highp float;\n"
+
+// Sampling by the pixel's footprint (after GLSL_FRAME_COLOUR): lensColour(p)
+// is frameColour(p) where a pixel covers up to 7 texels of the lens box (a
+// close view, or one that shrinks the picture a few times: one bilinear
+// tap), and where the view shrinks the picture more (a tile of a wall of
+// displays fed a large frame) the mean of 4 x 4 taps at the centres of the
+// sixteenths of the pixel's footprint, the parallelogram spanned by p's
+// derivatives across the pixel (dFdx, dFdy),
+// so that fine detail doesn't flicker while the view turns. A footprint
+// of more than 24 texels is no footprint but an edge of the view's surface
+// (a neighbour in the 2 x 2 block of pixels the derivatives come from
+// missed it: its point is the zenith, which domeHit leaves for a miss):
+// one tap. lensTexel is the size of a texel of the luma plane in texture
+// units (FootprintUniform). Without the derivatives extension, one tap.
+// The taps are a loop that breaks at once where no footprint asks for
+// them, not a branch: a software rasteriser runs both sides of a branch for
+// a block of pixels, but leaves a loop as soon as no pixel of it goes on.
+#define FISHEYE_GLSL_FOOTPRINT                                                          \
+    "uniform vec2 lensTexel;\n"                                                        \
+    "vec4 lensColour(vec2 p) {\n"                                                      \
+    "#ifdef GL_OES_standard_derivatives\n"                                             \
+    "    vec2 dx = dFdx(p), dy = dFdy(p);\n"                                           \
+    "    float texels = max(length(dx / lensTexel), length(dy / lensTexel));\n"         \
+    "    vec4 sum = vec4(0.0);\n"                                                         \
+    "    float taps = 0.0;\n"                                                             \
+    "    for (int i = 0; i < 16; i++) {\n"                                                \
+    "        if (texels <= 7.0 || texels >= 24.0) break;\n"                               \
+    "        vec2 g = vec2(float(i - (i / 4) * 4), float(i / 4)) - 1.5;\n"                \
+    "        sum += frameColour(p + g.x / 4.0 * dx + g.y / 4.0 * dy);\n"                  \
+    "        taps += 1.0;\n"                                                              \
+    "    }\n"                                                                             \
+    "    if (taps > 0.0) return sum / taps;\n"                                            \
+    "#endif\n"                                                                         \
+    "    return frameColour(p);\n"                                                     \
+    "}\n"
+
+// The lens model (LensLaw.h, the same arithmetic on the processor):
+// lensRadius(theta) is the fraction of the lens circle's radius at which a
+// direction theta (radians off the lens axis) lands, f(theta) * lensScale
+// with f by lensLaw: 0 theta (equidistant), 1 sin(theta / 2) (equisolid),
+// 2 tan(theta / 2) (stereographic), 3 sin(theta) (orthographic), 4 the
+// polynomial theta (1 + k1 theta^2 + k2 theta^4 + k3 theta^6 + k4 theta^8),
+// and lensScale = 1 / f(fov / 2). Every f is odd, so a theta below 0 (the
+// dome mesh's last row runs past the zenith) lands on the other side of the
+// centre, as a negative radius does in the lookup. lensSees(theta): the
+// lens sees the direction (up to half its field of view); where it doesn't,
+// a view shows its background. The uniforms are LensUniforms'; the stage
+// brings the footprint sampler with it. Each law is a loop of one turn left
+// at once unless the law is chosen: a software rasteriser runs every side
+// of a branch, but skips a loop that no pixel enters.
+#define FISHEYE_GLSL_LENS_MODEL                                                          \
+    FISHEYE_GLSL_FOOTPRINT                                                               \
+    "uniform float lensLaw;\n"                                                          \
+    "uniform vec4 lensK;\n"                                                             \
+    "uniform float lensScale;\n"                                                        \
+    "uniform float lensHalfFov;\n"                                                      \
+    "float lensRadius(float theta) {\n"                                                 \
+    "    float f = theta;\n"                                                            \
+    "    for (int i = 0; i < 1; i++) {\n"                                               \
+    "        if (lensLaw < 0.5 || lensLaw > 1.5) break;\n"                              \
+    "        f = sin(0.5 * theta);\n"                                                   \
+    "    }\n"                                                                           \
+    "    for (int i = 0; i < 1; i++) {\n"                                               \
+    "        if (lensLaw < 1.5 || lensLaw > 2.5) break;\n"                              \
+    "        f = tan(0.5 * theta);\n"                                                   \
+    "    }\n"                                                                           \
+    "    for (int i = 0; i < 1; i++) {\n"                                               \
+    "        if (lensLaw < 2.5 || lensLaw > 3.5) break;\n"                              \
+    "        f = sin(theta);\n"                                                         \
+    "    }\n"                                                                           \
+    "    for (int i = 0; i < 1; i++) {\n"                                               \
+    "        if (lensLaw < 3.5) break;\n"                                               \
+    "        float t2 = theta * theta;\n"                                               \
+    "        f = theta * (1.0 + t2 * (lensK.x + t2 * (lensK.y + t2 * (lensK.z + t2 * lensK.w))));\n" \
+    "    }\n"                                                                           \
+    "    return f * lensScale;\n"                                                       \
+    "}\n"                                                                               \
+    "bool lensSees(float theta) { return theta <= lensHalfFov; }\n"
+
+// The dome's radial lookup. fisheyeLatitudeRadius: radius (fraction of half
+// the texture) of latitude t (0 at the rim, pi/2 at the zenith, so the
+// direction is pi/2 - t off the axis) on a lens circle of radius rad.
 #define FISHEYE_GLSL_LENS_LAW                                                   \
-    "float fisheyeEquidistant(float t, float rad) {\n"                          \
-    "    return rad * (1.0 - t / 1.570795);\n"                                  \
-    "}\n"                                                                       \
-    "vec2 fisheyeLensLookup(float s, float fir, float signS, float signT) {\n" \
-    "    return vec2(0.5 + signS * fir * sin(s) / 2.0,\n"                       \
-    "                0.5 + signT * fir * cos(s) / 2.0);\n"                      \
+    FISHEYE_GLSL_LENS_MODEL                                                     \
+    "float fisheyeLatitudeRadius(float t, float rad) {\n"                       \
+    "    return rad * lensRadius(1.570795 - t);\n"                              \
     "}\n"
 
-// A map of the whole lens that lights what a pane sees. The map is drawn
-// with the pane's whole matrix of this frame in uMVPMatrixRect; a point is
-// lit (with `mode` 1) when it lies inside the pane's view volume, bounds
-// included: inside its viewport and between its near and far planes (x, y
-// and z within -1..1 after the division by |w|; a point behind the eye has
-// |z| beyond |w| and fails). Equidistant lens law, the views' sign pair.
-#define FISHEYE_GLSL_LIT_MAP_VERTEX                                       \
-    "uniform mat4 uMVPMatrix;\n"                                         \
-    "uniform mat4 uMVPMatrixRect;\n"                                     \
-    "attribute vec3 aPosition;\n"                                        \
-    "attribute vec2 aTexCoor;\n"                                         \
-    "varying vec2 vTextureCoord;\n"                                      \
-    "varying vec4 vPositionRect;\n"                                      \
-    "void main() {\n"                                                    \
-    "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"            \
-    "    vPositionRect = uMVPMatrixRect * vec4(aPosition, 1.0);\n"      \
-    "    vTextureCoord = aTexCoor;\n"                                    \
+// ------------------------------------------------- views drawn per pixel
+//
+// A pane drawn per pixel covers its viewport with one quad (RayQuad) and
+// finds in the fragment stage what the pane's camera sees through each
+// pixel: the quad's corners carry clip-space points, uMVPMatrix holds the
+// inverse of the pane's whole matrix (SendRayMatrix), and the points of a
+// pixel on the near and far planes, taken back into the mesh's own space,
+// bound the ray that pixel sees. The inverse is a projective map, linear in
+// homogeneous coordinates, so interpolating the two points across the
+// quad without perspective and dividing per fragment is exact. The surface
+// is met exactly, between the near and far planes as a mesh would be
+// clipped; nothing drawn depends on how finely a mesh was cut.
+
+#define FISHEYE_GLSL_RAY_VERTEX                                  \
+    "uniform mat4 uMVPMatrix;\n"                                 \
+    "attribute vec3 aPosition;\n"                                \
+    "attribute vec2 aTexCoor;\n"                                 \
+    "varying vec4 vNear;\n"                                      \
+    "varying vec4 vFar;\n"                                       \
+    "void main() {\n"                                            \
+    "    gl_Position = vec4(aPosition.xy, 0.0, 1.0);\n"          \
+    "    vNear = uMVPMatrix * vec4(aTexCoor, -1.0, 1.0);\n"      \
+    "    vFar = uMVPMatrix * vec4(aTexCoor, 1.0, 1.0);\n"        \
     "}\n"
 
-#define FISHEYE_GLSL_LIT_MAP_FRAGMENT                                     \
-    "precision highp float;\n"                                           \
-    "varying vec2 vTextureCoord;\n"                                      \
-    "varying vec4 vPositionRect;\n"                                      \
-    "uniform float frad;\n"                                              \
-    "uniform float mode;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_LAW        \
-    "void main() {\n"                                                    \
-    "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"      \
-    "    vec4 c = frameColour(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n" \
-    "    vec3 p = vPositionRect.xyz / abs(vPositionRect.w);\n"          \
-    "    if (mode == 1.0 && all(lessThanEqual(abs(p), vec3(1.0))))\n"  \
-    "        c += vec4(0.3, 0.3, 0.3, 1.0);\n"                          \
-    "    gl_FragColor = c;\n"                                            \
+// The dome as a surface: the sphere of radius 6 about the origin, scaled by
+// domeScale along x, y and z (a view's depth squeeze or stretch), the half
+// at or below the rim plane z = 0. The ray is solved against the ellipsoid
+// with its coordinates multiplied by domeScale.z / domeScale, the sphere of
+// radius 6 domeScale.z: the terms stay of the size of the scene also for a
+// dome stretched nearly flat. domeHit(p): the nearest point of it on
+// this fragment's ray between the near and far planes, in the unscaled
+// sphere (|p| = 6); false when the ray meets none (the fragment is then the
+// background). A depth scale of 0 flattens the dome to the rim's disc: the
+// ray meets the plane z = 0, and p is the dome's point above (below) that
+// point of the disc. In the sphere's terms p = -6 (sin s cos t, cos s cos t,
+// sin t) with s the longitude and t the latitude the mesh was built on:
+// domeLatitude(p) is t (0 at the rim, pi/2 at the zenith, pi/2 - t off the
+// lens axis) and domeAbout(p) is (sin s, cos s), the direction about the
+// axis. fisheyeAboutLookup: the texture point at radius fir in direction
+// (sin s, cos s), with the view's sign pair, which sets the handedness of
+// the picture.
+#define FISHEYE_GLSL_DOME_HIT                                                        \
+    "varying vec4 vNear;\n"                                                          \
+    "varying vec4 vFar;\n"                                                           \
+    "uniform vec3 domeScale;\n"                                                      \
+    "bool domeHit(out vec3 p) {\n"                                                   \
+    "    p = vec3(0.0, 0.0, -6.0);\n"                                                \
+    "    vec3 o = vNear.xyz / vNear.w, d = vFar.xyz / vFar.w - o;\n"                 \
+    "    if (domeScale.z < 1e-4) {\n"                                                \
+    "        if (d.z == 0.0) return false;\n"                                        \
+    "        float v = -o.z / d.z;\n"                                                \
+    "        vec2 q = (o.xy + v * d.xy) / domeScale.xy;\n"                           \
+    "        p = vec3(q, -sqrt(max(36.0 - dot(q, q), 0.0)));\n"                      \
+    "        return v >= 0.0 && v <= 1.0 && dot(q, q) <= 36.0;\n"                    \
+    "    }\n"                                                                        \
+    "    vec3 k = domeScale.z / domeScale;\n"                                        \
+    "    vec3 ok = o * k, dk = d * k;\n"                                             \
+    "    float R = 6.0 * domeScale.z;\n"                                             \
+    "    float a = dot(dk, dk), b = dot(ok, dk), c = dot(ok, ok) - R * R;\n"         \
+    "    float q = b * b - a * c;\n"                                                 \
+    "    if (q < 0.0) return false;\n"                                              \
+    "    q = sqrt(q);\n"                                                             \
+    "    float u = (-b - q) / a;\n"                                                  \
+    "    if (u < 0.0 || o.z + u * d.z > 0.0) u = (-b + q) / a;\n"                   \
+    "    p = (o + u * d) / domeScale;\n"                                             \
+    "    return u >= 0.0 && u <= 1.0 && p.z <= 0.0;\n"                               \
+    "}\n"                                                                            \
+    "float domeLatitude(vec3 p) { return atan(-p.z, length(p.xy)); }\n"              \
+    "vec2 domeAbout(vec3 p) {\n"                                                     \
+    "    float r = length(p.xy);\n"                                                  \
+    "    return r > 0.0 ? -p.xy / r : vec2(0.0, 1.0);\n"                             \
+    "}\n"                                                                            \
+    "vec2 fisheyeAboutLookup(vec2 about, float fir, float signS, float signT) {\n"  \
+    "    return vec2(0.5 + signS * fir * about.x / 2.0, 0.5 + signT * fir * about.y / 2.0);\n" \
     "}\n"
 
-// ------------------------------------------------------------ dome mesh
+// The quad of a pane drawn per pixel: the whole viewport, corners in clip
+// space as positions and as texture coordinates. Returns ViewMesh's result.
+MRESULT UploadRayQuad(ViewMesh &mesh);
+// In a DrawPass's uniforms: uMVPMatrix gets the inverse of the pass's
+// whole matrix (computed in double precision).
+void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m);
 
-struct DomeParams {
-    float span = kDomeSpan;
-    float step = kDomeStep;
-    float radius = kDomeRadius;
-    float zScale = 1.0f; // the half sphere and the wall overview squeeze depth to 0.97
+// A map of the whole lens that lights what a pane sees, per pixel (with
+// FISHEYE_GLSL_RAY_VERTEX). uMVPMatrixRect is the pane's whole matrix of
+// this frame; a dome point the map shows is lit (with `mode` 1) when it lies
+// inside the pane's view volume, bounds included: inside its viewport and
+// between its near and far planes (x, y and z within -1..1 after the
+// division by |w|; a point behind the eye has |z| beyond |w| and fails).
+// The lens model, the views' sign pair (-, +).
+#define FISHEYE_GLSL_LIT_MAP_FRAGMENT                                              \
+    FISHEYE_GLSL_FRAGMENT_HEAD                                                     \
+    "uniform mat4 uMVPMatrixRect;\n"                                              \
+    "uniform float frad;\n"                                                       \
+    "uniform float mode;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_DOME_HIT \
+    "void main() {\n"                                                             \
+    "    vec3 p;\n"                                                               \
+    "    if (!domeHit(p)) discard;\n"                                            \
+    "    float t = domeLatitude(p);\n"                                            \
+    "    if (!lensSees(1.570795 - t)) discard;\n"                                \
+    "    float fir = fisheyeLatitudeRadius(t, frad);\n"                           \
+    "    vec4 c = lensColour(fisheyeAboutLookup(domeAbout(p), fir, -1.0, 1.0));\n" \
+    "    vec4 r = uMVPMatrixRect * vec4(p * domeScale, 1.0);\n"                  \
+    "    vec3 q = r.xyz / abs(r.w);\n"                                            \
+    "    if (mode == 1.0 && all(lessThanEqual(abs(q), vec3(1.0))))\n"            \
+    "        c += vec4(0.3, 0.3, 0.3, 1.0);\n"                                   \
+    "    gl_FragColor = c;\n"                                                     \
+    "}\n"
+
+// The dome scale of a program drawn per pixel (its domeScale uniform),
+// looked up and set once: the views whose dome never changes its shape.
+bool SetDomeScale(const ViewProgram &program, const char *viewName, float x, float y, float z);
+
+// The footprint sampler's texel size in one program: Find once after the
+// build, Send with the program in use before each draw (the lens box's size
+// in pixels, the frame's); sent when it changes.
+class FootprintUniform {
+public:
+    bool Find(const ViewProgram &program, const char *viewName);
+    void Send(MLong width, MLong height);
+
+private:
+    GLint m_Texel = -1;
+    MLong m_Width = 0, m_Height = 0;
 };
 
-// Fills one vertex: position (3 floats) and texture coordinate (2 floats) of
-// the angle pair (a, b), longitude and latitude in radians.
-typedef void (*DomeVertexFn)(double a, double b, const DomeParams &params, float *pos, float *tex, void *user);
+// The lens model's uniforms in one program, the footprint's among them.
+// Find once after the build; Send with the program in use before each draw:
+// it sends the model only when it has changed since (the generation of
+// GlesRenderEffect), the texel size when the lens box's size has.
+class LensUniforms {
+public:
+    // Looks the uniforms up (a miss is logged). False when one is absent.
+    bool Find(const ViewProgram &program, const char *viewName);
+    void Send(const ZT5LensModel &model, unsigned generation, MLong boxWidth, MLong boxHeight);
 
-// The standard vertex: -radius * (sin a cos b, cos a cos b, zScale sin b),
-// texture coordinate (a, b). The rim lies in z = 0, the zenith at -radius.
-void DomeStandardVertex(double a, double b, const DomeParams &params, float *pos, float *tex, void *user);
-
-struct DomeMesh {
-    float *pVertices = nullptr;  // 3 floats a vertex
-    float *pTexCoords = nullptr; // 2 floats a vertex
-    MLong nVertexCount = 0;
-
-    // Cells: floor(2 span / step) + 1 columns by floor(span / (2 step)) + 1
-    // rows, six vertices a cell; the last column and row run past the range
-    // so that the mesh overlaps at the seam and crosses the pole. Returns 0,
-    // or 3 when memory can't be had (the mesh is then empty).
-    MRESULT Build(const DomeParams &params, DomeVertexFn fn = DomeStandardVertex, void *user = nullptr);
-    void Free();
-    static MLong Capacity(const DomeParams &params);
-    // Builds the dome and uploads it into `mesh` (triangles); the arrays
-    // here are freed again. Returns 0, or 3 when it can't be had.
-    static MRESULT Upload(ViewMesh &mesh, const DomeParams &params, DomeVertexFn fn = DomeStandardVertex,
-                          void *user = nullptr);
+private:
+    GLint m_Law = -1, m_K = -1, m_Scale = -1, m_HalfFov = -1;
+    unsigned m_Sent = 0; // no generation is 0
+    FootprintUniform m_Footprint;
 };
 
 // -------------------------------------------------------------- camera
@@ -160,11 +314,49 @@ struct TwoPositionZoom {
     }
 };
 
-// The camera that looks into the bowl from its axis: the eye at eyeZ on the
-// axis looking towards (0, 0, -4) with up (0, 4, -4), turned half a turn
-// about the axis, tilted by rotX degrees about x and moved by (0, tranY,
-// tranZ). The view's turn about the axis is the caller's last rotation.
+// The eye of every dome view: at eyeZ on the axis, looking towards
+// (0, 0, -4) with up (0, 4, -4). The views' rotations go on top.
+void FisheyeEye(RotTranMatrix &m, float eyeZ);
+
+// The camera that looks into the bowl from its axis: FisheyeEye, turned
+// half a turn about the axis, tilted by rotX degrees about x and moved by
+// (0, tranY, tranZ). The view's turn about the axis is the caller's last
+// rotation.
 void FisheyeBowlView(RotTranMatrix &m, float eyeZ, float rotX, float tranY, float tranZ);
+
+// The turn of one inertia step of release velocity vx: |vx| * up / 1000
+// added for vx at or above 0 (above 0 when zeroTurnsDown), |vx| * down /
+// 1000 taken off otherwise. The views' factors differ by direction.
+float FisheyeFlingTurn(float vx, float up, float down, bool zeroTurnsDown = false);
+
+// The layout of the views of two squares side by side (modes 4 and 8),
+// centred: in a window more than twice as wide as high their side is the
+// height less a margin of 1/75 of it above and below; otherwise the half
+// width less a margin of 1/150 of the width at each side. Whole pixels,
+// glViewport's terms (y from the bottom).
+struct TwoSquares {
+    MLong left, bottom, side; // the left square; the right one is at left + side
+    static TwoSquares In(MLong w, MLong h);
+};
+
+// The spring-back of a tilt below a rest pose (the half sphere inside the
+// bowl, the map view's pane): released, the tilt rises one degree a frame
+// to the rest pose, and the eye's shifts move along, linearly in the tilt,
+// between the deepest tilt's and the rest pose's.
+struct TiltSpring {
+    float restRot, restTranY, restTranZ; // the rest pose
+    float tiltRot, tiltTranY, tiltTranZ; // the deepest tilt
+
+    // The shifts at tilt rot (nothing for a tilt beyond the two poses by
+    // more than a hundredth of a degree: a restored one, which the view's
+    // clamps bring back).
+    void Between(float rot, Relaxed<float> &tranY, Relaxed<float> &tranZ) const;
+    // One frame of the spring when rot lies below the rest pose: the tilt
+    // a degree up (not past the rest pose) and the shifts with it. False,
+    // changing nothing, when it is at or above the rest pose; *arrived
+    // tells whether this frame reached it.
+    bool Step(Relaxed<float> &rot, Relaxed<float> &tranY, Relaxed<float> &tranZ, bool *arrived) const;
+};
 
 // One pane of a multi-pane view: its place in the window (GL viewport,
 // origin bottom left) and its own camera.

@@ -19,26 +19,23 @@ namespace {
 
 // ------------------------------------------------------------ shaders
 
-// The bowl: the lens law blends from a sine-like curve through the
-// equidistant line to a cosine curve as fratio rises with the eye distance.
-// It is evaluated per vertex: the mesh is fine enough (a vertex every couple
-// of degrees) that the lookup point, interpolated linearly across a
-// triangle, stays within a tenth of a source pixel of the per-pixel result,
-// and the fragment stage is left with the three plane fetches.
-const char kSphereVertex[] =
-    "uniform mat4 uMVPMatrix;\n"
+// The bowl, per pixel: the point of the bowl (the dome squeezed to 0.97 in
+// depth) each pixel sees, then a lens law that blends from a sine-like curve
+// through the lens model (the equidistant line by default) to a cosine curve
+// as fratio rises with the eye distance, at the point's latitude t. Where
+// no point of the bowl is seen the backdrop stays.
+const char kSphereFragment[] =
+    FISHEYE_GLSL_FRAGMENT_HEAD
     "uniform float frad;\n"
     "uniform float fratio;\n"
-    "uniform float PlatFlag;\n"
-    "attribute vec3 aPosition;\n"
-    "attribute vec2 aTexCoor;\n"
-    "varying vec2 vLookup;\n" FISHEYE_GLSL_LENS_LAW
+    "uniform float PlatFlag;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_DOME_HIT
     "void main() {\n"
-    "    gl_Position = uMVPMatrix * vec4(aPosition, 1.0);\n"
-    "    float s = aTexCoor.s;\n"
-    "    float t = aTexCoor.t;\n"
+    "    vec3 p;\n"
+    "    if (!domeHit(p)) discard;\n"
+    "    float t = domeLatitude(p);\n"
+    "    if (!lensSees(1.570795 - t)) discard;\n"
     "    float ftmp = (0.8 - 1.0) * t + 1.0;\n"
-    "    float fir2 = ftmp * fisheyeEquidistant(t, frad);\n"
+    "    float fir2 = ftmp * fisheyeLatitudeRadius(t, frad);\n"
     "    float tm = PlatFlag == 0.0 ? 0.25 : 0.5;\n"
     "    float m3 = 0.35;\n"
     "    float fir;\n"
@@ -49,14 +46,7 @@ const char kSphereVertex[] =
     "        float frat = fratio * m3 / tm + 1.0 - m3;\n"
     "        fir = frat * fir2 + (1.0 - frat) * frad * ftmp * (1.0 - sin(t));\n"
     "    }\n"
-    "    vLookup = fisheyeLensLookup(s, fir, -1.0, 1.0);\n"
-    "}\n";
-
-const char kSphereFragment[] =
-    "precision highp float;\n"
-    "varying vec2 vLookup;\n" GLSL_FRAME_COLOUR
-    "void main() {\n"
-    "    gl_FragColor = frameColour(vLookup);\n"
+    "    gl_FragColor = lensColour(fisheyeAboutLookup(domeAbout(p), fir, -1.0, 1.0));\n"
     "}\n";
 
 const char kBackFragment[] =
@@ -143,12 +133,18 @@ private:
     void seedStars();
     void twinkleStars(int count);
     int nextRand();
+    // The camera a frame starts with, before its step: the backdrop's.
+    struct Pose {
+        float camZ, rotZ, tranY, tranZ, angleZ;
+    };
+    void drawBackdrop();
     void drawCloud();
     void drawStars(int count, float size, int slot);
     // The view matrix of the camera with eye distance `eyeZ`, all but the
     // last rotation, which the caller adds.
-    void setCameraView(RotTranMatrix &m, float eyeZ);
+    void setCameraView(RotTranMatrix &m, float eyeZ, const Pose &pose);
     float backgroundEyeZ() const;
+    Pose m_Behind = {}; // render thread
 
     // Camera.
     int springBack();
@@ -164,11 +160,12 @@ private:
 
     ViewProgram m_Sphere;
     GLint maRatioHandle = -1;
+    LensUniforms m_Lens;
     ViewProgram m_Back;
     ViewProgram m_Points;
     GLint mPointSizeHandle = -1, mPointLightHandle = -1;
 
-    ViewMesh m_Dome;
+    ViewMesh m_Quad; // the bowl, drawn per pixel
     ViewMesh m_BackQuad;
     ViewMesh m_Stars; // the positions drawn, uploaded again when they change
     GlTexture m_BackTextures[3];
@@ -231,6 +228,10 @@ private:
     Relaxed<float> fHitAngle{0.0f};
 };
 
+// The spring of a tilt below the roam pose, between it and the tilt limit.
+const TiltSpring kSpring = {HalfSphere::fRoamRotZ, HalfSphere::fRoamTranY, HalfSphere::fRoamTranZ,
+                            HalfSphere::fTiltRotZ, HalfSphere::fTiltTranY, HalfSphere::fTiltTranZ};
+
 GlesRenderEffect *MakeHalfSphere(MDWord dwFEPlatform)
 {
     return new (std::nothrow) HalfSphere(dwFEPlatform);
@@ -264,9 +265,7 @@ HalfSphere::HalfSphere(MDWord dwFEPlatform)
 
 MRESULT HalfSphere::Build()
 {
-    DomeParams params;
-    params.zScale = 0.97f;
-    DomeMesh::Upload(m_Dome, params);
+    UploadRayQuad(m_Quad);
     const float a = 4.0f * kDomeRadius, z = -2.0f * kDomeRadius;
     const float v[12] = {-a, -a, z, a, -a, z, -a, a, z, a, a, z};
     const float t[8] = {0, 1, 1, 1, 0, 0, 1, 0};
@@ -274,17 +273,19 @@ MRESULT HalfSphere::Build()
     initStars();
 
     MRESULT lRet = 0;
-    if (m_Sphere.Build("HalfSphere", kSphereVertex, kSphereFragment) != 0) lRet = -1;
+    if (m_Sphere.Build("HalfSphere", FISHEYE_GLSL_RAY_VERTEX, kSphereFragment) != 0) lRet = -1;
     const GLint radHandle = m_Sphere.Uniform("HalfSphere", "frad", "mRadHandle");
     maRatioHandle = m_Sphere.Uniform("HalfSphere", "fratio", "maRatioHandle");
     const GLint platformHandle = m_Sphere.Uniform("HalfSphere", "PlatFlag", "mFEPlatformHandle");
-    if (radHandle < 0 || maRatioHandle < 0 || platformHandle < 0) lRet = -1;
+    const GLint domeHandle = m_Sphere.Uniform("HalfSphere", "domeScale", "mDomeScaleHandle");
+    if (radHandle < 0 || maRatioHandle < 0 || platformHandle < 0 || domeHandle < 0 || !m_Lens.Find(m_Sphere, "HalfSphere")) lRet = -1;
     if (lRet == 0) {
         // Constants of the view.
         m_Sphere.Use();
         glUniform1f(radHandle, fRad);
         glUniform1f(platformHandle, m_dwFEPlatform == 0 ? 0.0f : 1.0f);
-        if (m_Back.Build("HalfSphere", FISHEYE_GLSL_DOME_VERTEX, kBackFragment, ViewProgram::kOwnPicture) != 0) {
+        glUniform3f(domeHandle, 1.0f, 1.0f, 0.97f); // the bowl's depth squeeze
+        if (m_Back.Build("HalfSphere", FISHEYE_GLSL_MESH_VERTEX, kBackFragment, ViewProgram::kOwnPicture) != 0) {
             MLogInfo("[%s] HalfSphere:: buildProgram error mbackaPositionHandle:%d. ", MLOG_TAG, m_Back.aPosition);
             lRet = -1;
         }
@@ -313,8 +314,8 @@ MRESULT HalfSphere::Build()
         MMemFree(pPicture);
     }
 
-    // Without a mesh there is nothing to draw either.
-    if (lRet == 0 && !m_Dome) lRet = 3;
+    // Without its quad there is nothing to draw either.
+    if (lRet == 0 && !m_Quad) lRet = 3;
     return lRet;
 }
 
@@ -395,8 +396,15 @@ void HalfSphere::twinkleStars(int count)
 
 // ------------------------------------------------------------- drawing
 
-// The cloud and the stars, with the camera of the last frame.
+// The cloud and the stars are drawn with the camera of the last frame: it
+// is kept here, before the step, and they are drawn after the bowl (Draw),
+// behind it by the depth test, so that no pixel is shaded twice.
 void HalfSphere::DrawBehind(const Frame &)
+{
+    m_Behind = {fCamZ.load(), fCamRotZ.load(), fCamTranY.load(), fCamTranZ.load(), fCamAngleZ.load()};
+}
+
+void HalfSphere::drawBackdrop()
 {
     if (mbISDisplayBack.load()) drawCloud();
     if (mbStarState.load()) {
@@ -413,15 +421,16 @@ void HalfSphere::DrawBehind(const Frame &)
     }
 }
 
-void HalfSphere::setCameraView(RotTranMatrix &m, float eyeZ)
+void HalfSphere::setCameraView(RotTranMatrix &m, float eyeZ, const Pose &pose)
 {
-    FisheyeBowlView(m, eyeZ, fCamRotZ.load(), fCamTranY.load(), fCamTranZ.load());
+    FisheyeBowlView(m, eyeZ, pose.rotZ, pose.tranY, pose.tranZ);
 }
 
+// The backdrop's eye distance, from the eye's of the last frame.
 float HalfSphere::backgroundEyeZ() const
 {
     const float zMax = fCamZMax.load();
-    const float d = fCamZ.load() - zMax;
+    const float d = m_Behind.camZ - zMax;
     const float w = zMax - fCamZMin;
     float e;
     if (d <= 0.0f) {
@@ -435,12 +444,13 @@ float HalfSphere::backgroundEyeZ() const
 
 void HalfSphere::drawCloud()
 {
+    // The cloud turns 0.65 degrees a drawn frame.
+    fBackCamZ = backgroundEyeZ();
+    if (fCloudAngle > 360.0f) fCloudAngle = 0.0f;
+    fCloudAngle += 0.65f;
     auto camera = [&](RotTranMatrix &m) {
-        fBackCamZ = backgroundEyeZ();
-        setCameraView(m, fBackCamZ);
-        if (fCloudAngle > 360.0f) fCloudAngle = 0.0f;
-        RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
-        fCloudAngle += 0.65f;
+        setCameraView(m, fBackCamZ, m_Behind);
+        RotTranMatrix::rotate(m.mVMatrix, m_Behind.angleZ + 180.0f, 0.0f, 0.0f, 1.0f);
         m.rotate(fCloudAngle, 0.0f, 0.0f, 1.0f);
     };
     // The cloud picture is ours, made in BT.601 video range: it keeps that
@@ -457,8 +467,8 @@ void HalfSphere::drawStars(int count, float size, int slot)
     m.setIdentity();
     m.pushMatrix();
     fStarCamZ = backgroundEyeZ();
-    setCameraView(m, fStarCamZ);
-    RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
+    setCameraView(m, fStarCamZ, m_Behind);
+    RotTranMatrix::rotate(m.mVMatrix, m_Behind.angleZ + 180.0f, 0.0f, 0.0f, 1.0f);
     m.getFinalMatrix();
 
     if (size == 2.0f) {
@@ -489,11 +499,22 @@ void HalfSphere::Draw(const Frame &f)
         fRatio = fRatioMax;
     else
         fRatio = (z - fCamZMin) * fRatioMax / (zMax - fCamZMin);
+    const Pose now = {fCamZ.load(), fCamRotZ.load(), fCamTranY.load(), fCamTranZ.load(), fCamAngleZ.load()};
     auto camera = [&](RotTranMatrix &m) {
-        setCameraView(m, fCamZ.load());
-        RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ.load() + 180.0f, 0.0f, 0.0f, 1.0f);
+        setCameraView(m, now.camZ, now);
+        RotTranMatrix::rotate(m.mVMatrix, now.angleZ + 180.0f, 0.0f, 0.0f, 1.0f);
     };
-    DrawPass(m_Camera, camera, m_Sphere, m_Dome, f.sampling, [&] { glUniform1f(maRatioHandle, fRatio); });
+    // The bowl's pixels take the depth of its quad (0.5), nearer than any
+    // of the backdrop (the cloud 12 and the stars 7.5 below the rim, behind
+    // the bowl from every eye): the backdrop fills only the rest.
+    glEnable(GL_DEPTH_TEST);
+    DrawPass(m_Camera, camera, m_Sphere, m_Quad, f.sampling, [&] {
+        SendRayMatrix(m_Sphere, m_Camera);
+        glUniform1f(maRatioHandle, fRatio);
+        m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
+    });
+    drawBackdrop();
+    glDisable(GL_DEPTH_TEST);
 }
 
 // Still moving: the cloud turns and the stars twinkle every frame while
@@ -646,22 +667,17 @@ void HalfSphere::spinStep()
 int HalfSphere::springBack()
 {
     const unsigned char up = bTouchUp.load();
-    float rot = fCamRotZ.load();
-    if (up == 1 && rot < fRoamRotZ && !bAnimStarted) {
-        rot += 1.0f;
-        if (rot > fRoamRotZ) rot = fRoamRotZ;
-        fCamRotZ = rot;
-        const float p = (rot - fTiltRotZ) / (fRoamRotZ - fTiltRotZ);
+    bool arrived = false;
+    if (up == 1 && !bAnimStarted && kSpring.Step(fCamRotZ, fCamTranY, fCamTranZ, &arrived)) {
         fCamZ = fCamZMin;
-        fCamTranY = fTiltTranY + (fRoamTranY - fTiltTranY) * p;
-        fCamTranZ = fTiltTranZ + (fRoamTranZ - fTiltTranZ) * p;
-        if (rot >= fRoamRotZ) {
+        if (arrived) {
             belasticstate = 1;
             fTz = nRoamState.load() == 0 ? fRoamRotZ / 18.0f : 0.0f;
         }
         bTouchUpPrev = 1;
         return 1;
     }
+    const float rot = fCamRotZ.load();
     if (up == 0 && bTouchUpPrev == 1 && rot < fRoamRotZ && !bAnimStarted) {
         // A finger has landed on a springing tilt: it takes the tilt over.
         belasticstate = 1;
@@ -702,11 +718,9 @@ void HalfSphere::lookAroundMove()
         }
     } else if (belasticstate.load() == 1 && bTouchUp.load() == 0) {
         const float r = tz * 18.0f + fRoamRotZ;
-        const float p = (r - fTiltRotZ) / (fRoamRotZ - fTiltRotZ);
         fCamRotZ = r;
         fCamZ = fCamZMin;
-        fCamTranY = fTiltTranY + (fRoamTranY - fTiltTranY) * p;
-        fCamTranZ = fTiltTranZ + (fRoamTranZ - fTiltTranZ) * p;
+        kSpring.Between(r, fCamTranY, fCamTranZ);
     } else {
         fCamZ = fCamZMin;
         fCamRotZ = fRoamRotZ;
@@ -742,10 +756,8 @@ void HalfSphere::lookDownMove()
         fCamTranZ = fTiltTranZ * p;
         fCamZ = zMax + (fCamZMin - zMax) * p;
     } else if (r <= fRoamRotZ) {
-        const float p = (r - fTiltRotZ) / (fRoamRotZ - fTiltRotZ);
         fCamZ = fCamZMin;
-        fCamTranY = fTiltTranY + (fRoamTranY - fTiltTranY) * p;
-        fCamTranZ = fTiltTranZ + (fRoamTranZ - fTiltTranZ) * p;
+        kSpring.Between(r, fCamTranY, fCamTranZ);
     } else {
         const float q = r / fRoamRotZ; // 1 at the roam pose, 0 at the overview
         fCamTranY = fRoamTranY * q;
@@ -766,11 +778,7 @@ void HalfSphere::Drag(float px, float py, float x, float y)
 
 void HalfSphere::Fling(float fVelX, float)
 {
-    const float step = std::fabs(fVelX) * 6.075001f / 1000.0f;
-    if (fVelX >= 0.0f)
-        zAngle += step;
-    else
-        zAngle -= step;
+    zAngle += FisheyeFlingTurn(fVelX, 6.075001f, 6.075001f);
 }
 
 void HalfSphere::DoubleTap(float x, float y)

@@ -12,19 +12,21 @@
 
 namespace {
 
-// The lens law narrowed towards the zenith by (1 - 0.2 t); fratio is 0 in
-// every draw. Signs (+, -): the picture is turned half a turn against the
-// half sphere's at equal angles.
-const char kFragment[] = "precision highp float;\n"
-                         "varying vec2 vTextureCoord;\n"
+// Per pixel: the dome point the pane sees, then the lens model narrowed
+// towards the zenith by (1 - 0.2 t) at its latitude t (the bowl law of this
+// view); fratio is 0 in every draw. Signs (+, -): the picture is turned half
+// a turn against the half sphere's at equal angles.
+const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                          "uniform float frad;\n"
-                         "uniform float fratio;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_LAW
+                         "uniform float fratio;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_DOME_HIT
                          "void main() {\n"
-                         "    float s = vTextureCoord.s;\n"
-                         "    float t = vTextureCoord.t;\n"
+                         "    vec3 p;\n"
+                         "    if (!domeHit(p)) discard;\n"
+                         "    float t = domeLatitude(p);\n"
+                         "    if (!lensSees(1.570795 - t)) discard;\n"
                          "    float ftmp = (0.8 - 1.0) * t + 1.0 + fratio;\n"
-                         "    float fir = ftmp * fisheyeEquidistant(t, frad);\n"
-                         "    gl_FragColor = frameColour(fisheyeLensLookup(s, fir, 1.0, -1.0));\n"
+                         "    float fir = ftmp * fisheyeLatitudeRadius(t, frad);\n"
+                         "    gl_FragColor = lensColour(fisheyeAboutLookup(domeAbout(p), fir, 1.0, -1.0));\n"
                          "}\n";
 
 const float kNear = 1.5f, kFar = 25.0f;
@@ -73,22 +75,24 @@ public:
     {
         ViewEffect::SetFishEyeCruiseState(state, fVelocity);
         for (auto &t : bIsAutoTouring) t = state != 0 ? 1 : 0;
-        bIsAnyTouring = state != 0 ? 1 : 0;
+        UpdateAnyTouring();
     }
     MLong GetFishEyeCruiseState() override { return bIsAnyTouring.load() ? 1 : 0; }
 
 private:
     MRESULT Build() override
     {
-        DomeMesh::Upload(m_Dome, DomeParams());
-        const int failures = m_Program.Build("MultiView", FISHEYE_GLSL_DOME_VERTEX, kFragment);
+        UploadRayQuad(m_Quad);
+        const int failures = m_Program.Build("MultiView", FISHEYE_GLSL_RAY_VERTEX, kFragment);
         const GLint rad = m_Program.Uniform("MultiView", "frad", "mRadHandle");
         const GLint ratio = m_Program.Uniform("MultiView", "fratio", "maRatioHandle");
-        if (failures || rad < 0 || ratio < 0) return -1;
+        const GLint dome = m_Program.Uniform("MultiView", "domeScale", "mDomeScaleHandle");
+        if (failures || rad < 0 || ratio < 0 || dome < 0 || !m_Lens.Find(m_Program, "MultiView")) return -1;
         m_Program.Use();
         glUniform1f(rad, kFisheyeLensRadius);
         glUniform1f(ratio, 0.0f);
-        return m_Dome ? 0 : 3;
+        glUniform3f(dome, 1.0f, 1.0f, 1.0f);
+        return m_Quad ? 0 : 3;
     }
 
     // Each pane's frustum has the window's proportions, which are also the
@@ -131,12 +135,15 @@ private:
 
     void DrawPane(int i, const Frame &f)
     {
+        if (Cruising()) CruiseStep();
         auto camera = [&](RotTranMatrix &m) {
             FisheyeBowlView(m, kCamZ, fCamRotZ[i].load(), fCamTranY[i].load(), fCamTranZ[i].load());
-            if (Cruising()) CruiseStep();
             RotTranMatrix::rotate(m.mVMatrix, zAngle[i].load() + kPaneOffset[i], 0.0f, 0.0f, 1.0f);
         };
-        DrawPass(m_Pane[i].camera, camera, m_Program, m_Dome, f.sampling, [] {});
+        DrawPass(m_Pane[i].camera, camera, m_Program, m_Quad, f.sampling, [&] {
+            SendRayMatrix(m_Program, m_Pane[i].camera);
+            m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
+        });
     }
 
     // The pose from the tilt input: sideways at 0, straight down the axis at
@@ -177,10 +184,13 @@ private:
         return false;
     }
 
+    // What the host hears: a cruise runs while it is on and some pane takes
+    // part (a restored record may carry touring flags with the cruise off:
+    // nothing turns then, and none is reported).
     void UpdateAnyTouring()
     {
-        bIsAnyTouring = (bIsAutoTouring[0].load() | bIsAutoTouring[1].load() | bIsAutoTouring[2].load() |
-                         bIsAutoTouring[3].load()) != 0;
+        bIsAnyTouring = Cruising() && (bIsAutoTouring[0].load() | bIsAutoTouring[1].load() |
+                                       bIsAutoTouring[2].load() | bIsAutoTouring[3].load()) != 0;
     }
 
     // A pane index as stored (a restore clamps it; a gesture may race it).
@@ -234,11 +244,7 @@ private:
     void Fling(float fVelX, float) override
     {
         const int i = PaneIndex(mCurViewIndex.load());
-        const float v = fVelX < 0.0f ? -fVelX : fVelX;
-        if (fVelX >= 0.0f)
-            zAngle[i] += v * kFlingUp / 1000.0f;
-        else
-            zAngle[i] -= v * kFlingDown / 1000.0f;
+        zAngle[i] += FisheyeFlingTurn(fVelX, kFlingUp, kFlingDown);
         bIsAutoTouring[i] = 0;
         UpdateAnyTouring();
     }
@@ -267,7 +273,8 @@ private:
     }
 
     ViewProgram m_Program;
-    ViewMesh m_Dome;
+    LensUniforms m_Lens;
+    ViewMesh m_Quad;
     ViewPane m_Pane[4];
 
     Relaxed<float> zAngle[4];    // turn of each pane, degrees, 0..360

@@ -22,6 +22,7 @@ const float kPaneCamZ = 2.0f, kMapCamZ = 6.2f;
 const float kRoamRotZ = -45.5605965f, kRoamTranY = 1.87908530f, kRoamTranZ = 1.39894652f;
 const float kTiltRotZ = -65.9005966f, kTiltTranZ = 0.685671985f, kTiltTranY = 2.61819792f;
 // fTz: 10 degrees a unit towards the axis, 13.5 below the rest pose.
+const TiltSpring kSpring = {kRoamRotZ, kRoamTranY, kRoamTranZ, kTiltRotZ, kTiltTranY, kTiltTranZ};
 const float kTzMax = kRoamRotZ / -10.0f;
 const float kTzMin = (kTiltRotZ - kRoamRotZ) / 13.5f;
 const float kFlingFactor = 5.0625f;
@@ -62,36 +63,24 @@ public:
 private:
     MRESULT Build() override
     {
-        DomeMesh::Upload(m_Dome, DomeParams());
-        m_Program.Build("MultiViewMap", FISHEYE_GLSL_LIT_MAP_VERTEX, FISHEYE_GLSL_LIT_MAP_FRAGMENT);
+        UploadRayQuad(m_Quad);
+        m_Program.Build("MultiViewMap", FISHEYE_GLSL_RAY_VERTEX, FISHEYE_GLSL_LIT_MAP_FRAGMENT);
         const char *where = "MultiViewMap";
         const GLint rad = m_Program.Uniform(where, "frad", "mRadHandle");
         muRect = m_Program.Uniform(where, "uMVPMatrixRect", "muMVPMatrixRectHandle");
+        const bool lens = m_Lens.Find(m_Program, where) && SetDomeScale(m_Program, where, 1.0f, 1.0f, 1.0f);
         muMode = m_Program.Uniform(where, "mode", "muC2RModeHandle");
-        if (rad < 0 || muRect < 0 || muMode < 0) return -1;
+        if (rad < 0 || muRect < 0 || muMode < 0 || !lens) return -1;
         m_Program.Use();
         glUniform1f(rad, kFisheyeLensRadius);
-        return m_Dome ? 0 : 3;
+        return m_Quad ? 0 : 3;
     }
 
-    // Two squares that touch, side by side and centred: in a window more
-    // than twice as wide as high their side is the height less a margin of
-    // 1/75 of it above and below; otherwise the half width less a margin
-    // of 1/150 of the width at each side. Whole-pixel arithmetic.
+    // The map on the left of the two squares, the pane on the right.
     void Project(MLong w, MLong h) override
     {
-        MLong side, left, y0;
-        if (w / 2 > h) {
-            const MLong m = h / 75;
-            side = h - 2 * m;
-            left = (w - 2 * side) / 2;
-            y0 = m;
-        } else {
-            const MLong m = w / 150;
-            side = (w - 2 * m) / 2;
-            left = m;
-            y0 = (h - side) / 2;
-        }
+        const TwoSquares sq = TwoSquares::In(w, h);
+        const MLong side = sq.side, left = sq.left, y0 = sq.bottom;
         m_Pane[kMap].SetViewport(GLint(left), GLint(y0), GLint(side), GLint(side));
         m_Pane[kPane].SetViewport(GLint(left + side), GLint(y0), GLint(side), GLint(side));
         for (ViewPane &p : m_Pane) p.camera.setProjectFrustum(-1.0f, 1.0f, -1.0f, 1.0f, kNear, kFar);
@@ -116,42 +105,44 @@ private:
     // map lights.
     void Draw(const Frame &f) override
     {
+        const float turn = FisheyeWrapDegrees(zAngle[kPane].load());
+        fCamAngleZ[kPane] = turn;
         auto pane = [&](RotTranMatrix &m) {
             FisheyeBowlView(m, kPaneCamZ, fCamRotZ[kPane].load(), fCamTranY[kPane].load(), fCamTranZ[kPane].load());
-            fCamAngleZ[kPane] = FisheyeWrapDegrees(zAngle[kPane].load());
-            RotTranMatrix::rotate(m.mVMatrix, fCamAngleZ[kPane].load() + 180.0f, 0.0f, 0.0f, 1.0f);
+            RotTranMatrix::rotate(m.mVMatrix, turn + 180.0f, 0.0f, 0.0f, 1.0f);
         };
-        auto map = [&](RotTranMatrix &m) { m.setLookAt(0.0f, 0.0f, kMapCamZ, 0.0f, 0.0f, -4.0f, 0.0f, 4.0f, -4.0f); };
+        auto map = [&](RotTranMatrix &m) { FisheyeEye(m, kMapCamZ); };
         m_Pane[kPane].Apply();
-        DrawPass(m_Pane[kPane].camera, pane, m_Program, m_Dome, f.sampling, [&] {
+        DrawPass(m_Pane[kPane].camera, pane, m_Program, m_Quad, f.sampling, [&] {
+            SendRayMatrix(m_Program, m_Pane[kPane].camera);
+            m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
             glUniform1f(muMode, 0.0f);
             glUniformMatrix4fv(muRect, 1, GL_FALSE, m_Pane[kPane].camera.mMVPMatrix);
         });
         m_Pane[kMap].Apply();
-        DrawPass(m_Pane[kMap].camera, map, m_Program, m_Dome, f.sampling, [&] {
+        DrawPass(m_Pane[kMap].camera, map, m_Program, m_Quad, f.sampling, [&] {
+            SendRayMatrix(m_Program, m_Pane[kMap].camera);
+            m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
             glUniform1f(muMode, 1.0f);
             glUniformMatrix4fv(muRect, 1, GL_FALSE, m_Pane[kPane].camera.mMVPMatrix);
         });
     }
 
-    // A released deep tilt returns to the rest pose one degree a frame,
-    // moving the eye along between the two poses. Returns 1 while it does.
+    // A released deep tilt returns to the rest pose (the toolkit's spring).
+    // Returns 1 while it does.
     int SpringBack()
     {
         const unsigned char up = bTouchUp.load();
-        float rot = fCamRotZ[kPane].load();
-        if (up == 1 && rot < kRoamRotZ) {
-            rot += 1.0f;
-            if (rot > kRoamRotZ) rot = kRoamRotZ;
-            fCamRotZ[kPane] = rot;
-            BetweenPoses(rot);
-            if (rot >= kRoamRotZ) {
+        bool arrived = false;
+        if (up == 1 && kSpring.Step(fCamRotZ[kPane], fCamTranY[kPane], fCamTranZ[kPane], &arrived)) {
+            if (arrived) {
                 belasticstate = 1;
                 fTz[kPane] = 0.0f;
             }
             bTouchUpPrev = up;
             return 1;
         }
+        const float rot = fCamRotZ[kPane].load();
         // A finger landed since the last frame (seen as the change of
         // bTouchUp, or flagged by the touch itself when it was lifted and
         // put down again between two frames): the tilt below the rest pose
@@ -164,15 +155,6 @@ private:
         }
         bTouchUpPrev = up;
         return 0;
-    }
-
-    // The translations between the deepest tilt and the rest pose.
-    void BetweenPoses(float rot)
-    {
-        if (rot < kTiltRotZ - 0.01f || rot > kRoamRotZ + 0.01f) return;
-        const float p = (rot - kTiltRotZ) / (kRoamRotZ - kTiltRotZ);
-        fCamTranY[kPane] = kTiltTranY + (kRoamTranY - kTiltTranY) * p;
-        fCamTranZ[kPane] = kTiltTranZ + (kRoamTranZ - kTiltTranZ) * p;
     }
 
     // The pose from fTz: from the rest pose up to the axis for fTz >= 0;
@@ -193,7 +175,7 @@ private:
             if (r < kTiltRotZ) r = kTiltRotZ;
             if (r > 0.0f) r = 0.0f;
             fCamRotZ[kPane] = r;
-            BetweenPoses(r);
+            kSpring.Between(r, fCamTranY[kPane], fCamTranZ[kPane]);
         } else {
             fCamRotZ[kPane] = kRoamRotZ;
             fCamTranZ[kPane] = kRoamTranZ;
@@ -211,7 +193,7 @@ private:
     // direction: the aim stays as it was.
     void AimFromMap(float x, float y)
     {
-        const float dx = m_MapCentreX - x, dy = y - m_MapCentreY;
+        const float dx = m_MapCentreX.load() - x, dy = y - m_MapCentreY.load();
         if (dx == 0.0f && dy == 0.0f) return;
         float a;
         if (dx == 0.0f)
@@ -219,7 +201,7 @@ private:
         else
             a = std::atan(dy / dx) * kRadToDeg + (dx > 0.0f ? 90.0f : 270.0f);
         zAngle[kPane] = a;
-        const float D = m_MapReach;
+        const float D = m_MapReach.load();
         const float e = std::sqrt(dx * dx + dy * dy);
         float tz = (D - 1.8f * e) * kTzMax / D;
         fTz[kPane] = tz < 0.0f ? 0.0f : tz;
@@ -255,22 +237,20 @@ private:
         zAngle[kPane] += (x1 - x0) * TOUCH_SCALE_FACTOR;
     }
 
-    void Fling(float fVelX, float) override
-    {
-        const float step = std::fabs(fVelX) * kFlingFactor / 1000.0f;
-        if (fVelX > 0.0f)
-            zAngle[kPane] += step;
-        else
-            zAngle[kPane] -= step;
-    }
+    void Fling(float fVelX, float) override { zAngle[kPane] += FisheyeFlingTurn(fVelX, kFlingFactor, kFlingFactor, true); }
 
     void DoubleTap(float, float) override { bTouchUp = 1; }
 
     ViewProgram m_Program;
     GLint muRect = -1, muMode = -1;
-    ViewMesh m_Dome;
+    LensUniforms m_Lens;
+    ViewMesh m_Quad;
     ViewPane m_Pane[2];
-    float m_MapCentreX = 0.0f, m_MapCentreY = 0.0f, m_MapReach = 1.0f;
+    // The map as touches see it: written by Project on the render thread,
+    // read by touches and drags on the host's thread; single words, so a
+    // touch during a resize reads the old or the new layout per word and
+    // the next touch reads the new one.
+    Relaxed<float> m_MapCentreX{0.0f}, m_MapCentreY{0.0f}, m_MapReach{1.0f};
 
     // Index kPane is the perspective pane, kMap the map (constant).
     Relaxed<float> fCamZ[2] = {kPaneCamZ, kMapCamZ};

@@ -2,6 +2,9 @@
 
 #include <cmath>
 
+#include "FisheyeCommon.h"
+#include "MLog.h"
+
 namespace {
 
 const float kAnimalStep = 0.05f;  // eye travel a frame of an animated move or of cruise
@@ -19,7 +22,11 @@ float WallClamp(float v, float lo, float hi, float fallback)
 }
 
 WallPaneCamera::WallPaneCamera(const WallPaneConfig &c)
-    : fCamZ(c.tzMax), fTz(c.tzMax), cfg(c), fLastCamZ(c.tzMax), m_Pose{c.tzMax, 0.0f, 0.0f, c.wide}
+    // The zoom's last eye distance starts at the dome's radius, 6, in both
+    // views: mode 9's wide position, and inside mode 10's wide 6.4 (the
+    // first step there sees the eye "moving out" from 6 to its widest,
+    // which clears pan and tilt, both 0 already).
+    : fCamZ(c.tzMax), fTz(c.tzMax), cfg(c), fLastCamZ(kDomeRadius), m_Pose{c.tzMax, 0.0f, 0.0f, c.wide}
 {
 }
 
@@ -27,9 +34,7 @@ WallPaneCamera::WallPaneCamera(const WallPaneConfig &c)
 
 void WallPaneCamera::DoubleTap()
 {
-    if (animalState.load() != 0) return; // a tap during a move is dropped
-    const MLong s = maxState.load();
-    if (s == 0 || s == 1) maxState = 1 - s;
+    zoom.OnDoubleClick();
 }
 
 void WallPaneCamera::Drag(float dx, float dy)
@@ -72,13 +77,13 @@ int WallPaneCamera::GoToClose()
 {
     const float z = fCamZ.load();
     if (z < cfg.tzMin + kAnimalStep) { // stops up to one step short of tzMin
-        animalState = 0;
+        zoom.animalState = 0;
         computeAnimal = 0;
         return 0;
     }
     fCamZ = z - kAnimalStep;
     fTz = z - kAnimalStep;
-    animalState = 1;
+    zoom.animalState = 1;
     computeAnimal = 1;
     return 1;
 }
@@ -91,7 +96,7 @@ int WallPaneCamera::GoToWide()
     const double rotX = fCamRotX.load(), angle = zAngle.load();
     if (z >= cfg.tzMax - 0.0001f && rotX > -0.001 && rotX < 0.001 && angle > -0.001 && angle < 0.001) {
         computeAnimal = 0;
-        animalState = 0;
+        zoom.animalState = 0;
         return 0;
     }
     if (!computeAnimal) { // the first step captures the start and moves nothing
@@ -113,7 +118,7 @@ int WallPaneCamera::GoToWide()
     };
     runDown(zAngle, fAnimalAngle);
     runDown(fCamRotX, fAnimalRotX);
-    animalState = 1;
+    zoom.animalState = 1;
     return 1;
 }
 
@@ -139,23 +144,23 @@ void WallPaneCamera::ZMove()
         zAngle = 0.0f;
     }
     fLastCamZ = z;
-    const bool moving = animalState.load() == 1;
+    const bool moving = zoom.animalState.load() == 1;
     if (z >= cfg.tzMax - cfg.closeMargin) {
-        if (maxMinInit.load() == 1 && moving) {
+        if (zoom.maxMinInit.load() == 1 && moving) {
             computeAnimal = 0;
-            maxMinInit = 0;
+            zoom.maxMinInit = 0;
         } else if (!moving) {
-            maxMinInit = 1;
+            zoom.maxMinInit = 1;
         }
-        maxState = 0;
+        zoom.maxState = 0;
     } else {
-        if (maxMinInit.load() == 0 && moving) {
-            maxMinInit = 1;
+        if (zoom.maxMinInit.load() == 0 && moving) {
+            zoom.maxMinInit = 1;
             computeAnimal = 0;
         } else if (!moving) {
-            maxMinInit = 0;
+            zoom.maxMinInit = 0;
         }
-        maxState = 1;
+        zoom.maxState = 1;
     }
 }
 
@@ -169,12 +174,12 @@ void WallPaneCamera::FollowZoom()
 
 void WallPaneCamera::Step()
 {
-    const MLong state = maxState.load(), init = maxMinInit.load();
+    const MLong state = zoom.maxState.load(), init = zoom.maxMinInit.load();
     if (state == 0 && init == 0) {
-        if (GoToWide() == 0) maxMinInit = 1;
+        if (GoToWide() == 0) zoom.maxMinInit = 1;
         LimitCamera();
     } else if (state == 1 && init == 1) {
-        if (GoToClose() == 0) maxMinInit = 0;
+        if (GoToClose() == 0) zoom.maxMinInit = 0;
         LimitCamera();
     } else {
         FollowZoom();
@@ -196,8 +201,7 @@ void WallPaneCamera::Step()
 
 bool WallPaneCamera::Moving() const
 {
-    const MLong state = maxState.load();
-    return (state == 0 || state == 1) && maxMinInit.load() == state;
+    return zoom.Moving();
 }
 
 void WallPaneCamera::Cruise()
@@ -205,16 +209,16 @@ void WallPaneCamera::Cruise()
     zAngle = WallClamp(zAngle.load(), -cfg.maxAngle, cfg.maxAngle);
     const float z = fCamZ.load();
     if (z > cfg.tzMin) { // first the eye goes in, cancelling a move
-        if (animalState.load() == 1) {
-            animalState = 0;
+        if (zoom.animalState.load() == 1) {
+            zoom.animalState = 0;
             computeAnimal = 0;
-            maxMinInit = maxState.load() == 0 ? 1 : 0;
+            zoom.maxMinInit = zoom.maxState.load() == 0 ? 1 : 0;
         }
         const float nz = z - kAnimalStep < cfg.tzMin ? cfg.tzMin : z - kAnimalStep;
         fCamZ = nz;
         const bool wide = nz >= cfg.tzMax - kCruiseWide;
-        maxState = wide ? 0 : 1;
-        maxMinInit = wide ? 1 : 0;
+        zoom.maxState = wide ? 0 : 1;
+        zoom.maxMinInit = wide ? 1 : 0;
         fTz = nz;
         return;
     }
@@ -235,8 +239,8 @@ void WallPaneCamera::Restored()
 {
     // A state word other than 0 or 1 matches no row of the zoom and would
     // freeze it; a swing direction of 0 would stall the cruise.
-    maxState = maxState.load() != 0 ? 1 : 0;
-    maxMinInit = maxMinInit.load() != 0 ? 1 : 0;
+    zoom.maxState = zoom.maxState.load() != 0 ? 1 : 0;
+    zoom.maxMinInit = zoom.maxMinInit.load() != 0 ? 1 : 0;
     nCruiseDir = nCruiseDir.load() > 0 ? 1 : -1;
     // The eye jumps to the restored distance without a move: measured from
     // the distance before, the jump would count as a way out and shrink the
@@ -249,7 +253,7 @@ void WallPaneCamera::Restored()
 
 void WallPaneCamera::Apply(RotTranMatrix &m, float scale) const
 {
-    m.setLookAt(0.0f, 0.0f, m_Pose.camZ, 0.0f, 0.0f, -4.0f, 0.0f, 4.0f, -4.0f);
+    FisheyeEye(m, m_Pose.camZ);
     m.rotate(180.0f, 0.0f, 0.0f, 1.0f);
     RotTranMatrix::rotate(m.mVMatrix, -m_Pose.rotX, 1.0f, 0.0f, 0.0f);
     RotTranMatrix::rotate(m.mVMatrix, -m_Pose.angle, 0.0f, 1.0f, 0.0f);
@@ -271,7 +275,7 @@ float WallDepthShift(float rotX, float angle, float limit, float gain)
 
 void WallDomeCamera(RotTranMatrix &m, float camZ, float tranZ, float rotX, float angle)
 {
-    m.setLookAt(0.0f, 0.0f, camZ, 0.0f, 0.0f, -4.0f, 0.0f, 4.0f, -4.0f);
+    FisheyeEye(m, camZ);
     RotTranMatrix::translate(m.mVMatrix, 0.0f, 0.0f, tranZ);
     RotTranMatrix::rotate(m.mVMatrix, -rotX, 1.0f, 0.0f, 0.0f);
     RotTranMatrix::rotate(m.mVMatrix, -angle, 0.0f, 1.0f, 0.0f);
@@ -284,14 +288,15 @@ WallPaneView::WallPaneView(const char *viewName, const ViewTraits &traits, const
     : ViewEffect(viewName, traits), m_Cam(config)
 {
     m_CruiseEnd = kCruiseEndsOnTouchAndDoubleTap;
+    m_bGesturesWaitForWindow = true;
     m_Pinch = {&m_Cam.fTz, pinchStep};
     FECurrentStatusData &d = m_FECurrentStatusData;
     SaveFields({SavedField::Checked(m_Cam.fCamZ, d.fCamZ[0], config.tzMax),
                 SavedField::Checked(m_Cam.fTz, d.fTz[0], config.tzMax),
                 SavedField::Checked(m_Cam.zAngle, d.zAngle[0], 0.0f),
                 SavedField::Checked(m_Cam.fCamRotX, d.fCamRotX[0], 0.0f),
-                {m_Cam.maxState, d.maxState},
-                {m_Cam.maxMinInit, d.maxMinInit},
+                {m_Cam.zoom.maxState, d.maxState},
+                {m_Cam.zoom.maxMinInit, d.maxMinInit},
                 {mCruiseState, d.mCruiseState},
                 {m_Cam.nCruiseDir, d.nCruiseDir},
                 {mCruiseVelocity, d.mCruiseVelocity}});
@@ -336,16 +341,15 @@ void WallPaneView::Drag(float x0, float y0, float x1, float y1)
 
 void WallPaneView::DoubleTap(float, float)
 {
-    if (m_nInit.load()) m_Cam.DoubleTap();
+    m_Cam.DoubleTap();
 }
 
 bool WallPaneView::BuildStretched(const char *fragment)
 {
-    m_Program.Build(m_szViewName, WALL_GLSL_STRETCH_VERTEX, fragment);
-    muXCoff = m_Program.Uniform(m_szViewName, "xCoff", "xCoff");
-    muYCoff = m_Program.Uniform(m_szViewName, "yCoff", "yCoff");
-    muZCoff = m_Program.Uniform(m_szViewName, "zCoff", "zCoff");
-    return muXCoff >= 0 && muYCoff >= 0 && muZCoff >= 0;
+    if (UploadRayQuad(m_Quad) != 0) MLogInfo("[%s] %s::Initialize no quad", MLOG_TAG, m_szViewName);
+    m_Program.Build(m_szViewName, FISHEYE_GLSL_RAY_VERTEX, fragment);
+    muDomeScale = m_Program.Uniform(m_szViewName, "domeScale", "mDomeScaleHandle");
+    return muDomeScale >= 0 && m_Quad;
 }
 
 void WallPaneView::DrawStretched(const Frame &f)
@@ -354,9 +358,9 @@ void WallPaneView::DrawStretched(const Frame &f)
     const WallStretch s = m_Cam.Drawn().stretch;
     auto camera = [&](RotTranMatrix &m) { m_Cam.Apply(m, scale); };
     auto uniforms = [&] {
-        glUniform1f(muXCoff, s.x);
-        glUniform1f(muYCoff, s.y);
-        glUniform1f(muZCoff, s.z);
+        SendRayMatrix(m_Program, m_Camera);
+        glUniform3f(muDomeScale, s.x, s.y, s.z);
+        m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
     };
-    DrawPass(m_Camera, camera, m_Program, m_Dome, f.sampling, uniforms);
+    DrawPass(m_Camera, camera, m_Program, m_Quad, f.sampling, uniforms);
 }

@@ -4,7 +4,8 @@
 // the ceiling at its top.
 //
 //   WallPaneCamera    the eye of the one-pane views (modes 9 and 10): a wide
-//                     and a close position with animated moves between them,
+//                     and a close position (TwoPositionZoom's state words)
+//                     with animated moves between them,
 //                     pan and tilt limits that open along a quarter cosine as
 //                     the eye comes closer, the stretch of the dome with the
 //                     eye distance, and the cruise (zoom in, then swing).
@@ -13,7 +14,6 @@
 //                     and tilt inside the diamond (modes 7 and 8).
 //   WallDomeCamera    the camera of those dome panes.
 //   WallPane          a pane's rectangle in a view of panes.
-//   WALL_GLSL_*       the stretching vertex shader of the one-pane views.
 //
 // Threads: gestures store into the Relaxed members on the host's thread
 // (inertia steps come from the render thread); Step and Cruise run on the
@@ -24,29 +24,11 @@
 
 #include "GlesRenderEffect.h"
 #include "Relaxed.h"
+#include "FisheyeCommon.h"
 #include "ViewEffect.h"
 
 // A value brought into lo..hi; a NaN becomes `fallback`.
 float WallClamp(float v, float lo, float hi, float fallback = 0.0f);
-
-// The dome stretched by the vertex shader: x, y and z of each vertex scaled
-// by xCoff, yCoff, zCoff (the stretch follows the eye distance); vPosition
-// is the stretched point, for the caps of mode 9.
-#define WALL_GLSL_STRETCH_VERTEX                                               \
-    "uniform mat4 uMVPMatrix;\n"                                               \
-    "uniform float xCoff;\n"                                                   \
-    "uniform float yCoff;\n"                                                   \
-    "uniform float zCoff;\n"                                                   \
-    "attribute vec3 aPosition;\n"                                              \
-    "attribute vec2 aTexCoor;\n"                                               \
-    "varying vec2 vTextureCoord;\n"                                            \
-    "varying vec3 vPosition;\n"                                                \
-    "void main() {\n"                                                          \
-    "    vec3 p = vec3(aPosition.x * xCoff, aPosition.y * yCoff, aPosition.z * zCoff);\n" \
-    "    gl_Position = uMVPMatrix * vec4(p, 1.0);\n"                           \
-    "    vTextureCoord = aTexCoor;\n"                                          \
-    "    vPosition = p;\n"                                                     \
-    "}\n"
 
 struct WallStretch {
     float x, y, z;
@@ -100,10 +82,10 @@ public:
     Relaxed<float> fCamRotX{0.0f};
     Relaxed<float> fCamZ;
     Relaxed<float> fTz; // eye distance the pinch aims at
-    Relaxed<MLong> maxState{0};
-    Relaxed<MLong> maxMinInit{0};
+    // The wide/close state words and the double tap of the toolkit's
+    // two-position zoom; the moves between the positions are this camera's.
+    TwoPositionZoom zoom;
     Relaxed<MLong> nCruiseDir{-1};
-    Relaxed<MLong> animalState{0}; // an animated move runs
 
     const WallPaneConfig cfg;
 
@@ -151,16 +133,18 @@ protected:
     // What a view does before the zoom's step when no cruise runs.
     virtual void BeforeStep() {}
 
-    // The pane's program: WALL_GLSL_STRETCH_VERTEX with the view's
-    // fragment stage; false when a stretch uniform is missing.
+    // The pane's program, drawn per pixel: FISHEYE_GLSL_RAY_VERTEX with the
+    // view's fragment stage, which meets the dome (FISHEYE_GLSL_DOME_HIT)
+    // stretched by domeScale; false when that uniform is missing.
     bool BuildStretched(const char *fragment);
-    // One pass of the dome with the camera and stretch of this frame.
+    // One pass over the window with the camera and stretch of this frame.
     void DrawStretched(const Frame &f);
 
     RotTranMatrix m_Camera = {};
     ViewProgram m_Program;
-    ViewMesh m_Dome;
-    GLint muXCoff = -1, muYCoff = -1, muZCoff = -1;
+    ViewMesh m_Quad;
+    GLint muDomeScale = -1;
+    LensUniforms m_Lens; // found by a view whose fragment stage maps by the lens model
     WallPaneCamera m_Cam;
     Relaxed<float> mScaleRatio{1.0f};
     Relaxed<float> mMaxScale{4.0f};

@@ -12,20 +12,24 @@
 
 namespace {
 
-// Equidistant lens law, s sign +, t sign -. The caps: two planes through the
-// stretched dome, fixed to it before any camera motion, so that the black
+// Per pixel: the point of the stretched dome, then the lens model, s sign +,
+// t sign -. The caps: two planes through the stretched dome (q is the
+// point there), fixed to it before any camera motion, so that the black
 // edges move with the picture.
-const char kFragment[] = "precision highp float;\n"
-                         "varying vec2 vTextureCoord;\n"
-                         "varying vec3 vPosition;\n"
-                         "uniform float frad;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_LAW
+const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
+                         "uniform float frad;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_DOME_HIT
                          "void main() {\n"
-                         "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"
-                         "    vec2 p = fisheyeLensLookup(vTextureCoord.s, fir, 1.0, -1.0);\n"
-                         "    if (0.8 * vPosition.z + vPosition.y > 4.8 || 0.8 * vPosition.z - vPosition.y > 4.8)\n"
+                         "    vec3 p;\n"
+                         "    if (!domeHit(p)) discard;\n"
+                         "    vec3 q = p * domeScale;\n"
+                         "    if (0.8 * q.z + q.y > 4.8 || 0.8 * q.z - q.y > 4.8) {\n"
                          "        gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
-                         "    else\n"
-                         "        gl_FragColor = frameColour(p);\n"
+                         "        return;\n"
+                         "    }\n"
+                         "    float t = domeLatitude(p);\n"
+                         "    if (!lensSees(1.570795 - t)) discard;\n"
+                         "    float fir = fisheyeLatitudeRadius(t, frad);\n"
+                         "    gl_FragColor = lensColour(fisheyeAboutLookup(domeAbout(p), fir, 1.0, -1.0));\n"
                          "}\n";
 
 const float kPinchStep = 0.115425f;
@@ -44,12 +48,11 @@ public:
 private:
     MRESULT Build() override
     {
-        if (DomeMesh::Upload(m_Dome, DomeParams()) != 0) MLogInfo("[%s] WallOneView::Initialize no mesh", MLOG_TAG);
-        const bool built = BuildStretched(kFragment);
+        const bool built = BuildStretched(kFragment) && m_Lens.Find(m_Program, "WallOneView");
         const GLint rad = m_Program.Uniform("WallOneView", "frad", "mRadHandle");
         m_Program.Use();
         glUniform1f(rad, kFisheyeLensRadius);
-        return (!built || rad < 0 || !m_Dome) ? 1 : 0;
+        return (!built || rad < 0) ? 1 : 0;
     }
 
     void Draw(const Frame &f) override { DrawStretched(f); }

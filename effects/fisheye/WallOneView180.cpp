@@ -14,15 +14,21 @@
 
 namespace {
 
-// The picture is mirrored left to right here, against the mirror of the
-// dome seen from its front. Black: what lies outside the picture, and
-// outside an ellipse through s = 0.5 +- 0.4725 at mid-height (the lens's
-// dark rim).
-const char kFragment[] = "precision highp float;\n"
-                         "varying vec2 vTextureCoord;\n"
-                         "varying vec3 vPosition;\n" GLSL_FRAME_COLOUR
+// Per pixel: the point of the stretched dome (a flat disc when wide), then
+// the orthographic law: the point's x and y on the unit disc are the
+// picture point; the lens circle is as wide as the picture, so the
+// picture's height covers 1 / aspect of the circle's: y is stretched by the
+// aspect, and only the band t in 0..1 lies in the picture. The picture is
+// mirrored left to right, against the mirror of the dome seen from its
+// front. Black: what lies outside the picture, and outside an ellipse
+// through s = 0.5 +- 0.4725 at mid-height (the lens's dark rim). One tap, as
+// the plain view shows a frame: wide, this is the picture itself.
+const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
+                         "uniform float aspect;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_DOME_HIT
                          "void main() {\n"
-                         "    vec2 p = vec2(1.0 - vTextureCoord.s, vTextureCoord.t);\n"
+                         "    vec3 q;\n"
+                         "    if (!domeHit(q)) discard;\n"
+                         "    vec2 p = vec2(1.0 - (1.0 + q.x / 6.0) * 0.5, (1.0 + aspect * q.y / 6.0) * 0.5);\n"
                          "    vec2 d = p - 0.5;\n"
                          "    float rad = sqrt(d.x * d.x / 0.079102 + d.y * d.y / 0.25);\n"
                          "    if (abs(d.x) >= 0.5 || abs(d.y) >= 0.5 || rad > 1.6 * 1.05)\n"
@@ -40,18 +46,6 @@ const float kSoftAngle = 37.0f, kSoftRotX = 0.5f, kSpringStep = 0.3f;
 // The picture's width over its height that the coordinates are made for
 // until a frame tells (16:10).
 const float kDefaultAspect = 1.6f;
-
-// Orthographic law: the vertex's x and y on the unit disc become the
-// picture point; the lens circle is as wide as the picture, so the picture's
-// height covers 1 / aspect of the circle's: y is stretched by the aspect,
-// and only the band t in 0..1 lies in the picture.
-void OrthographicVertex(double a, double b, const DomeParams &params, float *pos, float *tex, void *user)
-{
-    DomeStandardVertex(a, b, params, pos, tex, nullptr);
-    const double aspect = *static_cast<const float *>(user);
-    tex[0] = static_cast<float>((1.0 - std::cos(b) * std::sin(a)) * 0.5);
-    tex[1] = static_cast<float>((1.0 - aspect * std::cos(b) * std::cos(a)) * 0.5);
-}
 
 } // namespace
 
@@ -71,32 +65,16 @@ public:
 private:
     MRESULT Build() override
     {
-        if (UploadDome(kDefaultAspect, false) != 0) MLogInfo("[%s] WallOneView180::Initialize no mesh", MLOG_TAG);
         const bool built = BuildStretched(kFragment);
-        return (!built || m_Program.aTexCoor < 0 || m_Program.uMVPMatrix < 0 || !m_Dome) ? 1 : 0;
-    }
-
-    // The coordinates for a picture of `aspect`, uploaded once a shape.
-    MRESULT UploadDome(float aspect, bool update)
-    {
-        DomeMesh dome;
-        MRESULT res = dome.Build(DomeParams(), OrthographicVertex, &aspect);
-        if (res == 0) {
-            if (update)
-                m_Dome.UpdateTexCoords(dome.pTexCoords);
-            else
-                res = m_Dome.Upload(dome.pVertices, dome.pTexCoords, dome.nVertexCount, GL_TRIANGLES, GL_DYNAMIC_DRAW);
-            m_fAspect = aspect;
-        }
-        dome.Free();
-        return res;
+        muAspect = m_Program.Uniform("WallOneView180", "aspect", "mAspectHandle");
+        return (!built || muAspect < 0 || m_Program.aTexCoor < 0 || m_Program.uMVPMatrix < 0) ? 1 : 0;
     }
 
     // With no finger on the view and no move running, pan and tilt beyond
     // the soft range go back 0.3 degrees a frame.
     bool Springing() const
     {
-        return bTouchReleased.load() && m_Cam.animalState.load() == 0 &&
+        return bTouchReleased.load() && m_Cam.zoom.animalState.load() == 0 &&
                (std::fabs(m_Cam.zAngle.load()) >= kSoftAngle + kSpringStep ||
                 std::fabs(m_Cam.fCamRotX.load()) >= kSoftRotX + kSpringStep);
     }
@@ -122,11 +100,16 @@ private:
         // The lens box is the circle's width by the picture's height.
         const float aspect = f.videoWidth > 0 && f.videoHeight > 0 ? float(f.videoWidth) / float(f.videoHeight)
                                                                    : kDefaultAspect;
-        if (aspect != m_fAspect) UploadDome(aspect, true);
+        m_Program.Use();
+        if (aspect != m_fAspect) {
+            glUniform1f(muAspect, aspect);
+            m_fAspect = aspect;
+        }
         DrawStretched(f);
     }
 
-    float m_fAspect = 0.0f;
+    GLint muAspect = -1;
+    float m_fAspect = 0.0f; // the aspect the program has (render thread)
     Relaxed<unsigned char> bTouchReleased{1}; // no finger on the view
 };
 

@@ -11,30 +11,37 @@
 
 namespace {
 
-// The side panes: equidistant lens law, s sign -, t sign +.
-const char kDomeFragment[] = "precision highp float;\n"
-                             "varying vec2 vTextureCoord;\n"
-                             "uniform float frad;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_LAW
+// The side panes, per pixel: the dome (depth squeezed to 0.97) through the
+// lens model, s sign -, t sign +.
+const char kDomeFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
+                             "uniform float frad;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_LAW FISHEYE_GLSL_DOME_HIT
                              "void main() {\n"
-                             "    float fir = fisheyeEquidistant(vTextureCoord.t, frad);\n"
-                             "    gl_FragColor = frameColour(fisheyeLensLookup(vTextureCoord.s, fir, -1.0, 1.0));\n"
+                             "    vec3 p;\n"
+                             "    if (!domeHit(p)) discard;\n"
+                             "    float t = domeLatitude(p);\n"
+                             "    if (!lensSees(1.570795 - t)) discard;\n"
+                             "    float fir = fisheyeLatitudeRadius(t, frad);\n"
+                             "    gl_FragColor = lensColour(fisheyeAboutLookup(domeAbout(p), fir, -1.0, 1.0));\n"
                              "}\n";
 
 // The panorama: an equirectangular unwrap of the lens per pixel. (s, t) of
 // the rectangle become latitude and longitude on the unit sphere, z along
 // the lens axis; the direction's angle off the axis gives the radius by the
-// equidistant law (0.5 at 90 degrees, the rim), its angle about the axis
-// the direction in the picture.
-const char kPanoramaFragment[] = "precision highp float;\n"
-                                 "varying vec2 vTextureCoord;\n" GLSL_FRAME_COLOUR
+// lens model (0.5 at half its field of view, the rim), its angle about the axis
+// the direction in the picture. A lens wider than 180 degrees shows the
+// part of the sphere behind the lens plane too.
+const char kPanoramaFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
+                                 "varying vec2 vTextureCoord;\n" GLSL_FRAME_COLOUR FISHEYE_GLSL_LENS_MODEL
                                  "void main() {\n"
                                  "    float latitude = 3.1415927 * vTextureCoord.s;\n"
                                  "    float longitude = 3.1415927 * (1.0 - vTextureCoord.t);\n"
                                  "    vec3 d = vec3(-sin(latitude) * cos(longitude), cos(latitude),\n"
                                  "                  sin(latitude) * sin(longitude));\n"
                                  "    float phi = atan(d.y, d.x) + 3.1415927;\n"
-                                 "    float p = (0.5 * acos(d.z)) / (3.1415927 / 2.0);\n"
-                                 "    gl_FragColor = frameColour(vec2(p * cos(phi) + 0.5, p * sin(phi) + 0.5));\n"
+                                 "    float theta = acos(clamp(d.z, -1.0, 1.0));\n"
+                                 "    if (!lensSees(theta)) discard;\n"
+                                 "    float p = 0.5 * lensRadius(theta);\n"
+                                 "    gl_FragColor = lensColour(vec2(p * cos(phi) + 0.5, p * sin(phi) + 0.5));\n"
                                  "}\n";
 
 const float kDomeNear = 1.5f, kDomeFar = 25.0f;
@@ -58,21 +65,21 @@ public:
 private:
     MRESULT Build() override
     {
-        DomeParams dome;
-        dome.zScale = 0.97f;
-        if (DomeMesh::Upload(m_Dome, dome) != 0) MLogInfo("[%s] WallThreeView::Initialize no mesh", MLOG_TAG);
+        if (UploadRayQuad(m_Quad) != 0) MLogInfo("[%s] WallThreeView::Initialize no quad", MLOG_TAG);
         const float v[12] = {-kHalfWidth, -kHalfHeight, 0, kHalfWidth, -kHalfHeight, 0,
                              -kHalfWidth, kHalfHeight,  0, kHalfWidth, kHalfHeight,  0};
         const float t[8] = {0, 0, 1, 0, 0, 1, 1, 1};
         if (m_Rectangle.Upload(v, t, 4, GL_TRIANGLE_STRIP) != 0)
             MLogInfo("[%s] WallThreeView::Initialize no rectangle", MLOG_TAG);
-        int failures = m_DomeProgram.Build("WallThreeView", FISHEYE_GLSL_DOME_VERTEX, kDomeFragment);
+        int failures = m_DomeProgram.Build("WallThreeView", FISHEYE_GLSL_RAY_VERTEX, kDomeFragment);
+        if (!SetDomeScale(m_DomeProgram, "WallThreeView", 1.0f, 1.0f, 0.97f)) failures++;
         const GLint rad = m_DomeProgram.Uniform("WallThreeView", "frad", "mRadHandle");
-        if (rad < 0) failures++;
-        if (failures != 0 || !m_Dome) return 1;
+        if (rad < 0 || !m_DomeLens.Find(m_DomeProgram, "WallThreeView")) failures++;
+        if (failures != 0 || !m_Quad) return 1;
         m_DomeProgram.Use();
         glUniform1f(rad, kFisheyeLensRadius);
-        m_PanoramaProgram.Build("WallThreeView", FISHEYE_GLSL_DOME_VERTEX, kPanoramaFragment); // a miss only logs
+        m_PanoramaProgram.Build("WallThreeView", FISHEYE_GLSL_MESH_VERTEX, kPanoramaFragment); // a miss only logs
+        m_PanoramaLens.Find(m_PanoramaProgram, "WallThreeView");
         return 0;
     }
 
@@ -96,14 +103,14 @@ private:
     // The panorama first, then the left and the right wall.
     void Draw(const Frame &f) override
     {
-        auto none = [] {};
         if (m_PanoramaProgram) {
             auto camera = [](RotTranMatrix &m) {
                 m.setLookAt(0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f);
                 RotTranMatrix::rotate(m.mVMatrix, 90.0f, 0.0f, 0.0f, 1.0f);
             };
             m_Pane[kPanorama].Viewport();
-            DrawPass(m_Camera[kPanorama], camera, m_PanoramaProgram, m_Rectangle, f.sampling, none);
+            DrawPass(m_Camera[kPanorama], camera, m_PanoramaProgram, m_Rectangle, f.sampling,
+                     [&] { m_PanoramaLens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight); });
         }
         // Each side pane looks 50.4 degrees to its side, moved forward as
         // far as a pan to the diamond's rim moves the close pane of mode 8.
@@ -112,13 +119,17 @@ private:
             const float angle = i == kLeft ? -kViewLimit : kViewLimit;
             auto camera = [&](RotTranMatrix &m) { WallDomeCamera(m, kCamZ, shift, 0.0f, angle); };
             m_Pane[i].Viewport();
-            DrawPass(m_Camera[i], camera, m_DomeProgram, m_Dome, f.sampling, none);
+            DrawPass(m_Camera[i], camera, m_DomeProgram, m_Quad, f.sampling, [&] {
+                SendRayMatrix(m_DomeProgram, m_Camera[i]);
+                m_DomeLens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
+            });
         }
     }
 
     ViewProgram m_DomeProgram;
     ViewProgram m_PanoramaProgram;
-    ViewMesh m_Dome;
+    LensUniforms m_DomeLens, m_PanoramaLens;
+    ViewMesh m_Quad; // the side panes, drawn per pixel
     ViewMesh m_Rectangle;
     RotTranMatrix m_Camera[3] = {};
     WallPane m_Pane[3] = {};

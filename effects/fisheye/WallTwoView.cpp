@@ -63,32 +63,24 @@ public:
 private:
     MRESULT Build() override
     {
-        if (DomeMesh::Upload(m_Dome, DomeParams()) != 0) MLogInfo("[%s] WallTwoView::Initialize no mesh", MLOG_TAG);
-        m_Program.Build("WallTwoView", FISHEYE_GLSL_LIT_MAP_VERTEX, FISHEYE_GLSL_LIT_MAP_FRAGMENT);
+        if (UploadRayQuad(m_Quad) != 0) MLogInfo("[%s] WallTwoView::Initialize no quad", MLOG_TAG);
+        m_Program.Build("WallTwoView", FISHEYE_GLSL_RAY_VERTEX, FISHEYE_GLSL_LIT_MAP_FRAGMENT);
         const char *where = "WallTwoView";
         const GLint rad = m_Program.Uniform(where, "frad", "mRadHandle");
         muRect = m_Program.Uniform(where, "uMVPMatrixRect", "muMVPMatrixRectHandle");
+        const bool lens = m_Lens.Find(m_Program, where) && SetDomeScale(m_Program, where, 1.0f, 1.0f, 1.0f);
         muMode = m_Program.Uniform(where, "mode", "mModeHandle");
         m_Program.Use();
         glUniform1f(rad, kFisheyeLensRadius);
-        return (rad < 0 || m_Program.uMVPMatrix < 0 || !m_Dome) ? 1 : 0;
+        return (rad < 0 || m_Program.uMVPMatrix < 0 || !lens || !m_Quad) ? 1 : 0;
     }
 
-    // Two squares side by side, centred: as high as the window less a
-    // margin when it is more than twice as wide as high, else half as wide.
+    // The overview on the left of the two squares, the close pane on the
+    // right.
     void Project(MLong w, MLong h) override
     {
-        MLong x, y, side;
-        if (w / 2 > h) {
-            const MLong margin = h / 75;
-            side = h - 2 * margin;
-            x = (w - 2 * side) / 2;
-            y = margin;
-        } else {
-            x = w / 150;
-            side = (w - 2 * x) / 2;
-            y = (h - side) / 2;
-        }
+        const TwoSquares sq = TwoSquares::In(w, h);
+        const MLong x = sq.left, y = sq.bottom, side = sq.side;
         m_Pane[1] = {x, y, side, side};
         m_Pane[0] = {x + side, y, side, side};
         m_nOverX = x;
@@ -119,11 +111,13 @@ private:
             const Pose &p = m_Pose[i];
             auto camera = [&](RotTranMatrix &m) { WallDomeCamera(m, p.camZ, p.tranZ, p.rotX, p.angle); };
             auto uniforms = [&] {
+                SendRayMatrix(m_Program, m_Camera[i]);
                 glUniformMatrix4fv(muRect, 1, GL_FALSE, i == 0 ? m_Camera[0].mMVPMatrix : rect);
                 glUniform1f(muMode, float(i));
+                m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
             };
             m_Pane[i].Viewport();
-            DrawPass(m_Camera[i], camera, m_Program, m_Dome, f.sampling, uniforms);
+            DrawPass(m_Camera[i], camera, m_Program, m_Quad, f.sampling, uniforms);
             if (i == 0)
                 for (int k = 0; k < 16; k++) rect[k] = m_Camera[0].mMVPMatrix[k];
         }
@@ -248,7 +242,8 @@ private:
 
     ViewProgram m_Program;
     GLint muRect = -1, muMode = -1;
-    ViewMesh m_Dome;
+    LensUniforms m_Lens;
+    ViewMesh m_Quad;
     RotTranMatrix m_Camera[2] = {};
     WallPane m_Pane[2] = {};
     Pose m_Pose[2] = {};
