@@ -30,11 +30,6 @@ template <class F> double BestNanos(F &&f, int callsPerRound, int rounds)
     return best;
 }
 
-void SetWord(MDisplayHandle h, MDWord id, MDWord v)
-{
-    MDisplayMgrSetParam(h, id, &v, 4);
-}
-
 // A frame of `layout`, w x h, in one buffer with the host's tight rows.
 VideoFrame FrameIn(std::vector<unsigned char> &bytes, FrameLayout layout, uint32_t w, uint32_t h)
 {
@@ -63,7 +58,9 @@ int main()
 
     MDisplayMgrSetRendererFactory(&MakeBenchNullRenderer);
     MDisplayHandle h = MDisplayMgrCreate(1);
-    SetWord(h, ZT5_CFG_DISPLAY_USE_OPENGLES, 1);
+    DisplaySettings settings;
+    settings.bUseOpenGles = 1;
+    MDisplayMgrSetSettings(h, &settings, 0);
     ZT5Viewport vp = {};
     vp.hWnd = 1;
     vp.lWidth = 1280;
