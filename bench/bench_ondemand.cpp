@@ -25,6 +25,7 @@
 #include <thread>
 #include <vector>
 
+#include "BenchClock.h"
 #include "PanoviewHost.h"
 #include "SyntheticScene.h"
 #include "X11Window.h"
@@ -32,18 +33,9 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 constexpr int kW = 1280, kH = 720;     // window
 constexpr int kVW = 1920, kVH = 1080;  // video
 
-double ProcessCpuSeconds()
-{
-    rusage ru;
-    getrusage(RUSAGE_SELF, &ru);
-    return double(ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) + 1e-6 * double(ru.ru_utime.tv_usec + ru.ru_stime.tv_usec);
-}
-
-double Since(Clock::time_point t) { return std::chrono::duration<double>(Clock::now() - t).count(); }
 
 struct Rate {
     double drawsPerSecond = 0, cpuPerSecond = 0; // cpu: cores busy (1.0 = one core)

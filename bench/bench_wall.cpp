@@ -23,24 +23,16 @@
 #include <thread>
 #include <vector>
 
+#include "BenchClock.h"
 #include "PanoviewHost.h"
 #include "SyntheticScene.h"
 #include "ZT5Plugin.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 const int kScreenW = 1920, kScreenH = 1080;
 const int kFps = 25;
 
-double ProcessCpuSeconds()
-{
-    rusage ru;
-    getrusage(RUSAGE_SELF, &ru);
-    return double(ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) + 1e-6 * double(ru.ru_utime.tv_usec + ru.ru_stime.tv_usec);
-}
-
-double Since(Clock::time_point t) { return std::chrono::duration<double>(Clock::now() - t).count(); }
 
 // One tile: its window at its place on the screen, a display in it, and a
 // few frames of the built-in scene of the window's size (the wall-camera
