@@ -86,19 +86,19 @@ bool ParseOutputOptions(const std::string &list, OutputSpec *o, std::string *err
 
 } // namespace
 
-bool ParseOutput(const std::string &spec, OutputSpec *out, std::string *error)
+bool ParseOutput(const std::string &request, OutputSpec *out, std::string *error)
 {
     OutputSpec o;
-    o.path = spec;
-    const size_t colon = spec.rfind(':');
+    o.path = request;
+    const size_t colon = request.rfind(':');
     if (colon != std::string::npos && colon > 0) {
         OutputSpec withList;
         std::string listError;
-        const std::string list = spec.substr(colon + 1);
+        const std::string list = request.substr(colon + 1);
         // A tail that names a key is meant as options: its errors count.
         const bool looksLikeOptions = list == "cruise" || list.find('=') != std::string::npos;
         if (ParseOutputOptions(list, &withList, &listError)) {
-            withList.path = spec.substr(0, colon);
+            withList.path = request.substr(0, colon);
             o = withList;
         } else if (looksLikeOptions) {
             *error = listError;
@@ -223,9 +223,9 @@ bool ParseOptions(int argc, char **argv, PlayerOptions *o, std::string *error)
             o->clipCodec = v;
             o->codecGiven = true;
         } else if (!std::strcmp(a, "--output")) {
-            OutputSpec spec;
-            if (!next(&v) || !ParseOutput(v, &spec, error)) return false;
-            o->outputs.push_back(spec);
+            OutputSpec request;
+            if (!next(&v) || !ParseOutput(v, &request, error)) return false;
+            o->outputs.push_back(request);
         } else if (!std::strcmp(a, "--cruise")) {
             o->cruise = true;
         } else if (!std::strcmp(a, "--view-state")) {
