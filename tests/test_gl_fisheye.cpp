@@ -1527,14 +1527,18 @@ TEST_P(LensModel, ShowsTheRingWhereTheLawPutsIt)
         ASSERT_TRUE(rig.ok());
         Display &d = rig.display;
         const bool before = mode == 2;
-        if (before) ASSERT_EQ(d.Set(ZT5_CFG_COMMON_LENS_MODEL, const_cast<ZT5LensModel *>(&lens.model)), ZT5_OK);
+        if (before) {
+            ASSERT_EQ(d.Set(ZT5_CFG_COMMON_LENS_MODEL, const_cast<ZT5LensModel *>(&lens.model)), ZT5_OK);
+        }
         ASSERT_EQ(rig.Init(), ZT5_OK);
         Image shot;
         if (!before) {
             ASSERT_TRUE(d.PushUntil(ring, [&](const Image &i) { return !i.empty() && i.width == 640; }, &shot));
             for (int i = 0; i < 10; i++) d.Push(ring);
             ASSERT_TRUE(d.Snapshot(&shot));
-            if (RingShare(lens.model) != RingShare(ZT5LensModel{})) EXPECT_FALSE(shows(shot)) << "the default lens shows the ring there";
+            if (RingShare(lens.model) != RingShare(ZT5LensModel{})) {
+                EXPECT_FALSE(shows(shot)) << "the default lens shows the ring there";
+            }
             ASSERT_EQ(d.Set(ZT5_CFG_COMMON_LENS_MODEL, const_cast<ZT5LensModel *>(&lens.model)), ZT5_OK);
         }
         EXPECT_TRUE(d.PushUntil(ring, shows, &shot)) << "no ring at " << kRingDeg << " degrees";

@@ -234,8 +234,9 @@ TEST(Frames, PlanesShortOfTheirRowsAreRefused)
         EXPECT_EQ(rig.display->DrawFrame(nullptr, &info, 0), ZT5_ERR_INVALID_PARAM) << "short luma rows";
         if (PlaneCount(cs) > 1) {
             agent.dwYStride = uint32_t(luma.rowBytes), agent.dwUVStride = uint32_t(chroma.rowBytes - 1);
-            if (cs != ZT5_FRAME_CS_SEMIPLANAR_A) // V-first pairs are read at the luma pitch
+            if (cs != ZT5_FRAME_CS_SEMIPLANAR_A) { // V-first pairs are read at the luma pitch
                 EXPECT_EQ(rig.display->DrawFrame(nullptr, &info, 0), ZT5_ERR_INVALID_PARAM) << "short chroma rows";
+            }
             agent.dwUVStride = uint32_t(chroma.rowBytes);
             agent.pPlane0[1] = agent.pPlane0[2] = nullptr;
             EXPECT_EQ(rig.display->DrawFrame(nullptr, &info, 0), ZT5_ERR_INVALID_PARAM) << "no chroma plane";
