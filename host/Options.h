@@ -60,7 +60,7 @@ struct PlayerOptions {
 bool ParseOptions(int argc, char **argv, PlayerOptions *opts, std::string *error);
 // PATH[:mode=N,cruise,size=WxH,view-state=FILE,codec=NAME]. A colon whose
 // tail isn't such a list belongs to the path.
-bool ParseOutput(const std::string &spec, OutputSpec *out, std::string *error);
+bool ParseOutput(const std::string &request, OutputSpec *out, std::string *error);
 void PrintUsage(const char *argv0);
 
 #endif

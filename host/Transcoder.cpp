@@ -38,7 +38,7 @@ const char *MatrixName(uint32_t word)
 // One output: its display, its encoder and the records the display keeps a
 // pointer to (they live as long as the display).
 struct Output {
-    OutputSpec spec; // every default filled in
+    OutputSpec request; // every default filled in
     PanoviewDisplay display;
     VideoEncoder encoder;
     ZT5SharedMemAgent agent = {};
@@ -74,7 +74,7 @@ bool ReadViewState(const std::string &path, FECurrentStatusData *state, std::str
 // Fills in what the output's own list left open.
 bool Resolve(const PlayerOptions &opts, Output *o, std::string *error)
 {
-    OutputSpec &s = o->spec;
+    OutputSpec &s = o->request;
     if (s.width == 0) {
         s.width = opts.inputWidth > 0 ? opts.inputWidth : 1280;
         s.height = opts.inputHeight > 0 ? opts.inputHeight : 720;
@@ -183,25 +183,25 @@ bool Transcoder::StartDisplay(Output &o, uint32_t colour)
     std::string error;
     if (!o.display.Create(m_lib.plugin(), &error)) return Fail(error);
     o.display.SetVerbose(m_opts.verbose);
-    uint32_t size[2] = {uint32_t(o.spec.width), uint32_t(o.spec.height)};
+    uint32_t size[2] = {uint32_t(o.request.width), uint32_t(o.request.height)};
     if (o.display.Set(ZT5_CFG_DISPLAY_OFFSCREEN_SIZE, size, "OFFSCREEN_SIZE") != ZT5_OK)
-        return Fail(o.spec.path + ": the display draws 16x16 to 8192x8192 pictures");
+        return Fail(o.request.path + ": the display draws 16x16 to 8192x8192 pictures");
     o.display.SetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 1, "USE_OPENGLES");
-    o.display.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, uint32_t(o.spec.mode), "FISHEYE_MODE");
+    o.display.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, uint32_t(o.request.mode), "FISHEYE_MODE");
     o.display.Set(ZT5_CFG_COMMON_FISHEYE_PARAM, &m_lens, "COMMON_FISHEYE_PARAM");
     o.display.SetU32(ZT5_CFG_DISPLAY_YUV_MATRIX, colour, "YUV_MATRIX");
     if (o.haveState) {
         // The state is applied when the renderer comes up, and carries its
         // own cruise: a cruise asked for is sent after the first picture.
         o.display.Set(ZT5_CFG_DISPLAY_FE_CURRENTSTATUS, &o.state, "FE_CURRENTSTATUS");
-    } else if (o.spec.cruise) {
+    } else if (o.request.cruise) {
         o.display.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1, "UITOUCH_AUTOCURISE");
         o.cruiseSent = true;
     }
     // No window: the display draws off-screen at its size.
-    const int32_t res = o.display.Init(0, o.spec.width, o.spec.height);
-    if (res != ZT5_OK) return Fail(o.spec.path + ": the display's Init failed with " + std::to_string(res));
-    o.picture.resize(size_t(o.spec.width) * o.spec.height + 2 * size_t(o.spec.width / 2) * (o.spec.height / 2));
+    const int32_t res = o.display.Init(0, o.request.width, o.request.height);
+    if (res != ZT5_OK) return Fail(o.request.path + ": the display's Init failed with " + std::to_string(res));
+    o.picture.resize(size_t(o.request.width) * o.request.height + 2 * size_t(o.request.width / 2) * (o.request.height / 2));
     return true;
 }
 
@@ -209,11 +209,11 @@ bool Transcoder::Setup(const Picture &first)
 {
     std::string error;
     std::set<std::string> paths;
-    for (const OutputSpec &spec : m_opts.outputs) {
+    for (const OutputSpec &request : m_opts.outputs) {
         m_outputs.emplace_back(new Output);
         Output &o = *m_outputs.back();
-        o.spec = spec;
-        if (!paths.insert(spec.path).second) return Fail(spec.path + " is named as an output twice");
+        o.request = request;
+        if (!paths.insert(request.path).second) return Fail(request.path + " is named as an output twice");
         if (!Resolve(m_opts, &o, &error)) return Fail(error);
     }
 
@@ -231,10 +231,10 @@ bool Transcoder::Setup(const Picture &first)
     m_source.FrameRate(&rateNum, &rateDen);
     for (auto &o : m_outputs) {
         EncoderSettings e;
-        e.path = o->spec.path;
-        e.codec = o->spec.codec;
-        e.width = o->spec.width;
-        e.height = o->spec.height;
+        e.path = o->request.path;
+        e.codec = o->request.codec;
+        e.width = o->request.width;
+        e.height = o->request.height;
         e.timeBaseNum = tbNum;
         e.timeBaseDen = tbDen;
         e.rateNum = rateNum;
@@ -323,7 +323,7 @@ int Transcoder::Run()
         std::vector<uint32_t> ordinals;
         for (auto &o : m_outputs) {
             const int32_t res = Push(*o, picture);
-            if (res != ZT5_OK) return Exit(o->spec.path + ": DrawFrame failed with " + std::to_string(res));
+            if (res != ZT5_OK) return Exit(o->request.path + ": DrawFrame failed with " + std::to_string(res));
             ordinals.push_back(uint32_t(FramesPosted(o->display)));
         }
         if (!Flush()) return 1;
@@ -341,12 +341,12 @@ int Transcoder::Run()
             rec.dwWaitMs = kPictureWaitMs;
             const int32_t res = o.display.Get(ZT5_CFG_DISPLAY_PICTURE, &rec);
             if (res != ZT5_OK)
-                return Exit(o.spec.path + ": no picture of frame " + std::to_string(frames + 1) + " (" +
+                return Exit(o.request.path + ": no picture of frame " + std::to_string(frames + 1) + " (" +
                             (res == ZT5_ERR_TIMEOUT ? std::string("not drawn in time") : "error " + std::to_string(res)) +
                             ")");
             o.pending = true;
             o.pendingPts = pts;
-            if (o.spec.cruise && !o.cruiseSent) {
+            if (o.request.cruise && !o.cruiseSent) {
                 o.display.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1, "UITOUCH_AUTOCURISE");
                 o.cruiseSent = true;
             }
@@ -363,11 +363,11 @@ int Transcoder::Run()
         if (m_opts.verbose) {
             ZT5RenderStats stats = {};
             o->display.Get(ZT5_CFG_DISPLAY_RENDER_STATS, &stats);
-            std::printf("%s: %u draws, %u frames posted, %u drawn\n", o->spec.path.c_str(), stats.dwDraws,
+            std::printf("%s: %u draws, %u frames posted, %u drawn\n", o->request.path.c_str(), stats.dwDraws,
                         stats.dwFramesPosted, stats.dwFramesDrawn);
         }
-        std::printf("wrote %s: %ld pictures of %dx%d, view %d%s, %s, %s %s range\n", o->spec.path.c_str(),
-                    o->written, o->spec.width, o->spec.height, o->spec.mode, o->spec.cruise ? " cruising" : "",
+        std::printf("wrote %s: %ld pictures of %dx%d, view %d%s, %s, %s %s range\n", o->request.path.c_str(),
+                    o->written, o->request.width, o->request.height, o->request.mode, o->request.cruise ? " cruising" : "",
                     o->encoder.CodecName(), MatrixName(m_colour), o->encoder.FullRange() ? "full" : "video");
     }
     std::printf("%ld frames in %.2f s: %.1f frames per second\n", frames, elapsed, elapsed > 0 ? frames / elapsed : 0.0);

@@ -581,12 +581,12 @@ TEST_F(Transcoder, ACruisingOutputIsTheSameEveryRun)
 {
     // The second run also writes the still view, from the same decode.
     Decoded runs[2], still;
-    const std::string spec = ":mode=2,size=320x180,codec=ffv1";
+    const std::string request = ":mode=2,size=320x180,codec=ffv1";
     for (int i = 0; i < 2; i++) {
         std::string out, error;
         const std::string path = m_dir + "/run" + std::to_string(i) + ".mkv";
-        std::string args = "'" + Clip() + "' --output '" + path + spec + ",cruise'";
-        if (i == 1) args += " --output '" + m_dir + "/still.mkv" + spec + "'";
+        std::string args = "'" + Clip() + "' --output '" + path + request + ",cruise'";
+        if (i == 1) args += " --output '" + m_dir + "/still.mkv" + request + "'";
         ASSERT_EQ(RunHost(args, &out), 0) << out;
         ASSERT_TRUE(Decode(path, &runs[i], &error)) << error;
     }
