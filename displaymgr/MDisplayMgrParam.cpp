@@ -159,6 +159,7 @@ MRESULT MDisplayMgrGetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
     case ZT5_CFG_DISPLAY_SCALE_RATIO:
     case ZT5_CFG_DISPLAY_MAX_SCALE:
     case ZT5_CFG_DISPLAY_RENDER_STATS:
+    case ZT5_CFG_DISPLAY_MAP_POINT:
         // Only the render object knows the live values; without one the
         // caller's variable is left alone.
         if (c->pRender) c->pRender->getConfig(dwParamID, pParam);

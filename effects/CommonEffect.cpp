@@ -168,6 +168,34 @@ void ReplaceF(Relaxed<float> &a, float seen, float v)
     a.CompareExchange(seen, v);
 }
 
+// The picture a pixel shows, as the programs above draw it: the pixel's ray
+// meets the quad's plane z = 0 within its -1..1 square; the corners'
+// coordinates k[0..7] (bottom left, bottom right, top left, top right)
+// give the point's affinely; with k[8] set, the correction's formula with
+// k1..oy in k[9..17] moves it, and what falls outside the frame is black.
+bool PlainLensPoint(const PaneMap &pane, const ZT5LensModel &, const PaneRay &r, double p[2])
+{
+    if (r.d[2] == 0.0) return false;
+    const double v = -r.o[2] / r.d[2];
+    const double X = r.o[0] + v * r.d[0], Y = r.o[1] + v * r.d[1];
+    if (X < -1.0 || X > 1.0 || Y < -1.0 || Y > 1.0) return false;
+    const float *k = pane.k;
+    const double s = 0.5 * (X + 1.0), t = 0.5 * (Y + 1.0);
+    double x = k[0] + s * (k[2] - k[0]) + t * (k[4] - k[0]);
+    double y = k[1] + s * (k[3] - k[1]) + t * (k[5] - k[1]);
+    if (k[8] != 0.0f) {
+        const double k1 = k[9], k2 = k[10], k3 = k[11], p1 = k[12], p2 = k[13];
+        const double fx = k[14], fy = k[15], ox = k[16], oy = k[17];
+        const double x0 = (x - ox) / fx, y0 = (y - oy) / fy;
+        const double r2 = x0 * x0 + y0 * y0, radial = 1.0 + k1 * r2 + k2 * r2 * r2 + k3 * r2 * r2 * r2;
+        x = (x0 * radial + 2.0 * p1 * x0 * y0 + p2 * (r2 + 2.0 * x0 * x0)) * fx + ox;
+        y = (y0 * radial + 2.0 * p2 * x0 * y0 + p1 * (r2 + 2.0 * y0 * y0)) * fy + oy;
+        if (x < 0.0 || x > 1.0 || y < 0.0 || y > 1.0) return false;
+    }
+    p[0] = x, p[1] = y;
+    return true;
+}
+
 // Edge codes reported when a drag pushes the pan against its limit.
 enum : MDWord { EDGE_NONE = 0, EDGE_TOP = 1, EDGE_LEFT = 2, EDGE_BOTTOM = 4, EDGE_RIGHT = 8 };
 
@@ -466,6 +494,16 @@ void CommonEffect::Draw(const Frame &f)
     FrameSampling corrected = *f.sampling;
     if (bDistort) corrected.conversion = kYuvLensCorrection;
     DrawPass(m_Camera, camera, program, m_Quad, &corrected, [] {});
+    const float *t = texCoord;
+    if (bDistort && mCurDistortTable) {
+        const double *d = mCurDistortTable;
+        MapPane(0, 0, 0, GLint(f.viewportWidth), GLint(f.viewportHeight), m_Camera, PlainLensPoint,
+                {t[0], t[1], t[2], t[3], t[4], t[5], t[6], t[7], 1.0f, float(d[0]), float(d[1]), float(d[2]),
+                 float(d[3]), float(d[4]), float(d[5]), float(d[6]), float(d[7]), float(d[8])});
+    } else {
+        MapPane(0, 0, 0, GLint(f.viewportWidth), GLint(f.viewportHeight), m_Camera, PlainLensPoint,
+                {t[0], t[1], t[2], t[3], t[4], t[5], t[6], t[7], 0.0f});
+    }
     // Logo and faces, with the picture's matrix (DrawPass leaves it in the
     // camera): they zoom and pan with the picture.
     const PlainOverlay::Frame overlay = {m_Camera.mMVPMatrix, kTexCoord[rot], f.videoWidth, f.videoHeight,

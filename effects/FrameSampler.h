@@ -15,6 +15,7 @@
 #include <string>
 
 #include "VideoFrame.h"
+#include "ZT5Records.h"
 #include "YuvConversion.h"
 
 #define GLSL_FRAME_COLOUR "//<frame colour>\n"
@@ -41,6 +42,17 @@ void TextureSpecsFor(const VideoFrame &frame, TextureSpec specs[3]);
 // precision statement; defines frameColour(p).
 std::string FrameColourSource(FrameLayout layout);
 
+// The face rectangles the fisheye views draw over the picture, in the lens
+// box's unit square (a view's p), each grown by a fifth of its size on
+// every side as the plain view draws it: x0, y0, x1, y1, with x0 above x1
+// for a face drawn green (dwGender set), else red. The generation changes
+// with the list or the lens box, so that a program sends it only then.
+struct FaceMarks {
+    int count = 0;
+    unsigned generation = 0;
+    float rect[4 * ZT5_FACE_LIST_MAX] = {};
+};
+
 // Everything a view's draw needs to sample the frame: the layout its program
 // is built for, the textures, the lens box and the plane scales as
 // uniforms, and the colour stage's numbers. Made by the renderer once per
@@ -56,6 +68,12 @@ struct FrameSampling {
     // Texels across and down of the luma and the chroma texture.
     float texelCount[4] = {1.0f, 1.0f, 1.0f, 1.0f};
     YuvConversion conversion = DefaultYuvConversion();
+    // The lens box in pixels of the whole frame as pushed (the textures may
+    // hold a part of it): where a point of the box lies in the frame.
+    FrameBox frameBox;
+    // The faces over the picture, for the programs that draw them (null:
+    // none).
+    const FaceMarks *faces = nullptr;
 };
 
 // The sampling of `frame` uploaded into `textures`, looking at `box`.

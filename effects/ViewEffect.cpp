@@ -142,12 +142,46 @@ void ViewEffect::Render(const MLong *, MLong nDisplayWidth, MLong nDisplayHeight
     glViewport(0, 0, f.viewportWidth, f.viewportHeight);
     DrawBehind(f);
     StepCamera();
+    m_Drawing.paneCount = 0;
     Draw(f);
+    PublishMap(f);
     // A view with panes moved the viewport; the window's is left behind,
     // which is what a snapshot reads.
     glViewport(0, 0, f.viewportWidth, f.viewportHeight);
     m_bDrawn = true;
     checkGlError(m_szViewName);
+}
+
+void ViewEffect::MapPane(int index, GLint x, GLint y, GLint w, GLint h, const RotTranMatrix &m, LensPointFn lensPoint,
+                         std::initializer_list<float> k)
+{
+    if (m_Drawing.paneCount >= ViewMap::kMaxPanes) return;
+    PaneMap &p = m_Drawing.pane[m_Drawing.paneCount++];
+    p.index = index;
+    p.x = x, p.y = y, p.w = w, p.h = h;
+    MMemCpy(p.mvp, m.mMVPMatrix, sizeof(p.mvp));
+    p.lensPoint = lensPoint;
+    int i = 0;
+    for (float v : k)
+        if (i < int(sizeof(p.k) / sizeof(p.k[0]))) p.k[i++] = v;
+}
+
+void ViewEffect::PublishMap(const Frame &f)
+{
+    ViewMap &m = m_Drawing;
+    m.windowWidth = int(f.viewportWidth);
+    m.windowHeight = int(f.viewportHeight);
+    const FrameBox &b = f.sampling->frameBox;
+    m.boxX = b.x, m.boxY = b.y, m.boxW = b.w, m.boxH = b.h;
+    m.lens = m_LensModel;
+    std::lock_guard<std::mutex> lock(m_MapLock);
+    m_Shown = m;
+}
+
+ViewMap ViewEffect::ShownMap()
+{
+    std::lock_guard<std::mutex> lock(m_MapLock);
+    return m_Shown;
 }
 
 bool ViewEffect::NeedsAnotherFrame()
@@ -259,8 +293,17 @@ void ViewEffect::Restore(const void *pRecord)
 
 MRESULT ViewEffect::GetConfig(MDWord dwID, void *pValue)
 {
-    if (dwID != ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS) return 0;
     if (!pValue) return ZT5_ERR_INVALID_PARAM;
+    if (dwID == ZT5_CFG_DISPLAY_MAP_POINT) {
+        ZT5PointMap *q = static_cast<ZT5PointMap *>(pValue);
+        const ViewMap map = ShownMap();
+        double x = 0.0, y = 0.0;
+        const int pane = q->dwToWindow ? map.FrameToWindow(q->fX, q->fY, &x, &y) : map.WindowToFrame(q->fX, q->fY, &x, &y);
+        q->lPane = pane;
+        if (pane >= 0) q->fOutX = float(x), q->fOutY = float(y);
+        return 0;
+    }
+    if (dwID != ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS) return 0;
     for (const SavedField &f : m_SavedFields) f.Save();
     MMemCpy(pValue, &m_FECurrentStatusData, sizeof(m_FECurrentStatusData));
     return 0;

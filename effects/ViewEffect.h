@@ -19,11 +19,13 @@
 #define PANOVIEW_VIEWEFFECT_H
 
 #include <initializer_list>
+#include <mutex>
 #include <vector>
 
 #include "GlesRenderEffect.h"
 #include "Relaxed.h"
 #include "ViewGl.h"
+#include "ViewMap.h"
 #include "ViewTraits.h"
 
 // A window of this size or less in either direction draws nothing.
@@ -163,6 +165,14 @@ protected:
         m.popMatrix();
     }
 
+    // For the mapping of points (ViewMap), after each pass a draw makes:
+    // pane `index` in the view's numbering, its viewport (GL terms), the
+    // pass's matrix as DrawPass left it in m, the view's lens point
+    // function and the numbers it reads. The last draw's panes are what
+    // the host's questions get.
+    void MapPane(int index, GLint x, GLint y, GLint w, GLint h, const RotTranMatrix &m, LensPointFn lensPoint,
+                 std::initializer_list<float> k = {});
+
     // The saved-state table: one line a field, given in the constructor
     // (the lines of several calls add up: a view with panes gives a call
     // a pane).
@@ -205,8 +215,16 @@ private:
     void EndCruise();
     bool Waiting() const { return m_bGesturesWaitForWindow && !m_nInit.load(); }
     void Restore(const void *pRecord);
+    void PublishMap(const Frame &f);
+    ViewMap ShownMap();
 
     std::vector<SavedField> m_SavedFields;
+    // The mapping: m_Drawing filled by the draw under way (render thread),
+    // then copied whole into m_Shown under m_MapLock, which the host's
+    // questions copy out under the same lock.
+    ViewMap m_Drawing;
+    std::mutex m_MapLock;
+    ViewMap m_Shown;
     MRESULT m_lBuildResult = -1; // not built yet
     FrameLayout m_BuiltLayout = FrameLayout::I420; // the layout Build last compiled for
     bool m_bDrawn = false;       // the last Render drew

@@ -72,6 +72,9 @@ int ViewProgram::Build(const char *viewName, const char *vertexSource, const cha
         {&v.yuvMatrix, "yuvMatrix", "mYuvMatrixHandle", false, bPlanes},
         {&v.yuvOffset, "yuvOffset", "mYuvOffsetHandle", false, bPlanes},
     };
+    // Only the programs with the face stage have these; no miss to log.
+    v.faceRect = glGetUniformLocation(p, "faceRect[0]");
+    v.faceCount = glGetUniformLocation(p, "faceCount");
     for (auto &l : lookups) {
         if (!l.wanted) continue;
         *l.handle = l.attribute ? glGetAttribLocation(p, l.name) : glGetUniformLocation(p, l.name);
@@ -127,6 +130,15 @@ void ViewProgram::Use(const FrameSampling &s) const
         glUniformMatrix3fv(v->yuvMatrix, 1, GL_FALSE, s.conversion.fMatrix);
         glUniform3fv(v->yuvOffset, 1, s.conversion.fOffset);
         v->sentConversion = s.conversion;
+    }
+    if (v->faceCount >= 0) {
+        const unsigned generation = s.faces ? s.faces->generation : 0;
+        if (!v->bSent || generation != v->sentFaces) {
+            const int n = s.faces ? s.faces->count : 0;
+            if (n > 0) glUniform4fv(v->faceRect, n, s.faces->rect);
+            glUniform1f(v->faceCount, float(n));
+            v->sentFaces = generation;
+        }
     }
     v->bSent = true;
 }

@@ -61,6 +61,8 @@ private:
         GlProgram program;
         GLint samplers[3] = {-1, -1, -1};
         GLint box = -1, planeScale = -1, texelCount = -1, yuvMatrix = -1, yuvOffset = -1;
+        GLint faceRect = -1, faceCount = -1; // the programs that draw faces
+        mutable unsigned sentFaces = 0;      // the FaceMarks generation sent (none is 0)
         // What the program's uniforms hold now; sent again only on a change.
         mutable bool bSent = false;
         mutable float sentBox[4] = {}, sentScale[4] = {}, sentTexels[4] = {};

@@ -464,6 +464,14 @@ int32_t CZT5Panoview::GetDisplayParam(uint32_t dwParamID, void *pValue)
     }
     case ZT5_CFG_DISPLAY_PICTURE:
         return ReadPicture(static_cast<ZT5Picture *>(pValue));
+    case ZT5_CFG_DISPLAY_MAP_POINT: {
+        // Nothing shown (no display yet): the point maps to nothing.
+        ZT5PointMap *pMap = static_cast<ZT5PointMap *>(pValue);
+        pMap->lPane = -1;
+        FrontendLock lock(m_DataMutex);
+        if (m_hCurDisplay) MDisplayMgrGetParam(m_hCurDisplay, dwParamID, pMap, sizeof(*pMap));
+        return 0;
+    }
     case ZT5_CFG_DISPLAY_RENDER_STATS: {
         // Zeros until the current handle has a render object.
         ZT5RenderStats stats = {};

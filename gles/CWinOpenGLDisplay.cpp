@@ -823,6 +823,7 @@ MRESULT CWinOpenGLDisplay::getConfig(MDWord dwID, void *pValue)
     }
     case ZT5_CFG_DISPLAY_SCALE_RATIO:
     case ZT5_CFG_DISPLAY_MAX_SCALE:
+    case ZT5_CFG_DISPLAY_MAP_POINT:
         if (m_pRenderer) m_pRenderer->GetConfig(dwID, pValue);
         return 0;
     case ZT5_CFG_DISPLAY_PICTURE: {

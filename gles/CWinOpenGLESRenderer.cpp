@@ -469,7 +469,11 @@ void CWinOpenGLESRenderer::Render(const VideoFrame &frame, bool bNewPixels, MDWo
         m_Width = MLong(box.w);
         m_Height = MLong(box.h);
         const FrameBox inPart = {box.x - region.x, box.y - region.y, box.w, box.h};
-        pEffect->SetFrameSampling(SamplingFor(part, inPart, m_FrameTextures.Ids()));
+        FrameSampling sampling = SamplingFor(part, inPart, m_FrameTextures.Ids());
+        sampling.frameBox = box;
+        // The plain view draws its own faces.
+        if (lens != LensBox::Whole) sampling.faces = MarkFaces(box);
+        pEffect->SetFrameSampling(sampling);
         {
             std::lock_guard<std::mutex> lens(m_LensLock);
             pEffect->SetLensModel(m_LensModel);
@@ -750,12 +754,27 @@ MRESULT CWinOpenGLESRenderer::setConfig(MDWord dwID, void *pValue)
             std::memcpy(&m_LensModel, pValue, sizeof(m_LensModel));
         }
         break;
+    case ZT5_CFG_DISPLAY_FACE_OPTION:
+    case ZT5_CFG_DISPLAY_FACE_LIST:
+        // The fisheye views draw the rectangles from the renderer's copy.
+        if (pValue) {
+            std::lock_guard<std::mutex> faces(m_FaceLock);
+            if (dwID == ZT5_CFG_DISPLAY_FACE_OPTION) {
+                m_dwFaceOption = *static_cast<const MDWord *>(pValue);
+            } else {
+                const ZT5FaceList *l = static_cast<const ZT5FaceList *>(pValue);
+                if (l->dwCount <= ZT5_FACE_LIST_MAX && (l->pFaces || !l->dwCount)) {
+                    if (l->dwCount) MMemCpy(m_Faces, l->pFaces, sizeof(ZT5FaceRect) * l->dwCount);
+                    m_dwFaceCount = l->dwCount;
+                }
+            }
+            m_nFaceList++;
+        }
+        [[fallthrough]];
     case ZT5_CFG_DISPLAY_FONT_PATH:
     case ZT5_CFG_DISPLAY_FACE_INFO:
     case ZT5_CFG_DISPLAY_FACE_MUTEX:
-    case ZT5_CFG_DISPLAY_FACE_OPTION:
-    case ZT5_CFG_DISPLAY_LOGO_DATA:
-    case ZT5_CFG_DISPLAY_FACE_LIST: {
+    case ZT5_CFG_DISPLAY_LOGO_DATA: {
         // The current view, and the plain view, which draws the overlays:
         // it gets them whichever view is current, so that they are there
         // when it is shown again. A view copies what it keeps.
@@ -772,6 +791,35 @@ MRESULT CWinOpenGLESRenderer::setConfig(MDWord dwID, void *pValue)
     return 0;
 }
 
+// The host's faces in the lens box's unit square, grown by a fifth of their
+// size on every side; made again when the list, the option or the box
+// changes. None unless the option asks for rectangles (its bit 1).
+const FaceMarks *CWinOpenGLESRenderer::MarkFaces(const FrameBox &box)
+{
+    std::lock_guard<std::mutex> faces(m_FaceLock);
+    if (m_nFaceList == m_nMarksList && box.x == m_MarksBox.x && box.y == m_MarksBox.y && box.w == m_MarksBox.w &&
+        box.h == m_MarksBox.h)
+        return &m_FaceMarks;
+    m_nMarksList = m_nFaceList;
+    m_MarksBox = box;
+    FaceMarks &m = m_FaceMarks;
+    m.generation++;
+    if (m.generation == 0) m.generation = 1; // 0 is no list
+    m.count = 0;
+    if (!(m_dwFaceOption & 1) || box.Empty()) return &m;
+    const double kMargin = 0.2;
+    for (MDWord i = 0; i < m_dwFaceCount; i++) {
+        const ZT5FaceRect &f = m_Faces[i];
+        const double x0 = (double(f.left) - kMargin * f.width - box.x) / box.w;
+        const double y0 = (double(f.top) - kMargin * f.height - box.y) / box.h;
+        const double x1 = x0 + (1.0 + 2.0 * kMargin) * f.width / box.w;
+        const double y1 = y0 + (1.0 + 2.0 * kMargin) * f.height / box.h;
+        float *r = &m.rect[4 * m.count++];
+        r[0] = float(f.dwGender ? x1 : x0), r[1] = float(y0), r[2] = float(f.dwGender ? x0 : x1), r[3] = float(y1);
+    }
+    return &m;
+}
+
 MRESULT CWinOpenGLESRenderer::GetConfig(MDWord dwID, void *pValue)
 {
     if (!pValue) return ZT5_ERR_INVALID_PARAM;
@@ -779,6 +827,10 @@ MRESULT CWinOpenGLESRenderer::GetConfig(MDWord dwID, void *pValue)
     case ZT5_CFG_DISPLAY_SCALE_RATIO:
         WithCurrentEffect(
             [&](GlesRenderEffect *e) { *static_cast<MDWord *>(pValue) = ToPercent(e->GetScaleRatio()); });
+        break;
+    case ZT5_CFG_DISPLAY_MAP_POINT:
+        // The view keeps the mapping of its last draw as a value of its own.
+        WithCurrentEffect([&](GlesRenderEffect *e) { e->GetConfig(dwID, pValue); });
         break;
     case ZT5_CFG_DISPLAY_MAX_SCALE: {
         std::lock_guard<std::recursive_mutex> lk(m_EffectLock);

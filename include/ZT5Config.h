@@ -108,6 +108,16 @@
 /* Read only: the picture the display shows, into the host's buffer: a
  * ZT5Picture record (ZT5Records.h). */
 #define ZT5_CFG_DISPLAY_PICTURE                 0x9000066
+/* Read only: where a point lies, in the picture on screen (the last draw's
+ * cameras, every view): a ZT5PointMap record the host fills and the
+ * library completes. Result 0 for any record, 2 for a null one. */
+#define ZT5_CFG_DISPLAY_MAP_POINT               0x9000063
+/* Turn the view's steerable camera so that a frame point (two floats, pixels
+ * of the frame as pushed) comes to the centre of its pane, stepped per draw
+ * as the view's own jumps move, within the view's limits; ends a cruise as
+ * a touch does. Refused with 2, nothing moves: a point outside the frame or
+ * not a finite number, or a view without a steerable camera (mode 7). */
+#define ZT5_CFG_DISPLAY_AIM_AT                  0x9000064
 /* The lens's projection, for every fisheye view: a ZT5LensModel (copied).
  * A direction theta off the lens axis lands at the fraction
  * f(theta) / f(fov / 2) of the lens circle's radius (the circle of

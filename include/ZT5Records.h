@@ -70,6 +70,23 @@ typedef struct ZT5LensModel {
 } ZT5LensModel;
 ZT5_STATIC_ASSERT(sizeof(ZT5LensModel) == 24, "lens model is 24 bytes");
 
+/* ZT5_CFG_DISPLAY_MAP_POINT, 24 bytes. dwToWindow 0: (fX, fY) is a window
+ * point (pixels from the window's top left, as the gestures give them) and
+ * (fOutX, fOutY) becomes the frame point it shows (pixels of the frame as
+ * pushed, before any cut; pixel (i, j) covers i..i+1, j..j+1). dwToWindow 1:
+ * (fX, fY) is a frame point and the answer is where it shows in the window.
+ * lPane becomes the pane of the answer (0 for a one-pane view), or -1 where
+ * the point shows nothing (background, outside the lens circle, out of
+ * view), and then fOutX and fOutY are left as they were. A frame point seen
+ * in several panes answers the lowest-numbered one. */
+typedef struct ZT5PointMap {
+    uint32_t dwToWindow;
+    float fX, fY;
+    float fOutX, fOutY;
+    int32_t lPane;
+} ZT5PointMap;
+ZT5_STATIC_ASSERT(sizeof(ZT5PointMap) == 24, "point map is 24 bytes");
+
 /* Viewport record, 56 bytes. */
 typedef struct ZT5Viewport {
     uint32_t hWnd;

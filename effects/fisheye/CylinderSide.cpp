@@ -3,6 +3,7 @@
 // towards the bottom. Four vertices; the dewarp is a polar lookup in the
 // fragment shader. Sideways scroll without limit, a wide and a close
 // position, inertia and cruise.
+#include <cmath>
 #include <new>
 
 #include "FisheyeCommon.h"
@@ -50,6 +51,25 @@ const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
 // the strip) the strip fills the window's height, at the wide one (2.0) 57.5 %.
 const float kHalfWidth = 6.0f, kHalfHeight = 1.15f;
 const float kNear = 1.0f, kFar = 20.0f;
+
+// The fragment stage on the processor: the ray meets the strip's plane
+// z = 0 within its rectangle, whose texture coordinates run 0..1 from left
+// to right and from the top down; k[0] is the scroll as the shader has it.
+bool LensPoint(const PaneMap &pane, const ZT5LensModel &model, const PaneRay &r, double p[2])
+{
+    if (r.d[2] == 0.0) return false;
+    const double v = -r.o[2] / r.d[2];
+    const double X = r.o[0] + v * r.d[0], Y = r.o[1] + v * r.d[1];
+    if (std::fabs(X) > kHalfWidth || std::fabs(Y) > kHalfHeight) return false;
+    const double s = 1.0 - (X + kHalfWidth) / (2.0 * kHalfWidth);
+    const double t = 0.00179 + (kHalfHeight - Y) / (2.0 * kHalfHeight) * 0.8;
+    const double theta = 1.5708 - 6.2832 * s + pane.k[0];
+    const LensAsDrawn lens(model);
+    const double dr = 0.5 * lens.Radius(1.5708 * (1.0 - t));
+    p[0] = dr * std::cos(theta) + 0.5;
+    p[1] = dr * std::sin(theta) + 0.5;
+    return lens.Sees(1.5708 * (1.0 - t)) && p[0] >= 0.0 && p[0] <= 1.0 && p[1] >= 0.0 && p[1] <= 1.0;
+}
 // Gesture factors: scroll per window pixel of a drag (radians), per unit of
 // release velocity, per cruising frame; the pinch's step on fTz.
 const float kMoveFactor = 0.02f;
@@ -127,6 +147,7 @@ private:
             m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
         };
         DrawPass(m_Camera, camera, m_Program, m_Strip, f.sampling, uniforms);
+        MapPane(0, 0, 0, GLint(f.viewportWidth), GLint(f.viewportHeight), m_Camera, LensPoint, {mfZoom.load()});
     }
 
     bool Moving() const override { return m_Zoom.Moving(); }

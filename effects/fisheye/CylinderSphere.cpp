@@ -71,6 +71,41 @@ const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                          "                                    (about.y * r + 1.0) * 0.5));\n"
                          "}\n";
 
+// The fragment stage on the processor: k = shapeDome, zScale, zOffset,
+// profile, ratio, texOffset, texScale, frad.
+bool LensPoint(const PaneMap &pane, const ZT5LensModel &model, const PaneRay &r, double out[2])
+{
+    const float *k = pane.k;
+    const bool dome = k[0] > 0.5f;
+    const double H = 6.0 * k[1], z0 = -H * k[2];
+    const double kz = dome ? 1.0 / k[1] : 0.0;
+    const double ok[3] = {r.o[0], r.o[1], (r.o[2] - z0) * kz}, dk[3] = {r.d[0], r.d[1], r.d[2] * kz};
+    const double a = dk[0] * dk[0] + dk[1] * dk[1] + dk[2] * dk[2];
+    const double b = ok[0] * dk[0] + ok[1] * dk[1] + ok[2] * dk[2];
+    const double c = ok[0] * ok[0] + ok[1] * ok[1] + ok[2] * ok[2] - 36.0;
+    double q = b * b - a * c;
+    if (q < 0.0 || a == 0.0) return false;
+    q = std::sqrt(q);
+    auto seen = [&](double u, double p[3]) {
+        for (int i = 0; i < 3; i++) p[i] = r.o[i] + u * r.d[i];
+        return u >= 0.0 && u <= 1.0 && p[2] <= z0 && (dome || p[2] >= z0 - H);
+    };
+    double p[3];
+    if (!seen((-b - q) / a, p) && !seen((-b + q) / a, p)) return false;
+    const double sb = std::fmin(std::fmax((z0 - p[2]) / H, 0.0), 1.0);
+    const double lat = std::asin(sb);
+    const double profile = k[3], ratio = k[4];
+    const double share = ((profile - 1.0) * 2.0 / 3.14159 * lat + 1.0) * (1.0 - ratio) + (1.0 - (1.0 - profile) * sb) * ratio;
+    const double theta = share * 1.5707963;
+    const LensAsDrawn lens(model);
+    if (!lens.Sees(theta)) return false;
+    const double rr = k[7] * lens.Radius(theta), len = std::hypot(p[0], p[1]);
+    const double ax = len > 0.0 ? -p[0] / len : 0.0, ay = len > 0.0 ? -p[1] / len : 1.0;
+    out[0] = (ax * rr + 1.0) * k[6] * 0.5 + k[5];
+    out[1] = (ay * rr + 1.0) * 0.5;
+    return true;
+}
+
 float FromBits(uint32_t bits)
 {
     float f;
@@ -203,6 +238,9 @@ private:
             SendRayMatrix(m_Program, m_Camera);
             m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
         });
+        MapPane(0, 0, 0, GLint(f.viewportWidth), GLint(f.viewportHeight), m_Camera, LensPoint,
+                {&m_F == &kFlavours[1] ? 1.0f : 0.0f, m_F.zScale, float(m_F.zOffset), m_F.profile, m_F.ratio,
+                 m_F.texOffset, m_F.texScale, kRad});
     }
 
     void Drag(float x0, float y0, float x1, float y1) override

@@ -4,6 +4,9 @@
 
 #include "LensLaw.h"
 #include "MLog.h"
+#include "ViewMap.h"
+
+static_assert(ZT5_FACE_LIST_MAX == 50, "the face stage holds ZT5_FACE_LIST_MAX rectangles");
 
 // ----------------------------------------------------------- lens model
 
@@ -36,16 +39,92 @@ void LensUniforms::Send(const ZT5LensModel &model, unsigned generation, MLong bo
 {
     m_Footprint.Send(boxWidth, boxHeight);
     if (generation == m_Sent) return;
-    const ZT5LensModel m = LensLawNormalised(model);
+    const LensAsDrawn lens(model);
+    const ZT5LensModel &m = lens.model;
     glUniform1f(m_Law, float(m.dwLaw));
     glUniform4f(m_K, m.fK[0], m.fK[1], m.fK[2], m.fK[3]);
+    glUniform1f(m_Scale, float(lens.scale));
+    glUniform1f(m_HalfFov, float(lens.halfFov));
+    m_Sent = generation;
+}
+
+LensAsDrawn::LensAsDrawn(const ZT5LensModel &record) : model(LensLawNormalised(record))
+{
     // The default keeps the number the equidistant law always divided by.
-    const bool equidistant180 = m.dwLaw == ZT5_LENS_EQUIDISTANT && m.fFieldOfView == 180.0f;
-    glUniform1f(m_Scale, equidistant180 ? 1.0f / 1.570795f : float(LensLawScale(m)));
+    const bool equidistant180 = model.dwLaw == ZT5_LENS_EQUIDISTANT && model.fFieldOfView == 180.0f;
+    scale = equidistant180 ? 1.0 / 1.570795 : LensLawScale(model);
     // Half the field of view, in radians, a hair wider so that the rim of a
     // 180-degree lens (the dome's rim row) still counts as seen.
-    glUniform1f(m_HalfFov, float(m.fFieldOfView * 3.14159265358979 / 360.0) + 1e-4f);
-    m_Sent = generation;
+    halfFov = double(float(model.fFieldOfView * 3.14159265358979 / 360.0) + 1e-4f);
+}
+
+double LensAsDrawn::Radius(double theta) const
+{
+    return LensLawF(model, theta) * scale;
+}
+
+bool DomeHitOf(const PaneRay &r, const float scale[3], double p[3])
+{
+    const double *o = r.o, *d = r.d;
+    p[0] = 0.0, p[1] = 0.0, p[2] = -6.0;
+    if (scale[2] < 1e-4f) {
+        if (d[2] == 0.0) return false;
+        const double v = -o[2] / d[2];
+        const double qx = (o[0] + v * d[0]) / scale[0], qy = (o[1] + v * d[1]) / scale[1];
+        const double qq = qx * qx + qy * qy;
+        p[0] = qx, p[1] = qy, p[2] = -std::sqrt(std::fmax(36.0 - qq, 0.0));
+        return v >= 0.0 && v <= 1.0 && qq <= 36.0;
+    }
+    double ok[3], dk[3];
+    for (int i = 0; i < 3; i++) {
+        const double k = double(scale[2]) / double(scale[i]);
+        ok[i] = o[i] * k, dk[i] = d[i] * k;
+    }
+    const double R = 6.0 * scale[2];
+    const double a = dk[0] * dk[0] + dk[1] * dk[1] + dk[2] * dk[2];
+    const double b = ok[0] * dk[0] + ok[1] * dk[1] + ok[2] * dk[2];
+    const double c = ok[0] * ok[0] + ok[1] * ok[1] + ok[2] * ok[2] - R * R;
+    double q = b * b - a * c;
+    if (q < 0.0 || a == 0.0) return false;
+    q = std::sqrt(q);
+    double u = (-b - q) / a;
+    if (u < 0.0 || o[2] + u * d[2] > 0.0) u = (-b + q) / a;
+    for (int i = 0; i < 3; i++) p[i] = (o[i] + u * d[i]) / scale[i];
+    return u >= 0.0 && u <= 1.0 && p[2] <= 0.0;
+}
+
+double DomeLatitudeOf(const double p[3])
+{
+    return std::atan2(-p[2], std::hypot(p[0], p[1]));
+}
+
+void DomeAboutOf(const double p[3], double about[2])
+{
+    const double r = std::hypot(p[0], p[1]);
+    about[0] = r > 0.0 ? -p[0] / r : 0.0;
+    about[1] = r > 0.0 ? -p[1] / r : 1.0;
+}
+
+bool DomePoint::Hit(const PaneRay &ray, const float scale[3])
+{
+    if (!DomeHitOf(ray, scale, p)) return false;
+    t = DomeLatitudeOf(p);
+    DomeAboutOf(p, about);
+    return lens.Sees(1.570795 - t);
+}
+
+bool DomeLensPoint(const PaneMap &pane, const ZT5LensModel &model, const PaneRay &ray, double out[2])
+{
+    DomePoint d(model);
+    if (!d.Hit(ray, pane.k)) return false;
+    AboutLookupOf(d.about, d.lens.LatitudeRadius(d.t, pane.k[3]), pane.k[4], pane.k[5], out);
+    return true;
+}
+
+void AboutLookupOf(const double about[2], double fir, double signS, double signT, double out[2])
+{
+    out[0] = 0.5 + signS * fir * about[0] / 2.0;
+    out[1] = 0.5 + signT * fir * about[1] / 2.0;
 }
 
 // ------------------------------------------------- views drawn per pixel
@@ -55,36 +134,6 @@ MRESULT UploadRayQuad(ViewMesh &mesh)
     const float v[12] = {-1, -1, 0, 1, -1, 0, -1, 1, 0, 1, 1, 0};
     const float t[8] = {-1, -1, 1, -1, -1, 1, 1, 1};
     return mesh.Upload(v, t, 4, GL_TRIANGLE_STRIP);
-}
-
-// The inverse by cofactors; a singular matrix (no camera can give one)
-// leaves the identity, which shows nothing of the dome.
-static void Invert4(const float *m, float *out)
-{
-    double a[16], inv[16];
-    for (int i = 0; i < 16; i++) a[i] = m[i];
-    inv[0] = a[5] * a[10] * a[15] - a[5] * a[11] * a[14] - a[9] * a[6] * a[15] + a[9] * a[7] * a[14] + a[13] * a[6] * a[11] - a[13] * a[7] * a[10];
-    inv[4] = -a[4] * a[10] * a[15] + a[4] * a[11] * a[14] + a[8] * a[6] * a[15] - a[8] * a[7] * a[14] - a[12] * a[6] * a[11] + a[12] * a[7] * a[10];
-    inv[8] = a[4] * a[9] * a[15] - a[4] * a[11] * a[13] - a[8] * a[5] * a[15] + a[8] * a[7] * a[13] + a[12] * a[5] * a[11] - a[12] * a[7] * a[9];
-    inv[12] = -a[4] * a[9] * a[14] + a[4] * a[10] * a[13] + a[8] * a[5] * a[14] - a[8] * a[6] * a[13] - a[12] * a[5] * a[10] + a[12] * a[6] * a[9];
-    inv[1] = -a[1] * a[10] * a[15] + a[1] * a[11] * a[14] + a[9] * a[2] * a[15] - a[9] * a[3] * a[14] - a[13] * a[2] * a[11] + a[13] * a[3] * a[10];
-    inv[5] = a[0] * a[10] * a[15] - a[0] * a[11] * a[14] - a[8] * a[2] * a[15] + a[8] * a[3] * a[14] + a[12] * a[2] * a[11] - a[12] * a[3] * a[10];
-    inv[9] = -a[0] * a[9] * a[15] + a[0] * a[11] * a[13] + a[8] * a[1] * a[15] - a[8] * a[3] * a[13] - a[12] * a[1] * a[11] + a[12] * a[3] * a[9];
-    inv[13] = a[0] * a[9] * a[14] - a[0] * a[10] * a[13] - a[8] * a[1] * a[14] + a[8] * a[2] * a[13] + a[12] * a[1] * a[10] - a[12] * a[2] * a[9];
-    inv[2] = a[1] * a[6] * a[15] - a[1] * a[7] * a[14] - a[5] * a[2] * a[15] + a[5] * a[3] * a[14] + a[13] * a[2] * a[7] - a[13] * a[3] * a[6];
-    inv[6] = -a[0] * a[6] * a[15] + a[0] * a[7] * a[14] + a[4] * a[2] * a[15] - a[4] * a[3] * a[14] - a[12] * a[2] * a[7] + a[12] * a[3] * a[6];
-    inv[10] = a[0] * a[5] * a[15] - a[0] * a[7] * a[13] - a[4] * a[1] * a[15] + a[4] * a[3] * a[13] + a[12] * a[1] * a[7] - a[12] * a[3] * a[5];
-    inv[14] = -a[0] * a[5] * a[14] + a[0] * a[6] * a[13] + a[4] * a[1] * a[14] - a[4] * a[2] * a[13] - a[12] * a[1] * a[6] + a[12] * a[2] * a[5];
-    inv[3] = -a[1] * a[6] * a[11] + a[1] * a[7] * a[10] + a[5] * a[2] * a[11] - a[5] * a[3] * a[10] - a[9] * a[2] * a[7] + a[9] * a[3] * a[6];
-    inv[7] = a[0] * a[6] * a[11] - a[0] * a[7] * a[10] - a[4] * a[2] * a[11] + a[4] * a[3] * a[10] + a[8] * a[2] * a[7] - a[8] * a[3] * a[6];
-    inv[11] = -a[0] * a[5] * a[11] + a[0] * a[7] * a[9] + a[4] * a[1] * a[11] - a[4] * a[3] * a[9] - a[8] * a[1] * a[7] + a[8] * a[3] * a[5];
-    inv[15] = a[0] * a[5] * a[10] - a[0] * a[6] * a[9] - a[4] * a[1] * a[10] + a[4] * a[2] * a[9] + a[8] * a[1] * a[6] - a[8] * a[2] * a[5];
-    const double det = a[0] * inv[0] + a[1] * inv[4] + a[2] * inv[8] + a[3] * inv[12];
-    if (det == 0.0 || !std::isfinite(det)) {
-        RotTranMatrix::identity(out);
-        return;
-    }
-    for (int i = 0; i < 16; i++) out[i] = static_cast<float>(inv[i] / det);
 }
 
 bool SetDomeScale(const ViewProgram &program, const char *viewName, float x, float y, float z)
@@ -98,8 +147,10 @@ bool SetDomeScale(const ViewProgram &program, const char *viewName, float x, flo
 
 void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m)
 {
+    // A singular matrix (no camera can give one) leaves the identity,
+    // which shows nothing of the dome.
     float inverse[16];
-    Invert4(m.mMVPMatrix, inverse);
+    if (!InvertMatrix4(m.mMVPMatrix, inverse)) RotTranMatrix::identity(inverse);
     program.SetMatrix(inverse);
 }
 

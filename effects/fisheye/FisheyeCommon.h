@@ -22,6 +22,7 @@
 #include "GlesRenderEffect.h"
 #include "Relaxed.h"
 #include "ViewGl.h"
+#include "ViewMap.h"
 
 // ------------------------------------------------------------ constants
 
@@ -57,6 +58,35 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "#endif\n"                                                     \
     "precision highp float;\n"
 
+// The face rectangles (FaceMarks, sent by ViewProgram::Use) as the view
+// bends them: a pixel whose lens point p lies within about a window pixel
+// of a rectangle's side, within its length, is on that face's line. A
+// window pixel moves p by dx across and dy down; a side x = x0 is
+// |p.x - x0| / |(dx.x, dy.x)| window pixels away (y alike), so the lines are
+// about two window pixels wide whatever the magnification, in every pane,
+// cut where the picture ends. x0 above x1 marks a face drawn green. The
+// loop stops at faceCount: with no faces it costs one comparison.
+#define FISHEYE_GLSL_FACES                                                                   \
+    "uniform vec4 faceRect[" FISHEYE_FACE_MAX "];\n"                                       \
+    "uniform float faceCount;\n"                                                           \
+    "bool onFace(vec2 p, vec2 dx, vec2 dy, out vec4 colour) {\n"                           \
+    "    vec2 px = vec2(max(length(vec2(dx.x, dy.x)), 1e-7), max(length(vec2(dx.y, dy.y)), 1e-7));\n" \
+    "    for (int i = 0; i < " FISHEYE_FACE_MAX "; i++) {\n"                              \
+    "        if (float(i) >= faceCount) break;\n"                                         \
+    "        vec4 r = faceRect[i];\n"                                                     \
+    "        vec2 lo = vec2(min(r.x, r.z), r.y), hi = vec2(max(r.x, r.z), r.w);\n"        \
+    "        vec2 near = min(abs(p - lo), abs(p - hi)) / px;\n"                           \
+    "        bvec2 along = bvec2(p.x >= lo.x - px.x && p.x <= hi.x + px.x,\n"            \
+    "                            p.y >= lo.y - px.y && p.y <= hi.y + px.y);\n"           \
+    "        if ((near.x <= 1.0 && along.y) || (near.y <= 1.0 && along.x)) {\n"         \
+    "            colour = r.x > r.z ? vec4(0.0, 1.0, 0.0, 1.0) : vec4(1.0, 0.0, 0.0, 1.0);\n" \
+    "            return true;\n"                                                        \
+    "        }\n"                                                                       \
+    "    }\n"                                                                           \
+    "    return false;\n"                                                               \
+    "}\n"
+#define FISHEYE_FACE_MAX "50"
+
 // Sampling by the pixel's footprint (after GLSL_FRAME_COLOUR): lensColour(p)
 // is frameColour(p) where a pixel covers up to 7 texels of the lens box (a
 // close view, or one that shrinks the picture a few times: one bilinear
@@ -74,10 +104,13 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
 // them, not a branch: a software rasteriser runs both sides of a branch for
 // a block of pixels, but leaves a loop as soon as no pixel of it goes on.
 #define FISHEYE_GLSL_FOOTPRINT                                                          \
+    FISHEYE_GLSL_FACES                                                                  \
     "uniform vec2 lensTexel;\n"                                                        \
     "vec4 lensColour(vec2 p) {\n"                                                      \
     "#ifdef GL_OES_standard_derivatives\n"                                             \
     "    vec2 dx = dFdx(p), dy = dFdy(p);\n"                                           \
+    "    vec4 face;\n"                                                                 \
+    "    if (onFace(p, dx, dy, face)) return face;\n"                                  \
     "    float texels = max(length(dx / lensTexel), length(dy / lensTexel));\n"         \
     "    vec4 sum = vec4(0.0);\n"                                                         \
     "    float taps = 0.0;\n"                                                             \
@@ -257,6 +290,43 @@ void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m);
 // The dome scale of a program drawn per pixel (its domeScale uniform),
 // looked up and set once: the views whose dome never changes its shape.
 bool SetDomeScale(const ViewProgram &program, const char *viewName, float x, float y, float z);
+
+// ------------------------------------------ the same on the processor
+//
+// The stages above, term by term in double precision, for the lens points a
+// view gives ViewMap (where a pixel's ray lands in the lens box).
+
+// The lens model as LensUniforms sends it: lensRadius and lensSees.
+struct LensAsDrawn {
+    explicit LensAsDrawn(const ZT5LensModel &model);
+    double Radius(double theta) const;
+    bool Sees(double theta) const { return theta <= halfFov; }
+    // fisheyeLatitudeRadius.
+    double LatitudeRadius(double t, double rad) const { return rad * Radius(1.570795 - t); }
+    ZT5LensModel model;
+    double scale, halfFov;
+};
+// domeHit on the ray, for a dome scaled by `scale`; p in the unscaled sphere.
+bool DomeHitOf(const PaneRay &ray, const float scale[3], double p[3]);
+// domeLatitude, domeAbout, fisheyeAboutLookup.
+double DomeLatitudeOf(const double p[3]);
+void DomeAboutOf(const double p[3], double about[2]);
+void AboutLookupOf(const double about[2], double fir, double signS, double signT, double out[2]);
+// The dome views' common start: the point p of the dome (scaled by `scale`)
+// a ray meets, its latitude t and direction about the axis; Hit is false
+// where the ray meets none or the lens doesn't see the point.
+struct DomePoint {
+    explicit DomePoint(const ZT5LensModel &model) : lens(model) {}
+    bool Hit(const PaneRay &ray, const float scale[3]);
+    LensAsDrawn lens;
+    double p[3] = {0.0, 0.0, 0.0};
+    double t = 0.0;
+    double about[2] = {0.0, 1.0};
+};
+// The lens point of a dome drawn through the lens model without a bend of
+// its own (the map, the wall panes): k = dome scale x, y, z, the lens
+// radius, the sign pair.
+bool DomeLensPoint(const PaneMap &pane, const ZT5LensModel &model, const PaneRay &ray, double p[2]);
 
 // The footprint sampler's texel size in one program: Find once after the
 // build, Send with the program in use before each draw (the lens box's size

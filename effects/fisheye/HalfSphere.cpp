@@ -85,6 +85,29 @@ const char kStarFragment[] =
     "        gl_FragColor = vec4(0.9, 0.9, 1.0, 1.0) * vAmbient;\n"
     "}\n";
 
+// The bowl's fragment stage on the processor: k = the lens radius, fratio,
+// PlatFlag.
+bool SphereLensPoint(const PaneMap &pane, const ZT5LensModel &model, const PaneRay &ray, double out[2])
+{
+    static const float kBowl[3] = {1.0f, 1.0f, 0.97f};
+    DomePoint d(model);
+    if (!d.Hit(ray, kBowl)) return false;
+    const double t = d.t, frad = pane.k[0], fratio = pane.k[1];
+    const double ftmp = (0.8 - 1.0) * t + 1.0;
+    const double fir2 = ftmp * d.lens.LatitudeRadius(t, frad);
+    const double tm = pane.k[2] == 0.0f ? 0.25 : 0.5, m3 = 0.35;
+    double fir;
+    if (fratio >= tm) {
+        const double frat = (fratio - tm) * 2.0;
+        fir = frat * frad * ftmp * std::cos(t) + (1.0 - frat) * fir2;
+    } else {
+        const double frat = fratio * m3 / tm + 1.0 - m3;
+        fir = frat * fir2 + (1.0 - frat) * frad * ftmp * (1.0 - std::sin(t));
+    }
+    AboutLookupOf(d.about, fir, -1.0, 1.0, out);
+    return true;
+}
+
 int Sign(float v)
 {
     return v > 0.0f ? 1 : (v < 0.0f ? -1 : 0);
@@ -513,6 +536,8 @@ void HalfSphere::Draw(const Frame &f)
         glUniform1f(maRatioHandle, fRatio);
         m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
     });
+    MapPane(0, 0, 0, GLint(f.viewportWidth), GLint(f.viewportHeight), m_Camera, SphereLensPoint,
+            {fRad, fRatio, m_dwFEPlatform == 0 ? 0.0f : 1.0f});
     drawBackdrop();
     glDisable(GL_DEPTH_TEST);
 }

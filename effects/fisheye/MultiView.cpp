@@ -29,6 +29,17 @@ const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                          "    gl_FragColor = lensColour(fisheyeAboutLookup(domeAbout(p), fir, 1.0, -1.0));\n"
                          "}\n";
 
+// The fragment stage on the processor; k[0] is the lens radius.
+bool LensPoint(const PaneMap &pane, const ZT5LensModel &model, const PaneRay &ray, double out[2])
+{
+    static const float kUnscaled[3] = {1.0f, 1.0f, 1.0f};
+    DomePoint d(model);
+    if (!d.Hit(ray, kUnscaled)) return false;
+    const double ftmp = (0.8 - 1.0) * d.t + 1.0;
+    AboutLookupOf(d.about, ftmp * d.lens.LatitudeRadius(d.t, pane.k[0]), 1.0, -1.0, out);
+    return true;
+}
+
 const float kNear = 1.5f, kFar = 25.0f;
 const float kCamZ = 2.0f; // eye distance of every pane
 // The pose of a pane at fTz 0: looking sideways from inside the bowl. fTz
@@ -125,10 +136,14 @@ private:
             const int i = PaneIndex(viewBigIndex.load());
             glViewport(0, 0, GLsizei(f.viewportWidth), GLsizei(f.viewportHeight));
             DrawPane(i, f);
+            MapPane(i, 0, 0, GLint(f.viewportWidth), GLint(f.viewportHeight), m_Pane[i].camera, LensPoint,
+                    {kFisheyeLensRadius});
         } else {
             for (int i = 0; i < 4; i++) {
-                m_Pane[i].Apply();
+                const ViewPane &p = m_Pane[i];
+                p.Apply();
                 DrawPane(i, f);
+                MapPane(i, p.x, p.y, p.width, p.height, p.camera, LensPoint, {kFisheyeLensRadius});
             }
         }
     }

@@ -30,6 +30,8 @@ const float kCruiseStep = 0.043269236f;
 const float kRadToDeg = 57.295780490442965f;
 
 enum { kPane = 0, kMap = 1 };
+// The lit map's dome as the points are mapped: unscaled, signs (-, +).
+const std::initializer_list<float> kMapDome = {1.0f, 1.0f, 1.0f, kFisheyeLensRadius, -1.0f, 1.0f};
 
 } // namespace
 
@@ -119,6 +121,7 @@ private:
             glUniform1f(muMode, 0.0f);
             glUniformMatrix4fv(muRect, 1, GL_FALSE, m_Pane[kPane].camera.mMVPMatrix);
         });
+        MapPane(kPane, m_Pane[kPane].x, m_Pane[kPane].y, m_Pane[kPane].width, m_Pane[kPane].height, m_Pane[kPane].camera, DomeLensPoint, kMapDome);
         m_Pane[kMap].Apply();
         DrawPass(m_Pane[kMap].camera, map, m_Program, m_Quad, f.sampling, [&] {
             SendRayMatrix(m_Program, m_Pane[kMap].camera);
@@ -126,6 +129,7 @@ private:
             glUniform1f(muMode, 1.0f);
             glUniformMatrix4fv(muRect, 1, GL_FALSE, m_Pane[kPane].camera.mMVPMatrix);
         });
+        MapPane(kMap, m_Pane[kMap].x, m_Pane[kMap].y, m_Pane[kMap].width, m_Pane[kMap].height, m_Pane[kMap].camera, DomeLensPoint, kMapDome);
     }
 
     // A released deep tilt returns to the rest pose (the toolkit's spring).

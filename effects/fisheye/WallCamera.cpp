@@ -352,7 +352,7 @@ bool WallPaneView::BuildStretched(const char *fragment)
     return muDomeScale >= 0 && m_Quad;
 }
 
-void WallPaneView::DrawStretched(const Frame &f)
+void WallPaneView::DrawStretched(const Frame &f, LensPointFn lensPoint, float k)
 {
     const float scale = mScaleRatio.load();
     const WallStretch s = m_Cam.Drawn().stretch;
@@ -363,4 +363,5 @@ void WallPaneView::DrawStretched(const Frame &f)
         m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
     };
     DrawPass(m_Camera, camera, m_Program, m_Quad, f.sampling, uniforms);
+    MapPane(0, 0, 0, GLint(f.viewportWidth), GLint(f.viewportHeight), m_Camera, lensPoint, {s.x, s.y, s.z, k});
 }

@@ -138,7 +138,9 @@ protected:
     // stretched by domeScale; false when that uniform is missing.
     bool BuildStretched(const char *fragment);
     // One pass over the window with the camera and stretch of this frame.
-    void DrawStretched(const Frame &f);
+    // ... and records it for the mapping of points: lensPoint reads the
+    // dome's stretch in k[0..2], then `k`.
+    void DrawStretched(const Frame &f, LensPointFn lensPoint, float k);
 
     RotTranMatrix m_Camera = {};
     ViewProgram m_Program;

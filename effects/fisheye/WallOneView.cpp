@@ -32,6 +32,19 @@ const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                          "    gl_FragColor = lensColour(fisheyeAboutLookup(domeAbout(p), fir, 1.0, -1.0));\n"
                          "}\n";
 
+// The fragment stage on the processor.
+bool LensPoint(const PaneMap &pane, const ZT5LensModel &model, const PaneRay &ray, double out[2])
+{
+    DomePoint d(model);
+    if (!d.Hit(ray, pane.k)) return false;
+    const float *s = pane.k;
+    const double *p = d.p;
+    const double qy = p[1] * s[1], qz = p[2] * s[2];
+    if (0.8 * qz + qy > 4.8 || 0.8 * qz - qy > 4.8) return false; // the black caps
+    AboutLookupOf(d.about, d.lens.LatitudeRadius(d.t, pane.k[3]), 1.0, -1.0, out);
+    return true;
+}
+
 const float kPinchStep = 0.115425f;
 // Eye from 6 (wide) to 3 (close); pan 32 and tilt 26 degrees at the closest;
 // the dome 1.25 deep and 1.0 wide when wide, 0.7 deep and 1.05 wide close.
@@ -55,7 +68,7 @@ private:
         return (!built || rad < 0) ? 1 : 0;
     }
 
-    void Draw(const Frame &f) override { DrawStretched(f); }
+    void Draw(const Frame &f) override { DrawStretched(f, LensPoint, kFisheyeLensRadius); }
 };
 
 GlesRenderEffect *MakeWallOneView(MDWord)

@@ -37,6 +37,19 @@ const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                          "        gl_FragColor = frameColour(p);\n"
                          "}\n";
 
+// The fragment stage on the processor; k[3] is the aspect.
+bool LensPoint(const PaneMap &pane, const ZT5LensModel &, const PaneRay &ray, double out[2])
+{
+    double q[3];
+    if (!DomeHitOf(ray, pane.k, q)) return false;
+    const double x = 1.0 - (1.0 + q[0] / 6.0) * 0.5, y = (1.0 + pane.k[3] * q[1] / 6.0) * 0.5;
+    const double dx = x - 0.5, dy = y - 0.5;
+    const double rad = std::sqrt(dx * dx / 0.079102 + dy * dy / 0.25);
+    if (std::fabs(dx) >= 0.5 || std::fabs(dy) >= 0.5 || rad > 1.6 * 1.05) return false;
+    out[0] = x, out[1] = y;
+    return true;
+}
+
 const float kPinchStep = 0.029925f;
 // Eye from 6.4 (wide) to -0.8 (behind the rim plane); pan 60 and tilt 32
 // degrees at the closest; the disc flat when wide, 0.8 deep close.
@@ -105,7 +118,7 @@ private:
             glUniform1f(muAspect, aspect);
             m_fAspect = aspect;
         }
-        DrawStretched(f);
+        DrawStretched(f, LensPoint, aspect);
     }
 
     GLint muAspect = -1;

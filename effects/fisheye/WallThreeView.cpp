@@ -2,6 +2,7 @@
 // across the lower half of the window and, above it, a dome view of the left
 // wall and one of the right wall, with gaps of two pixels between them. No
 // gestures, no cruise; the only input is the window's size.
+#include <cmath>
 #include <new>
 
 #include "FisheyeCommon.h"
@@ -44,6 +45,10 @@ const char kPanoramaFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                                  "    gl_FragColor = lensColour(vec2(p * cos(phi) + 0.5, p * sin(phi) + 0.5));\n"
                                  "}\n";
 
+// The panorama on the processor: the rectangle's plane z = 0, its
+// coordinates 0..1 from left to right and from the bottom up.
+bool PanoramaLensPoint(const PaneMap &, const ZT5LensModel &model, const PaneRay &r, double out[2]);
+
 const float kDomeNear = 1.5f, kDomeFar = 25.0f;
 const float kCamZ = 2.0f;
 const float kViewLimit = 50.4f;   // how far the side panes look left and right
@@ -53,6 +58,25 @@ const float kDepthGain = 1.0486f; // their forward shift at that pan
 const float kHalfWidth = 1.65f, kHalfHeight = 1.0f, kPanoramaWindow = 0.9f;
 
 enum { kLeft = 0, kPanorama = 1, kRight = 2 };
+
+bool PanoramaLensPoint(const PaneMap &, const ZT5LensModel &model, const PaneRay &r, double out[2])
+{
+    if (r.d[2] == 0.0) return false;
+    const double v = -r.o[2] / r.d[2];
+    const double X = r.o[0] + v * r.d[0], Y = r.o[1] + v * r.d[1];
+    if (std::fabs(X) > kHalfWidth || std::fabs(Y) > kHalfHeight) return false;
+    const double s = (X + kHalfWidth) / (2.0 * kHalfWidth), t = (Y + kHalfHeight) / (2.0 * kHalfHeight);
+    const double latitude = 3.1415927 * s, longitude = 3.1415927 * (1.0 - t);
+    const double dx = -std::sin(latitude) * std::cos(longitude), dy = std::cos(latitude);
+    const double dz = std::sin(latitude) * std::sin(longitude);
+    const double phi = std::atan2(dy, dx) + 3.1415927;
+    const double theta = std::acos(std::fmax(-1.0, std::fmin(1.0, dz)));
+    const LensAsDrawn lens(model);
+    if (!lens.Sees(theta)) return false;
+    const double p = 0.5 * lens.Radius(theta);
+    out[0] = p * std::cos(phi) + 0.5, out[1] = p * std::sin(phi) + 0.5;
+    return true;
+}
 
 } // namespace
 
@@ -111,6 +135,7 @@ private:
             m_Pane[kPanorama].Viewport();
             DrawPass(m_Camera[kPanorama], camera, m_PanoramaProgram, m_Rectangle, f.sampling,
                      [&] { m_PanoramaLens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight); });
+            MapPane(kPanorama, GLint(m_Pane[kPanorama].x), GLint(m_Pane[kPanorama].y), GLint(m_Pane[kPanorama].w), GLint(m_Pane[kPanorama].h), m_Camera[kPanorama], PanoramaLensPoint);
         }
         // Each side pane looks 50.4 degrees to its side, moved forward as
         // far as a pan to the diamond's rim moves the close pane of mode 8.
@@ -123,6 +148,7 @@ private:
                 SendRayMatrix(m_DomeProgram, m_Camera[i]);
                 m_DomeLens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
             });
+            MapPane(i, GLint(m_Pane[i].x), GLint(m_Pane[i].y), GLint(m_Pane[i].w), GLint(m_Pane[i].h), m_Camera[i], DomeLensPoint, {1.0f, 1.0f, 0.97f, kFisheyeLensRadius, -1.0f, 1.0f});
         }
     }
 

@@ -118,6 +118,7 @@ private:
             };
             m_Pane[i].Viewport();
             DrawPass(m_Camera[i], camera, m_Program, m_Quad, f.sampling, uniforms);
+            MapPane(i, GLint(m_Pane[i].x), GLint(m_Pane[i].y), GLint(m_Pane[i].w), GLint(m_Pane[i].h), m_Camera[i], DomeLensPoint, {1.0f, 1.0f, 1.0f, kFisheyeLensRadius, -1.0f, 1.0f});
             if (i == 0)
                 for (int k = 0; k < 16; k++) rect[k] = m_Camera[0].mMVPMatrix[k];
         }
