@@ -92,6 +92,9 @@ MRESULT MDisplayMgrGetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
 // 1 when the view of a FishEyeMode takes a rectangle around the lens circle
 // (a circle wider than the picture is high), 0 when a square or the frame.
 MDWord MDisplayMgrLensBoxIsRectangle(MLong lFishEyeMode);
+// 1 when the view of a FishEyeMode has a camera that ZT5_CFG_DISPLAY_AIM_AT
+// can turn.
+MDWord MDisplayMgrViewAims(MLong lFishEyeMode);
 // Hands one frame on: to the host's buffer, or into the display's mailbox
 // for its render object. The frame's planes are read before the return.
 MRESULT MDisplayMgrBlit(MDisplayHandle h, const VideoFrame *pFrame, const ZT5Rect *pRect, const ZT5Rect *pRect2,

@@ -101,6 +101,7 @@ MRESULT MDisplayMgrSetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
     case ZT5_CFG_DISPLAY_UITOUCH_DOWN:
     case ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY:
     case ZT5_CFG_DISPLAY_UITOUCH_DOUBLETAP:
+    case ZT5_CFG_DISPLAY_AIM_AT:
         Forward(c, dwParamID, pParam);
         return 0;
 
@@ -170,6 +171,11 @@ MRESULT MDisplayMgrGetParam(MDisplayHandle h, MDWord dwParamID, void *pParam, MD
     default:
         return 3;
     }
+}
+
+MDWord MDisplayMgrViewAims(MLong lFishEyeMode)
+{
+    return GetViewTraits(lFishEyeMode).aims ? 1 : 0;
 }
 
 MDWord MDisplayMgrLensBoxIsRectangle(MLong lFishEyeMode)

@@ -1,5 +1,6 @@
 #include "ViewEffect.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "MLog.h"
@@ -145,6 +146,7 @@ void ViewEffect::Render(const MLong *, MLong nDisplayWidth, MLong nDisplayHeight
     m_Drawing.paneCount = 0;
     Draw(f);
     PublishMap(f);
+    StepAim();
     // A view with panes moved the viewport; the window's is left behind,
     // which is what a snapshot reads.
     glViewport(0, 0, f.viewportWidth, f.viewportHeight);
@@ -189,7 +191,109 @@ bool ViewEffect::NeedsAnotherFrame()
     // A view that could not draw has nothing in motion on screen: its steps
     // run only in draws, so drawing again would change nothing.
     if (!m_bDrawn) return false;
-    return (m_Traits.cruises && CruiseMoving()) || Moving();
+    return (m_Traits.cruises && CruiseMoving()) || Moving() || m_Aim.active;
+}
+
+// ------------------------------------------------------------------ aim
+
+// One step a drawn frame. The error is the target less the frame point at
+// the steered pane's centre, in frame pixels; a drag of d window pixels
+// moves that point by about J d. A step drags d = 0.3 J+ e (the damped
+// least-squares inverse, so that an axis the view can't move, such as the
+// strip's height, asks nothing of it), at most a sixth of the pane, from
+// the pane's centre so that the view takes it as a drag in that pane. The
+// aim ends at a tenth of a frame pixel, when the camera stops answering
+// (a limit) for 8 frames, or after 400 frames.
+void ViewEffect::StepAim()
+{
+    double target[2];
+    unsigned request;
+    {
+        std::lock_guard<std::mutex> lock(m_MapLock);
+        target[0] = m_AimTarget[0], target[1] = m_AimTarget[1];
+        request = m_nAimRequest;
+    }
+    Aim &a = m_Aim;
+    if (request != a.request) {
+        a = Aim();
+        a.request = request;
+        a.active = true;
+    }
+    if (!a.active) return;
+    const ViewMap &map = m_Drawing;
+    const int slot = AimPane(map, target[0], target[1]);
+    double c[2];
+    if (slot < 0 || !map.PaneCentre(slot, &c[0], &c[1]) || ++a.frames > 400) {
+        a.active = false;
+        return;
+    }
+    if (!AimReady()) return;
+    const PaneMap &p = map.pane[slot];
+    const double e[2] = {target[0] - c[0], target[1] - c[1]};
+    const double moved[2] = {c[0] - a.last[0], c[1] - a.last[1]};
+    // The probes: a drag of 4 pixels across, then down; one the camera
+    // doesn't answer (it stands at a limit that way) is made the other way.
+    const double probe = 4.0, none = 1e-3;
+    const bool answered = std::hypot(moved[0], moved[1]) > none;
+    double d[2] = {0.0, 0.0};
+    int next = kAimSteer;
+    switch (a.phase) {
+    case kAimStart: d[0] = probe, next = kAimAcross; break;
+    case kAimAcross:
+    case kAimAcrossBack: {
+        const double k = a.phase == kAimAcross ? probe : -probe;
+        a.J[0] = moved[0] / k, a.J[2] = moved[1] / k;
+        if (a.phase == kAimAcross && !answered)
+            d[0] = -probe, next = kAimAcrossBack;
+        else
+            d[1] = probe, next = kAimDown;
+        break;
+    }
+    case kAimDown:
+    case kAimDownBack: {
+        const double k = a.phase == kAimDown ? probe : -probe;
+        a.J[1] = moved[0] / k, a.J[3] = moved[1] / k;
+        if (a.phase == kAimDown && !answered) d[1] = -probe, next = kAimDownBack;
+        break;
+    }
+    default: {
+        // Broyden: J += (moved - J d) d^T / |d|^2.
+        const double *g = a.drag, gg = g[0] * g[0] + g[1] * g[1];
+        if (gg > 0.0) {
+            const double r0 = moved[0] - (a.J[0] * g[0] + a.J[1] * g[1]);
+            const double r1 = moved[1] - (a.J[2] * g[0] + a.J[3] * g[1]);
+            a.J[0] += r0 * g[0] / gg, a.J[1] += r0 * g[1] / gg;
+            a.J[2] += r1 * g[0] / gg, a.J[3] += r1 * g[1] / gg;
+        }
+        a.stall = std::hypot(moved[0], moved[1]) < 0.05 ? a.stall + 1 : 0;
+        break;
+    }
+    }
+    if (next == kAimSteer && a.phase >= kAimDown) {
+        if (std::hypot(e[0], e[1]) < 0.1 || a.stall >= 8) {
+            a.active = false;
+            return;
+        }
+        // d = 0.3 (J^T J + l I)^-1 J^T e, l a millionth of J's size.
+        const double *J = a.J;
+        const double m00 = J[0] * J[0] + J[2] * J[2], m01 = J[0] * J[1] + J[2] * J[3], m11 = J[1] * J[1] + J[3] * J[3];
+        const double l = 1e-6 * (m00 + m11) + 1e-12;
+        const double g0 = J[0] * e[0] + J[2] * e[1], g1 = J[1] * e[0] + J[3] * e[1];
+        const double det = (m00 + l) * (m11 + l) - m01 * m01;
+        d[0] = 0.3 * ((m11 + l) * g0 - m01 * g1) / det;
+        d[1] = 0.3 * (-m01 * g0 + (m00 + l) * g1) / det;
+        const double len = std::hypot(d[0], d[1]), most = std::min(p.w, p.h) / 6.0;
+        if (!std::isfinite(len)) {
+            a.active = false;
+            return;
+        }
+        if (len > most) d[0] *= most / len, d[1] *= most / len;
+    }
+    a.phase = next;
+    a.last[0] = c[0], a.last[1] = c[1];
+    a.drag[0] = d[0], a.drag[1] = d[1];
+    const double x0 = p.x + 0.5 * p.w, y0 = map.windowHeight - (p.y + 0.5 * p.h);
+    Drag(float(x0), float(y0), float(x0 + d[0]), float(y0 + d[1]));
 }
 
 // -------------------------------------------------------------- gestures
@@ -260,6 +364,17 @@ MLong ViewEffect::GetFishEyeCruiseState()
 
 MRESULT ViewEffect::setConfig(MDWord dwID, void *pValue)
 {
+    if (dwID == ZT5_CFG_DISPLAY_AIM_AT) {
+        // Checked by the front end; a touch's end of the cruise, then the
+        // steps at the next draws.
+        if (!pValue) return ZT5_ERR_INVALID_PARAM;
+        EndCruise();
+        const float *point = static_cast<const float *>(pValue);
+        std::lock_guard<std::mutex> lock(m_MapLock);
+        m_AimTarget[0] = point[0], m_AimTarget[1] = point[1];
+        m_nAimRequest++;
+        return 0;
+    }
     if (dwID != ZT5_CFG_DISPLAY_FE_CURRENTSTATUS) return GlesRenderEffect::setConfig(dwID, pValue);
     if (pValue) Restore(pValue);
     return 0;

@@ -141,6 +141,16 @@ protected:
     virtual void Drag(float x0, float y0, float x1, float y1) {}
     virtual void Fling(float fVelX, float fVelY) {}
     virtual void DoubleTap(float x, float y) {}
+    // Aiming at a frame point (ZT5_CFG_DISPLAY_AIM_AT): the slot, in the
+    // last draw's map, of the pane whose camera turns so that the point
+    // comes to its centre; -1 for a view without a steerable camera. The
+    // camera is turned through the view's own Drag, so it moves within the
+    // view's limits. Default: the one pane of a one-pane view.
+    virtual int AimPane(const ViewMap &map, double fx, double fy) const { return map.paneCount == 1 ? 0 : -1; }
+    // Called at each step of an aim before the camera turns: false while
+    // the view still gets ready to be steered (a wide view going close).
+    virtual bool AimReady() { return true; }
+
     // After a restore has copied the record and applied the field table:
     // the view's own rules (what comes back settled, what is dropped).
     virtual void Restored(const FECurrentStatusData &) {}
@@ -217,6 +227,26 @@ private:
     void Restore(const void *pRecord);
     void PublishMap(const Frame &f);
     ViewMap ShownMap();
+    void StepAim();
+
+    // The aim: the host's request (target and a count of requests) under
+    // m_MapLock; the steps on the render thread. The camera's answer to a
+    // drag is measured, not assumed: two small probing drags give how the
+    // pane centre's frame point moves per window pixel of drag (J), then
+    // each frame drags a share of the way the error asks for, and J is
+    // corrected by what the frame showed (Broyden's update).
+    double m_AimTarget[2] = {0.0, 0.0};
+    unsigned m_nAimRequest = 0;
+    enum { kAimStart, kAimAcross, kAimAcrossBack, kAimDown, kAimDownBack, kAimSteer };
+    struct Aim {
+        unsigned request = 0; // the request being served
+        bool active = false;
+        int phase = 0;        // the drag last made: kAimStart (none), a probe, or kAimSteer
+        int frames = 0, stall = 0;
+        double J[4] = {1.0, 0.0, 0.0, 1.0}; // frame pixels per window pixel of drag
+        double last[2] = {0.0, 0.0};        // the centre's frame point before the drag
+        double drag[2] = {0.0, 0.0};        // the drag made
+    } m_Aim; // render thread
 
     std::vector<SavedField> m_SavedFields;
     // The mapping: m_Drawing filled by the draw under way (render thread),

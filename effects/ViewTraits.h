@@ -19,6 +19,7 @@ struct ViewTraits {
     bool backgroundLayers; // takes the cloud and star switches
     bool openingAnimation; // takes the opening animation switch
     bool cruises;          // has an automatic cruise and reports its state (else -1)
+    bool aims = true;      // has a camera that can be aimed at a frame point
 };
 
 // The traits of the view of a FishEyeMode (0..10). A mode without a view

@@ -328,6 +328,21 @@ int32_t CZT5Panoview::SetDisplayParam(uint32_t dwParamID, void *pValue)
         return 0;
     }
 
+    // A frame point to aim the view at: a finite point of the last frame,
+    // in a view that can aim; passed on like a gesture.
+    case ZT5_CFG_DISPLAY_AIM_AT: {
+        float p[2];
+        std::memcpy(p, pValue, sizeof(p));
+        {
+            FrontendLock lock(m_DataMutex);
+            const bool inside = p[0] >= 0.0f && p[1] >= 0.0f && p[0] <= float(m_FrameInfo.dwWidth) &&
+                                p[1] <= float(m_FrameInfo.dwHeight); // false for NaN
+            if (!inside || !MDisplayMgrViewAims(m_Settings.lFishEyeMode)) return ZT5_ERR_INVALID_PARAM;
+        }
+        Forward(dwParamID, p, 8);
+        return 0;
+    }
+
     // Gestures given as records, and a state to restore: kept and passed on.
     case ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY:
     case ZT5_CFG_DISPLAY_UITOUCH_DOUBLETAP:

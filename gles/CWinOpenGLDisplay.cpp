@@ -701,6 +701,7 @@ void CWinOpenGLDisplay::SetConfigValue(MDWord dwID, void *pValue)
         break;
     }
     case ZT5_CFG_DISPLAY_FE_CURRENTSTATUS:
+    case ZT5_CFG_DISPLAY_AIM_AT:
         m_pRenderer->setConfig(dwID, pValue);
         break;
     case ZT5_CFG_PLUGINMGR_HDL:

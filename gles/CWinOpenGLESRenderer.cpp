@@ -710,6 +710,9 @@ MRESULT CWinOpenGLESRenderer::setConfig(MDWord dwID, void *pValue)
         if (m_pMutex) m_pMutex->Unlock();
         break;
     }
+    case ZT5_CFG_DISPLAY_AIM_AT:
+        WithCurrentEffect([&](GlesRenderEffect *e) { e->setConfig(dwID, pValue); });
+        break;
     case ZT5_CFG_DISPLAY_OPENGL_FULLVIEW:
         if (pValue) m_bOpenglFullView.store(*static_cast<const MDWord *>(pValue), std::memory_order_relaxed);
         WithCurrentEffect([&](GlesRenderEffect *e) { e->setConfig(dwID, pValue); });

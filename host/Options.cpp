@@ -142,7 +142,7 @@ void PrintUsage(const char *argv0)
         "  --snapshot F.png  write a snapshot after the last frame\n"
         "  --headless        don't wait for the window to close; with --outdir write one PNG per mode\n"
         "  --outdir DIR      where headless snapshots go\n"
-        "  --faces           moving face rectangles with name, gender and age labels (default view 0)\n"
+        "  --faces           moving face rectangles with name, gender and age labels, in every view\n"
         "  --logo F.bmp      show a 24- or 32-bit BMP logo in the top left corner of the picture\n"
         "  --font FILE       font of the labels (default: DejaVu Sans)\n"
         "  --contact-sheet F.png  every view (or those of --mode) side by side, labelled, then stop\n"

@@ -409,7 +409,6 @@ std::vector<int> Player::RunModes() const
 {
     if (!m_opts.modes.empty()) return m_opts.modes;
     if (!m_opts.contactSheet.empty()) return {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-    if (m_opts.faces) return {0}; // the faces are drawn over the plain view
     if (m_opts.headless && !m_opts.outDir.empty()) return {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
     return {1};
 }
@@ -582,8 +581,27 @@ void Player::RestoreViewState()
     std::printf("view state restored\n");
 }
 
+// The middle button: the frame point under the pointer, printed; in a view
+// with an overview (modes 4 and 8) the close pane turns to it.
+void Player::OnMiddleClick(const WindowEvent &e)
+{
+    ZT5PointMap m = {0, float(e.x), float(e.y), 0.0f, 0.0f, -1};
+    m_display.Get(ZT5_CFG_DISPLAY_MAP_POINT, &m);
+    if (m.lPane < 0) {
+        std::printf("window %d,%d shows no point of the frame\n", e.x, e.y);
+        return;
+    }
+    std::printf("window %d,%d shows frame point %.1f,%.1f (pane %d)\n", e.x, e.y, m.fOutX, m.fOutY, int(m.lPane));
+    if (m_mode == 4 || m_mode == 8) {
+        float point[2] = {m.fOutX, m.fOutY};
+        m_display.Set(ZT5_CFG_DISPLAY_AIM_AT, point, "AIM_AT");
+    }
+    std::fflush(stdout);
+}
+
 void Player::OnButtonDown(const WindowEvent &e)
 {
+    if (e.button == 2) OnMiddleClick(e);
     if (e.button != 1) return;
     const bool doubleClick = e.timeMs - m_lastClickMs < 400 && std::abs(e.x - m_lastClickX) < 8 &&
                              std::abs(e.y - m_lastClickY) < 8;

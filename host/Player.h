@@ -31,6 +31,7 @@ private:
     void SendStartParameters();
     void SendLogo();
     void SetMode(int mode);
+    void OnMiddleClick(const WindowEvent &e);
     // Plays `frames` frames (or until quit when negative). False on quit or
     // a failed source.
     bool PlayFrames(long frames);

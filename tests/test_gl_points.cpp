@@ -182,6 +182,58 @@ TEST_P(PointsInViews, DotShowsWhereTheMappingSays)
     }
 }
 
+// AIM_AT turns the view so that the point comes to the centre of the pane
+// it steers; the dot pushed there is drawn there. The target is a point the
+// view shows beside that centre. Mode 7 has nothing to steer; the centre of
+// the cylinder (mode 5) looks through its open top at first and shows no
+// point to steer by.
+TEST_P(PointsInViews, AimBringsThePointToThePaneCentre)
+{
+    Display &d = rig->display;
+    const ViewCase &v = GetParam();
+    float point[2] = {320.0f, 240.0f};
+    if (v.mode == 5) return;
+    if (v.mode == 7) {
+        EXPECT_EQ(d.Set(ZT5_CFG_DISPLAY_AIM_AT, point), ZT5_ERR_INVALID_PARAM);
+        return;
+    }
+    if (v.mode == 0) { // zoomed in, so that the pan can move
+        ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_SCALE_RATIO, 200), ZT5_OK);
+        Frame f = DotFrame(0, 0);
+        d.Push(f);
+        d.Quiet();
+    }
+    double cx = v.width / 2.0, cy = v.height / 2.0;
+    if (v.mode == 3) cx = v.width / 4.0, cy = v.height * 3 / 4.0;
+    if (v.mode == 4 || v.mode == 8) cx = 478, cy = 160;
+    // The strip scrolls only across; the dome from outside and the 180-degree
+    // wall view tilt only a little (a limit, a spring).
+    const bool across = v.mode == 2 || v.mode == 6 || v.mode == 10;
+    const Mapped t = MapPoint(d, false, cx + 25, cy + (across ? 0 : 18));
+    ASSERT_GE(t.pane, 0);
+    point[0] = float(std::lround(t.x)), point[1] = float(std::lround(t.y));
+    Frame dot = DotFrame(int(point[0]), int(point[1]));
+    d.Push(dot);
+    ASSERT_EQ(d.Set(ZT5_CFG_DISPLAY_AIM_AT, point), ZT5_OK);
+    ASSERT_TRUE(d.Quiet());
+    const Mapped w = MapPoint(d, true, point[0], point[1]);
+    ASSERT_GE(w.pane, 0);
+    EXPECT_NEAR(w.x, cx, 1.5);
+    EXPECT_NEAR(w.y, cy, 1.5);
+    Image img;
+    double bx = 0, by = 0;
+    const bool shown = d.PushUntil(dot, [&](const Image &i) { return BrightCentre(i, cx, cy, 25, &bx, &by); }, &img);
+    SaveShot(img);
+    ASSERT_TRUE(shown);
+    EXPECT_NEAR(bx, cx, 2.0);
+    EXPECT_NEAR(by, cy, 2.0);
+    // Points the frame doesn't have are refused.
+    for (float bad : {-1.0f, 1e9f, NAN}) {
+        float p[2] = {bad, 100.0f};
+        EXPECT_EQ(d.Set(ZT5_CFG_DISPLAY_AIM_AT, p), ZT5_ERR_INVALID_PARAM);
+    }
+}
+
 // A face rectangle around the dot is drawn around it, as the view bends
 // it: red on every side of the dot, the dot itself left white.
 class FacesInViews : public PointsInViews {};

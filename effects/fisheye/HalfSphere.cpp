@@ -150,6 +150,14 @@ private:
     void Fling(float fVelX, float fVelY) override;
     void DoubleTap(float x, float y) override;
     void Restored(const FECurrentStatusData &d) override;
+    // Aimed from inside the bowl: from the overview, the journey in first.
+    bool AimReady() override
+    {
+        if (bAnimStarted || nRoamState.load() != nRoamInit.load()) return false;
+        if (nRoamState.load() == 1) return true;
+        DoubleTap(float(m_nWidth.load() / 2), float(m_nHeight.load() / 2));
+        return false;
+    }
 
     // Backdrop.
     void initStars();

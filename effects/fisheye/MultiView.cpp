@@ -4,6 +4,7 @@
 // returns to the grid. A drag turns and tilts the pane under the finger (the
 // zoomed pane when zoomed); cruise and inertia are per pane. No animation:
 // every gesture takes effect at the next draw.
+#include <cmath>
 #include <new>
 
 #include "FisheyeCommon.h"
@@ -159,6 +160,21 @@ private:
             SendRayMatrix(m_Program, m_Pane[i].camera);
             m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
         });
+    }
+
+    // The enlarged pane, or the pane whose centre shows the frame point
+    // nearest the target.
+    int AimPane(const ViewMap &map, double fx, double fy) const override
+    {
+        int best = -1;
+        double nearest = HUGE_VAL;
+        for (int s = 0; s < map.paneCount; s++) {
+            double cx, cy;
+            if (!map.PaneCentre(s, &cx, &cy)) continue;
+            const double d = std::hypot(cx - fx, cy - fy);
+            if (d < nearest) nearest = d, best = s;
+        }
+        return best;
     }
 
     // The pose from the tilt input: sideways at 0, straight down the axis at

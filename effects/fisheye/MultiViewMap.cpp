@@ -93,6 +93,9 @@ private:
         m_MapReach = float(side) * 0.70710678f;
     }
 
+    // The perspective pane, drawn first.
+    int AimPane(const ViewMap &map, double, double) const override { return map.paneCount > 0 ? 0 : -1; }
+
     void StepCamera() override
     {
         // Cruise, once a frame. The turn is kept within (-360, 360) by whole

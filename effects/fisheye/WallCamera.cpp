@@ -339,6 +339,14 @@ void WallPaneView::Drag(float x0, float y0, float x1, float y1)
         m_Cam.Drag(x1 - x0, y1 - y0);
 }
 
+bool WallPaneView::AimReady()
+{
+    if (m_Cam.Moving()) return false;
+    if (m_Cam.zoom.maxState.load() == 1) return true;
+    m_Cam.DoubleTap();
+    return false;
+}
+
 void WallPaneView::DoubleTap(float, float)
 {
     m_Cam.DoubleTap();

@@ -126,6 +126,8 @@ protected:
     void Project(MLong, MLong) override;
     void StepCamera() override;
     bool Moving() const override { return m_Cam.Moving(); }
+    // A wide view goes close before it is aimed.
+    bool AimReady() override;
     void Drag(float x0, float y0, float x1, float y1) override;
     void Fling(float fVelX, float) override { m_Cam.Fling(fVelX); }
     void DoubleTap(float, float) override;

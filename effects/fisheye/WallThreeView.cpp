@@ -80,7 +80,7 @@ bool PanoramaLensPoint(const PaneMap &, const ZT5LensModel &model, const PaneRay
 
 } // namespace
 
-extern const ViewTraits kWallThreeViewTraits = {LensBox::Square, false, false, false, false};
+extern const ViewTraits kWallThreeViewTraits = {LensBox::Square, false, false, false, false, false};
 
 class WallThreeView final : public ViewEffect {
 public:

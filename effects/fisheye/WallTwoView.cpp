@@ -124,6 +124,9 @@ private:
         }
     }
 
+    // The close pane, drawn first.
+    int AimPane(const ViewMap &map, double, double) const override { return map.paneCount > 0 ? 0 : -1; }
+
     // A finger in the overview drags the lit area with it; one in the close
     // view drags the picture.
     void Drag(float x0, float y0, float x1, float y1) override
