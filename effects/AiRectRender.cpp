@@ -121,14 +121,14 @@ void AiRectRender::Render(const float *mvp, const float *texCoords, float pictur
             glDisableVertexAttribArray(GLuint(m_aPosition));
         }
         if (m_dwOption >= FACE_OPTION_GENDER && m_Text.Ready())
-            DrawLabels(f, colour, R + kLabelGap, 0.5f * (T + B), pictureRatio, mvp);
+            DrawLabels(f, colour, R + kLabelGap, 0.5f * (T + B), kLineHeight, pictureRatio, mvp);
     }
 }
 
 // The lines stand right of the rectangle, as a block centred on its middle:
 // name, gender word, age, those the option asks for.
 void AiRectRender::DrawLabels(const ZT5FaceRect &face, const float colour[3], float x, float middle,
-                              float pictureRatio, const float *mvp)
+                              float lineHeight, float unitRatio, const float *mvp)
 {
     char age[16];
     std::snprintf(age, sizeof(age), "%d", int(face.dwAge));
@@ -139,14 +139,13 @@ void AiRectRender::DrawLabels(const ZT5FaceRect &face, const float colour[3], fl
     if (m_dwOption & FACE_OPTION_AGE) lines[n++] = age;
     // Lower edge of the first line: the block's top is half its height
     // above the middle.
-    float y = middle + 0.5f * kLineHeight * float(n) - kLineHeight;
-    for (int i = 0; i < n; i++, y -= kLineHeight) {
+    float y = middle + 0.5f * lineHeight * float(n) - lineHeight;
+    for (int i = 0; i < n; i++, y -= lineHeight) {
         float aspect = 0.0f;
         if (!m_Text.Compose(lines[i], &aspect)) continue; // a refused line leaves its place empty
         // Width keeps the glyphs' proportions on the screen, whatever the
-        // picture's: a unit of the square across is pictureRatio times one
-        // up.
-        const float w = kLineHeight * aspect / (pictureRatio > 0.0f ? pictureRatio : 1.0f);
-        m_Text.Draw(mvp, colour, x, y, w, kLineHeight);
+        // picture's: a unit across is unitRatio times one up.
+        const float w = lineHeight * aspect / (unitRatio > 0.0f ? unitRatio : 1.0f);
+        m_Text.Draw(mvp, colour, x, y, w, lineHeight);
     }
 }

@@ -40,6 +40,13 @@ public:
     // pictureRatio: the square's width by height on the screen.
     void Render(const float *mvp, const float *texCoords, float pictureRatio);
 
+    // The label lines of one face the option asks for (name, gender word,
+    // age), as a block centred on `middle`, left-aligned at x, each line
+    // `lineHeight` high, in the space of `mvp` (y up); a unit across is
+    // `unitRatio` times one up on the screen.
+    void DrawLabels(const ZT5FaceRect &face, const float colour[3], float x, float middle, float lineHeight,
+                    float unitRatio, const float *mvp);
+
 private:
     // Face pixels to the square: the inverse of the corners' mapping.
     struct Placement {
@@ -49,8 +56,6 @@ private:
         void ToSquare(float u, float v, float *x, float *y) const;
     };
     static Placement PlacementFor(const float *texCoords);
-    void DrawLabels(const ZT5FaceRect &face, const float colour[3], float x, float middle, float pictureRatio,
-                    const float *mvp);
 
     GlProgram m_RectProgram;
     GLint m_aPosition = -1;

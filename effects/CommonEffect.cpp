@@ -273,7 +273,7 @@ private:
     // projection was made for; another one needs a new letterbox.
     MLong m_lProjPictureWidth = 0;
     MLong m_lProjPictureHeight = 0;
-    PlainOverlay m_Overlay{m_sTextureInfo}; // logo, built-in mark, faces
+    PlainOverlay m_Overlay; // logo, built-in mark, faces
 };
 
 GlesRenderEffect *MakeCommonEffect(MDWord)

@@ -11,16 +11,9 @@
 #include "ZT5Config.h"
 #include "ZT5Records.h"
 #include "FrameSampler.h"
+#include "ViewMap.h"
 
 class VideoLogo;
-
-// Overlay rectangles of a frame, 88 bytes on the original 32-bit layout; the
-// face count and list pointer are its last two fields.
-struct TextureInfo {
-    MDWord dwWords[20];
-    MDWord dwFaceCnt;
-    ZT5FaceRect *pFaceList;
-};
 
 class GlesRenderEffect {
 public:
@@ -53,6 +46,9 @@ public:
     // cruise, spring-back, layers that change every frame). False lets the
     // display go quiet until a frame, a gesture or a setting comes.
     virtual bool NeedsAnotherFrame() { return false; }
+    // The mapping of points of the picture last drawn (ViewMap); any
+    // thread. None for a view that doesn't keep one.
+    virtual ViewMap ShownMap() { return ViewMap(); }
 
     // How the view samples the frame of its next draw: layout, textures,
     // lens box, colours (render thread, before Render).
@@ -74,7 +70,6 @@ public:
     MDWord TakeEdgeEvent() { return m_dwEdgeEvent.exchange(0); }
 
 protected:
-    TextureInfo m_sTextureInfo = {};
     std::atomic<MDWord> m_dwBackColor{0}; // 0xRRGGBB; set by the host's thread
     VideoLogo *m_pVideoLogo = nullptr;
     FrameSampling m_Sampling;

@@ -90,6 +90,7 @@ public:
     void SetEnableGLDepth(unsigned char enable) final;
     bool NeedsAnotherFrame() final;
 
+    ViewMap ShownMap() final;
     const ViewTraits &Traits() const { return m_Traits; }
     const char *ViewName() const { return m_szViewName; }
 
@@ -226,7 +227,6 @@ private:
     bool Waiting() const { return m_bGesturesWaitForWindow && !m_nInit.load(); }
     void Restore(const void *pRecord);
     void PublishMap(const Frame &f);
-    ViewMap ShownMap();
     void StepAim();
 
     // The aim: the host's request (target and a count of requests) under

@@ -335,6 +335,7 @@ void CWinOpenGLESRenderer::Uninitialize()
     m_lSurfaceWidth = m_lSurfaceHeight = 0;
     m_Target.ReleaseGl();
     m_PictureConverter.Release();
+    m_FaceOverlay.Release();
     m_pPictureArmed = nullptr;
     m_bPictureTaken = false;
     m_bDrawn = false;
@@ -472,7 +473,7 @@ void CWinOpenGLESRenderer::Render(const VideoFrame &frame, bool bNewPixels, MDWo
         FrameSampling sampling = SamplingFor(part, inPart, m_FrameTextures.Ids());
         sampling.frameBox = box;
         // The plain view draws its own faces.
-        if (lens != LensBox::Whole) sampling.faces = MarkFaces(box);
+        if (lens != LensBox::Whole) sampling.faces = m_FaceOverlay.Marks(box);
         pEffect->SetFrameSampling(sampling);
         {
             std::lock_guard<std::mutex> lens(m_LensLock);
@@ -480,6 +481,8 @@ void CWinOpenGLESRenderer::Render(const VideoFrame &frame, bool bNewPixels, MDWo
         }
         pEffect->Render(rect, m_dwDisplayWidth, m_dwDisplayHeight, m_Width, m_Height, m_FrameTextures.Ids(),
                         bIsNewScaleMode, frame.rotation);
+        // The labels of the faces, beside where the view shows them.
+        if (lens != LensBox::Whole) m_FaceOverlay.DrawLabels(pEffect->ShownMap());
         // Inertia decays here, one step a draw, and needs the draws to go on
         // until it has died out; everything else that moves is the view's.
         m_bWantsAnotherFrame = bInertia || pEffect->NeedsAnotherFrame();
@@ -759,24 +762,13 @@ MRESULT CWinOpenGLESRenderer::setConfig(MDWord dwID, void *pValue)
         break;
     case ZT5_CFG_DISPLAY_FACE_OPTION:
     case ZT5_CFG_DISPLAY_FACE_LIST:
-        // The fisheye views draw the rectangles from the renderer's copy.
-        if (pValue) {
-            std::lock_guard<std::mutex> faces(m_FaceLock);
-            if (dwID == ZT5_CFG_DISPLAY_FACE_OPTION) {
-                m_dwFaceOption = *static_cast<const MDWord *>(pValue);
-            } else {
-                const ZT5FaceList *l = static_cast<const ZT5FaceList *>(pValue);
-                if (l->dwCount <= ZT5_FACE_LIST_MAX && (l->pFaces || !l->dwCount)) {
-                    if (l->dwCount) MMemCpy(m_Faces, l->pFaces, sizeof(ZT5FaceRect) * l->dwCount);
-                    m_dwFaceCount = l->dwCount;
-                }
-            }
-            m_nFaceList++;
-        }
-        [[fallthrough]];
     case ZT5_CFG_DISPLAY_FONT_PATH:
     case ZT5_CFG_DISPLAY_FACE_INFO:
     case ZT5_CFG_DISPLAY_FACE_MUTEX:
+        // The fisheye views' faces are the renderer's; the plain view keeps
+        // its own.
+        m_FaceOverlay.SetConfig(dwID, pValue);
+        [[fallthrough]];
     case ZT5_CFG_DISPLAY_LOGO_DATA: {
         // The current view, and the plain view, which draws the overlays:
         // it gets them whichever view is current, so that they are there
@@ -792,35 +784,6 @@ MRESULT CWinOpenGLESRenderer::setConfig(MDWord dwID, void *pValue)
         break;
     }
     return 0;
-}
-
-// The host's faces in the lens box's unit square, grown by a fifth of their
-// size on every side; made again when the list, the option or the box
-// changes. None unless the option asks for rectangles (its bit 1).
-const FaceMarks *CWinOpenGLESRenderer::MarkFaces(const FrameBox &box)
-{
-    std::lock_guard<std::mutex> faces(m_FaceLock);
-    if (m_nFaceList == m_nMarksList && box.x == m_MarksBox.x && box.y == m_MarksBox.y && box.w == m_MarksBox.w &&
-        box.h == m_MarksBox.h)
-        return &m_FaceMarks;
-    m_nMarksList = m_nFaceList;
-    m_MarksBox = box;
-    FaceMarks &m = m_FaceMarks;
-    m.generation++;
-    if (m.generation == 0) m.generation = 1; // 0 is no list
-    m.count = 0;
-    if (!(m_dwFaceOption & 1) || box.Empty()) return &m;
-    const double kMargin = 0.2;
-    for (MDWord i = 0; i < m_dwFaceCount; i++) {
-        const ZT5FaceRect &f = m_Faces[i];
-        const double x0 = (double(f.left) - kMargin * f.width - box.x) / box.w;
-        const double y0 = (double(f.top) - kMargin * f.height - box.y) / box.h;
-        const double x1 = x0 + (1.0 + 2.0 * kMargin) * f.width / box.w;
-        const double y1 = y0 + (1.0 + 2.0 * kMargin) * f.height / box.h;
-        float *r = &m.rect[4 * m.count++];
-        r[0] = float(f.dwGender ? x1 : x0), r[1] = float(y0), r[2] = float(f.dwGender ? x0 : x1), r[3] = float(y1);
-    }
-    return &m;
 }
 
 MRESULT CWinOpenGLESRenderer::GetConfig(MDWord dwID, void *pValue)

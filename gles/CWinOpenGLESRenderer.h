@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "EglObjects.h"
+#include "FaceOverlay.h"
 #include "FrameTextures.h"
 #include "GlObjects.h"
 #include "HostEventCourier.h"
@@ -213,17 +214,10 @@ private:
     // under m_LensLock, copied by the draw on the render thread under it.
     std::mutex m_LensLock;
     ZT5LensModel m_LensModel = {};
-    // The faces the fisheye views draw: the host's list and option, set
-    // under m_FaceLock on the host's thread (m_nFaceList counts the lists);
-    // the marks made from them for a lens box on the render thread.
-    std::mutex m_FaceLock;
-    ZT5FaceRect m_Faces[ZT5_FACE_LIST_MAX] = {};
-    MDWord m_dwFaceCount = 0, m_dwFaceOption = 0;
-    unsigned m_nFaceList = 1;
-    FaceMarks m_FaceMarks;   // render thread
-    unsigned m_nMarksList = 0; // the list the marks were made from
-    FrameBox m_MarksBox;       // and the lens box
-    const FaceMarks *MarkFaces(const FrameBox &box);
+    // The faces over the fisheye views: the rectangles their programs draw
+    // (its marks) and the labels beside them. Settings from any thread;
+    // the marks and labels on the render thread, which also releases it.
+    FaceOverlay m_FaceOverlay;
 
     std::atomic<uint64_t> m_qwDraws{0};
     std::atomic<uint64_t> m_qwUploadNs{0};

@@ -361,3 +361,14 @@ int CZT5Thread::Unlock()
     if (pMutex) pMutex->Unlock();
     return 1;
 }
+
+char *MStrDup(const char *s, size_t maxLength)
+{
+    if (!s) return nullptr;
+    const size_t length = strnlen(s, maxLength);
+    char *copy = static_cast<char *>(MMemAlloc(length + 1));
+    if (!copy) return nullptr;
+    MMemCpy(copy, s, length);
+    copy[length] = 0;
+    return copy;
+}

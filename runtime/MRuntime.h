@@ -32,6 +32,9 @@ int MMemCmp(const void *a, const void *b, size_t size);
 // Strings of single bytes ending in zero.
 size_t MStrLen(const char *s);
 char *MStrCpy(char *dst, const char *src);
+// A copy of at most maxLength bytes of s, with its zero, from MMemAlloc
+// (free with MMemFree); null for a null s or when memory runs out.
+char *MStrDup(const char *s, size_t maxLength);
 int MSprintf(char *dst, const char *format, ...);
 
 // Events: mode 1 resets itself after releasing one waiter; any other mode

@@ -235,7 +235,8 @@ TEST_P(PointsInViews, AimBringsThePointToThePaneCentre)
 }
 
 // A face rectangle around the dot is drawn around it, as the view bends
-// it: red on every side of the dot, the dot itself left white.
+// it: red on every side of the dot, the dot itself left white; its label
+// ("female") stands right of it.
 class FacesInViews : public PointsInViews {};
 
 TEST_P(FacesInViews, RectangleSurroundsTheDot)
@@ -250,22 +251,30 @@ TEST_P(FacesInViews, RectangleSurroundsTheDot)
     ZT5FaceRect face = {};
     face.left = dx - 10, face.top = dy - 10, face.width = 20, face.height = 20;
     ZT5FaceList list = {1, 0, &face};
-    ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_FACE_OPTION, 1), ZT5_OK);
+    static const char kFont[] = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
+    ASSERT_EQ(d.Set(ZT5_CFG_DISPLAY_FONT_PATH, const_cast<char *>(kFont)), ZT5_OK);
+    ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_FACE_OPTION, 1 | 2), ZT5_OK);
     ASSERT_EQ(d.Set(ZT5_CFG_DISPLAY_FACE_LIST, &list), ZT5_OK);
     Frame dot = DotFrame(dx, dy);
     const Rgb kRed = {255, 0, 0};
+    // How far from the dot the first red pixel lies that way; 0 for none.
     auto redAt = [&](const Image &img, double ux, double uy) {
         for (int r = 2; r < 60; r++)
-            if (Near(img.At(int(x + ux * r), int(y + uy * r)), kRed, 40)) return true;
-        return false;
+            if (Near(img.At(int(x + ux * r), int(y + uy * r)), kRed, 40)) return r;
+        return 0;
     };
     Image img;
-    const bool drawn = d.PushUntil(dot, [&](const Image &i) { return redAt(i, 1, 0); }, &img);
+    double bx, by;
+    const bool drawn =
+        d.PushUntil(dot, [&](const Image &i) { return redAt(i, 1, 0) && BrightCentre(i, x, y, 6, &bx, &by); }, &img);
     SaveShot(img);
     ASSERT_TRUE(drawn);
     for (double a = 0; a < 360; a += 45)
         EXPECT_TRUE(redAt(img, std::cos(a * M_PI / 180), std::sin(a * M_PI / 180))) << a << " degrees";
     EXPECT_GT((img.At(int(x), int(y)).r + img.At(int(x), int(y)).b) / 2, 200) << "the dot stays white";
+    const int right = int(x) + redAt(img, 1, 0) + 4;
+    const Rect label = {right, int(y) - 15, std::min(right + 120, img.width), int(y) + 15};
+    EXPECT_GT(CountNear(img, label, kRed, 60), 20) << "the label right of the rectangle";
 }
 
 INSTANTIATE_TEST_SUITE_P(Views, FacesInViews, ::testing::Values(kViews[2], kViews[3], kViews[9]),
