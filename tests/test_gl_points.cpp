@@ -82,12 +82,14 @@ struct ViewCase {
     uint32_t mode;
     int width, height;
     int panes; // panes to check, at their centres
+    uint32_t rotation = 0; // of the frames pushed
 };
 
 // A window of the usual proportions for each view; the grid view at its
-// four panes, the two-square views at both.
+// four panes, the two-square views at both; the plain view also with a
+// picture turned a quarter.
 const ViewCase kViews[] = {
-    {0, 480, 360, 1}, {1, 480, 360, 1}, {2, 480, 360, 1}, {3, 480, 360, 4}, {4, 640, 320, 2}, {5, 480, 360, 1},
+    {0, 480, 360, 1}, {0, 480, 360, 1, 90}, {1, 480, 360, 1}, {2, 480, 360, 1}, {3, 480, 360, 4}, {4, 640, 320, 2}, {5, 480, 360, 1},
     {6, 480, 360, 1}, {7, 480, 360, 3}, {8, 640, 320, 2}, {9, 480, 360, 1}, {10, 480, 360, 1},
 };
 
@@ -104,7 +106,7 @@ protected:
         ASSERT_EQ(rig->Init(), ZT5_OK);
         Frame f = DotFrame(0, 0);
         // Drawn, and the view's start (a flight, a zoom) over.
-        ASSERT_TRUE(rig->display.PushUntil(f, [](const Image &img) { return !img.empty(); }));
+        ASSERT_TRUE(rig->display.PushUntil(f, [](const Image &img) { return !img.empty(); }, nullptr, v.rotation));
         rig->display.Quiet();
     }
     // Window point of pane slot k's centre, nudged off the exact middle.
@@ -117,6 +119,7 @@ protected:
         case 4:
         case 8: *x = (k == 0 ? 0.75 : 0.25) * w, *y = 0.5 * h; break;
         case 7: *x = k == 1 ? 0.5 * w : (k == 0 ? 0.25 * w : 0.75 * w), *y = k == 1 ? 0.75 * h : 0.3 * h; break;
+        case 0: *x = 0.5 * w + 60, *y = 0.5 * h + 40; break; // off the middle, where a turn shows
         case 5: *x = 0.5 * w, *y = 0.75 * h; break; // the middle looks through the cylinder
         default: *x = 0.5 * w, *y = 0.5 * h;
         }
@@ -171,7 +174,8 @@ TEST_P(PointsInViews, DotShowsWhereTheMappingSays)
         Frame dot = DotFrame(dx, dy);
         Image img;
         double cx = 0, cy = 0;
-        const bool shown = d.PushUntil(dot, [&](const Image &i) { return BrightCentre(i, x, y, 25, &cx, &cy); }, &img);
+        const bool shown = d.PushUntil(
+            dot, [&](const Image &i) { return BrightCentre(i, x, y, 25, &cx, &cy); }, &img, GetParam().rotation);
         SaveShot(img, "_pane" + std::to_string(k));
         ASSERT_TRUE(shown) << "pane " << k << " at " << x << "," << y << " frame " << dx << "," << dy;
         EXPECT_NEAR(cx, x, 2.0) << "pane " << k;
@@ -200,7 +204,7 @@ TEST_P(PointsInViews, AimBringsThePointToThePaneCentre)
     if (v.mode == 0) { // zoomed in, so that the pan can move
         ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_SCALE_RATIO, 200), ZT5_OK);
         Frame f = DotFrame(0, 0);
-        d.Push(f);
+        d.Push(f, v.rotation);
         d.Quiet();
     }
     double cx = v.width / 2.0, cy = v.height / 2.0;
@@ -213,7 +217,7 @@ TEST_P(PointsInViews, AimBringsThePointToThePaneCentre)
     ASSERT_GE(t.pane, 0);
     point[0] = float(std::lround(t.x)), point[1] = float(std::lround(t.y));
     Frame dot = DotFrame(int(point[0]), int(point[1]));
-    d.Push(dot);
+    d.Push(dot, v.rotation);
     ASSERT_EQ(d.Set(ZT5_CFG_DISPLAY_AIM_AT, point), ZT5_OK);
     ASSERT_TRUE(d.Quiet());
     const Mapped w = MapPoint(d, true, point[0], point[1]);
@@ -222,7 +226,8 @@ TEST_P(PointsInViews, AimBringsThePointToThePaneCentre)
     EXPECT_NEAR(w.y, cy, 1.5);
     Image img;
     double bx = 0, by = 0;
-    const bool shown = d.PushUntil(dot, [&](const Image &i) { return BrightCentre(i, cx, cy, 25, &bx, &by); }, &img);
+    const bool shown = d.PushUntil(
+        dot, [&](const Image &i) { return BrightCentre(i, cx, cy, 25, &bx, &by); }, &img, v.rotation);
     SaveShot(img);
     ASSERT_TRUE(shown);
     EXPECT_NEAR(bx, cx, 2.0);
@@ -277,14 +282,25 @@ TEST_P(FacesInViews, RectangleSurroundsTheDot)
     EXPECT_GT(CountNear(img, label, kRed, 60), 20) << "the label right of the rectangle";
 }
 
-INSTANTIATE_TEST_SUITE_P(Views, FacesInViews, ::testing::Values(kViews[2], kViews[3], kViews[9]),
+INSTANTIATE_TEST_SUITE_P(Views, FacesInViews, ::testing::Values(kViews[3], kViews[4], kViews[10]),
                          [](const ::testing::TestParamInfo<ViewCase> &i) {
                              return "Mode" + std::to_string(i.param.mode);
                          });
 
 INSTANTIATE_TEST_SUITE_P(Views, PointsInViews, ::testing::ValuesIn(kViews),
                          [](const ::testing::TestParamInfo<ViewCase> &i) {
-                             return "Mode" + std::to_string(i.param.mode);
+                             return "Mode" + std::to_string(i.param.mode) + (i.param.rotation ? "Turned" : "");
                          });
+
+// A null record is refused; before any draw every point maps to nothing.
+TEST(PointMap, RefusesNullAndMapsNothingBeforeADraw)
+{
+    Rig rig(160, 120, 1);
+    ASSERT_TRUE(rig.ok()) << Error();
+    EXPECT_EQ(rig.display->GetDisplayParam(ZT5_CFG_DISPLAY_MAP_POINT, nullptr), ZT5_ERR_INVALID_PARAM);
+    EXPECT_EQ(MapPoint(rig.display, false, 80, 60).pane, -1);
+    ASSERT_EQ(rig.Init(), ZT5_OK);
+    EXPECT_EQ(MapPoint(rig.display, true, 320, 240).pane, -1);
+}
 
 } // namespace
