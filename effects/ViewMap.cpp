@@ -91,11 +91,20 @@ bool ViewMap::PaneCentre(int slot, double *fx, double *fy) const
 {
     if (slot < 0 || slot >= paneCount) return false;
     const PaneMap &p = pane[slot];
-    double l[2];
-    if (!LensAt(p, p.x + 0.5 * p.w, windowHeight - (p.y + 0.5 * p.h), l)) return false;
-    *fx = boxX + l[0] * boxW;
-    *fy = boxY + l[1] * boxH;
-    return true;
+    // Where the very centre shows nothing (a seam, a sliver of background),
+    // the nearest point around it that shows the frame, within 16 pixels.
+    const double cx = p.x + 0.5 * p.w, cy = windowHeight - (p.y + 0.5 * p.h);
+    for (int r = 0; r <= 16; r += 2) {
+        for (int k = 0; k < (r ? 8 : 1); k++) {
+            double l[2];
+            const double a = k * 0.785398163397448;
+            if (!LensAt(p, cx + r * std::cos(a), cy + r * std::sin(a), l)) continue;
+            *fx = boxX + l[0] * boxW;
+            *fy = boxY + l[1] * boxH;
+            return true;
+        }
+    }
+    return false;
 }
 
 bool ViewMap::FrameToPane(int slot, double fx, double fy, double reach, double *wx, double *wy) const

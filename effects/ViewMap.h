@@ -54,7 +54,9 @@ struct ViewMap {
     // Frame point to window point: the lowest-numbered pane that shows it,
     // or -1.
     int FrameToWindow(double fx, double fy, double *wx, double *wy) const;
-    // The frame point the centre of pane slot `slot` shows; false for none.
+    // The frame point the centre of pane slot `slot` shows (or, where the
+    // centre shows nothing, the nearest point within 16 pixels that shows
+    // one); false for none.
     bool PaneCentre(int slot, double *fx, double *fy) const;
     // Frame point to window point in one pane (slot), searched also up to
     // `reach` pane sizes beyond its viewport (1: within it). False where

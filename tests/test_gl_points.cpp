@@ -188,9 +188,10 @@ TEST_P(PointsInViews, DotShowsWhereTheMappingSays)
 
 // AIM_AT turns the view so that the point comes to the centre of the pane
 // it steers; the dot pushed there is drawn there. The target is a point the
-// view shows beside that centre. Mode 7 has nothing to steer; the centre of
-// the cylinder (mode 5) looks through its open top at first and shows no
-// point to steer by.
+// view shows beside that centre. Mode 7 has nothing to steer. The
+// cylinder (mode 5) is left out: around its middle the picture jumps between
+// its near and its far wall, seen through its open top, and a turn there
+// moves the middle's point by leaps.
 TEST_P(PointsInViews, AimBringsThePointToThePaneCentre)
 {
     Display &d = rig->display;
