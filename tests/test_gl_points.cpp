@@ -197,7 +197,7 @@ TEST_P(PointsInViews, AimBringsThePointToThePaneCentre)
     Display &d = rig->display;
     const ViewCase &v = GetParam();
     float point[2] = {320.0f, 240.0f};
-    if (v.mode == 5) return;
+    if (v.mode == 5) GTEST_SKIP() << "the cylinder's middle leaps between its walls";
     if (v.mode == 7) {
         EXPECT_EQ(d.Set(ZT5_CFG_DISPLAY_AIM_AT, point), ZT5_ERR_INVALID_PARAM);
         return;
