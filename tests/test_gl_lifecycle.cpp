@@ -66,21 +66,6 @@ Usage Measure()
     return {CountEntries("/proc/self/task"), CountEntries("/proc/self/fd"), ResidentKb()};
 }
 
-// Posts `f` and waits until a draw has shown it (long enough for the first
-// draw of a view under valgrind); posts it again now and then, since a post
-// may land before the renderer is up.
-bool DrawnNewest(Display &d, Frame &f)
-{
-    for (int i = 0; i < 20 * kPollRounds; i++) {
-        if (i % 50 == 0) d.Push(f);
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        ZT5RenderStats s = {};
-        d->GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS, &s);
-        if (s.dwNewestDrawn != 0 && s.dwNewestDrawn == s.dwFramesPosted) return true;
-    }
-    return false;
-}
-
 // One life; `n` picks the views.
 void Cycle(XWindow &w, Frame &f, int n)
 {
@@ -92,10 +77,10 @@ void Cycle(XWindow &w, Frame &f, int n)
     ZT5FishEyeParam lens = {5000, 5000, 2800, 5000};
     d.Set(ZT5_CFG_COMMON_FISHEYE_PARAM, &lens);
     ASSERT_EQ(d.Init(w), ZT5_OK);
-    ASSERT_TRUE(DrawnNewest(d, f)) << "view " << first;
+    ASSERT_TRUE(d.PushUntilDrawn(f)) << "view " << first;
     d.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, second);
     d.Drag(100, 100, 120, 110);
-    ASSERT_TRUE(DrawnNewest(d, f)) << "view " << second;
+    ASSERT_TRUE(d.PushUntilDrawn(f)) << "view " << second;
     // Destruction (Uninit, DestroyObject) follows in Display's destructor.
 }
 

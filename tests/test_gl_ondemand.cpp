@@ -30,25 +30,7 @@ protected:
         ASSERT_TRUE(PostDrawn());
     }
     Display &d() { return rig->display; }
-    ZT5RenderStats Stats()
-    {
-        ZT5RenderStats s = {};
-        EXPECT_EQ(d()->GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS, &s), ZT5_OK);
-        return s;
-    }
-    // Posts the scene until a draw has shown the newest frame.
-    bool PostDrawn(uint32_t rotation = 0)
-    {
-        for (int i = 0; i < 400; i++) {
-            if (i % 20 == 0) d().Push(scene, rotation);
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            ZT5RenderStats s = Stats();
-            if (s.dwFramesPosted && s.dwNewestDrawn == s.dwFramesPosted) return true;
-        }
-        return false;
-    }
-    uint32_t DrawsOver(int ms) { return d().DrawsOver(ms); }
-    bool Quiet() { return d().Quiet(); }
+    bool PostDrawn(uint32_t rotation = 0) { return d().PushUntilDrawn(scene, rotation); }
 };
 
 } // namespace
@@ -58,7 +40,7 @@ protected:
 TEST_F(OnDemand, AStillDisplayRestsAndEveryChangeWakesIt)
 {
     Start(0);
-    EXPECT_LE(DrawsOver(500), 1u) << "a still frame is drawn again and again";
+    EXPECT_LE(d().DrawsOver(500), 1u) << "a still frame is drawn again and again";
     struct Change {
         const char *what;
         std::function<void()> send;
@@ -70,17 +52,17 @@ TEST_F(OnDemand, AStillDisplayRestsAndEveryChangeWakesIt)
     };
     for (const Change &c : changes) {
         SCOPED_TRACE(c.what);
-        ASSERT_TRUE(Quiet());
-        const uint32_t d0 = Stats().dwDraws;
+        ASSERT_TRUE(d().Quiet());
+        const uint32_t d0 = d().Stats().dwDraws;
         c.send();
         bool drawn = false;
         for (int i = 0; i < 300 && !drawn; i++) {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            drawn = Stats().dwDraws > d0;
+            drawn = d().Stats().dwDraws > d0;
         }
         EXPECT_TRUE(drawn);
     }
-    EXPECT_TRUE(Quiet());
+    EXPECT_TRUE(d().Quiet());
 }
 
 // Cruise keeps a view drawing until it ends: a touch in most views, a
@@ -111,12 +93,12 @@ TEST_F(OnDemand, CruiseDrawsUntilItEndsThenIdleTimeChangesNothing)
         // Moving, the view draws on (the four panes' draws are slow under
         // the sanitizers on a loaded machine); resting, it draws at most
         // for a window event or two, and that changes nothing.
-        EXPECT_GE(DrawsOver(400), 3u) << "cruise does not keep the view moving";
-        EXPECT_GE(DrawsOver(400), 3u);
+        EXPECT_GE(d().DrawsOver(400), 3u) << "cruise does not keep the view moving";
+        EXPECT_GE(d().DrawsOver(400), 3u);
         c.end(d());
-        ASSERT_TRUE(Quiet());
+        ASSERT_TRUE(d().Quiet());
         const FECurrentStatusData before = d().Saved();
-        EXPECT_LE(DrawsOver(500), 2u);
+        EXPECT_LE(d().DrawsOver(500), 2u);
         const FECurrentStatusData after = d().Saved();
         EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0) << "the saved state changed while resting";
         // The four panes keep the switch on with every pane stopped.
@@ -129,10 +111,10 @@ TEST_F(OnDemand, CruiseDrawsUntilItEndsThenIdleTimeChangesNothing)
 TEST_F(OnDemand, FramesFasterThanDrawsAreNotQueued)
 {
     Start(0);
-    const ZT5RenderStats s0 = Stats();
+    const ZT5RenderStats s0 = d().Stats();
     for (int i = 0; i < 300; i++) d().Push(scene);
-    ASSERT_TRUE(Quiet());
-    const ZT5RenderStats s1 = Stats();
+    ASSERT_TRUE(d().Quiet());
+    const ZT5RenderStats s1 = d().Stats();
     EXPECT_EQ(s1.dwNewestDrawn, s1.dwFramesPosted) << "the newest frame is not the one shown";
     EXPECT_LT(s1.dwFramesDrawn - s0.dwFramesDrawn, 300u) << "every frame was drawn: frames queue";
 }
@@ -144,12 +126,12 @@ TEST_F(OnDemand, ARotationChangeMidStreamKeepsCruiseAndCamera)
 {
     Start(2);
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1), ZT5_OK);
-    ASSERT_GE(DrawsOver(300), 5u);
+    ASSERT_GE(d().DrawsOver(300), 5u);
     ASSERT_EQ(d().Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 50, 50), ZT5_OK);
-    ASSERT_TRUE(Quiet());
+    ASSERT_TRUE(d().Quiet());
     const FECurrentStatusData before = d().Saved();
     ASSERT_TRUE(PostDrawn(180));
-    ASSERT_TRUE(Quiet());
+    ASSERT_TRUE(d().Quiet());
     const FECurrentStatusData after = d().Saved();
     EXPECT_EQ(after.mCruiseState, 0) << "the turn started the cruise again";
     EXPECT_EQ(before.xMove, after.xMove) << "the panorama drifted";
@@ -163,7 +145,7 @@ TEST_F(OnDemand, ARotationChangeMidStreamKeepsCruiseAndCamera)
 TEST_F(OnDemand, TheHalfSphereBackdropMovesOnlyWithItsAnimation)
 {
     Start(1);
-    EXPECT_TRUE(Quiet()) << "the backdrop keeps drawing with the animation off";
+    EXPECT_TRUE(d().Quiet()) << "the backdrop keeps drawing with the animation off";
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FE_BASE_ANIMATION, 1), ZT5_OK);
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 2), ZT5_OK);
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 1), ZT5_OK);
@@ -176,9 +158,9 @@ TEST_F(OnDemand, TheHalfSphereBackdropMovesOnlyWithItsAnimation)
     ASSERT_TRUE(arrived);
     // Drawing on, at whatever pace the machine allows (a sanitizer build
     // under load draws a few times a second).
-    EXPECT_GE(DrawsOver(800), 4u) << "the backdrop stopped with the animation on";
+    EXPECT_GE(d().DrawsOver(800), 4u) << "the backdrop stopped with the animation on";
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FE_BASE_ANIMATION, 0), ZT5_OK);
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 2), ZT5_OK);
     ASSERT_EQ(d().SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 1), ZT5_OK);
-    EXPECT_TRUE(Quiet());
+    EXPECT_TRUE(d().Quiet());
 }

@@ -27,25 +27,8 @@ bool IsRed(Rgb c) { return c.r > 180 && c.g < 80 && c.b < 80; }
 bool IsGreen(Rgb c) { return c.g > 180 && c.r < 80 && c.b < 80; }
 bool IsWhite(Rgb c) { return c.r > 235 && c.g > 235 && c.b > 235; }
 
-long Count(const Image &img, Rect r, bool (*is)(Rgb))
-{
-    long n = 0;
-    for (int y = std::max(r.top, 0); y < std::min(r.bottom, img.height); y++)
-        for (int x = std::max(r.left, 0); x < std::min(r.right, img.width); x++) n += is(img.At(x, y));
-    return n;
-}
-
-Rect Bounds(const Image &img, Rect r, bool (*is)(Rgb))
-{
-    Rect b{img.width, img.height, 0, 0};
-    for (int y = std::max(r.top, 0); y < std::min(r.bottom, img.height); y++)
-        for (int x = std::max(r.left, 0); x < std::min(r.right, img.width); x++)
-            if (is(img.At(x, y))) {
-                b.left = std::min(b.left, x), b.top = std::min(b.top, y);
-                b.right = std::max(b.right, x + 1), b.bottom = std::max(b.bottom, y + 1);
-            }
-    return b.right > b.left ? b : Rect();
-}
+long Count(const Image &img, Rect r, bool (*is)(Rgb)) { return CountWhere(img, r, is); }
+Rect Bounds(const Image &img, Rect r, bool (*is)(Rgb)) { return BoundsWhere(img, is, r); }
 
 ZT5FaceRect Face(uint32_t id, uint32_t gender, int x, int y, int side, const char *name = "", int32_t age = 30)
 {
@@ -98,36 +81,22 @@ std::string WriteFile(const std::string &name, const std::vector<uint8_t> &bytes
 
 class Overlays : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        ASSERT_NE(std::getenv("DISPLAY"), nullptr) << "these tests need an X display (DISPLAY)";
-        ASSERT_NE(Plugin(), nullptr) << Error();
-    }
     void Open(int w, int h, uint32_t mode = 0, uint32_t backColour = 0, bool setColour = false)
     {
-        window.reset(new XWindow(w, h));
-        ASSERT_TRUE(window->ok());
-        display.reset(new Display());
-        ASSERT_TRUE(display->ok());
-        display->SetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 1);
-        display->SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, mode);
+        rig.reset(new Rig(w, h, mode));
+        display = &rig->display;
+        ASSERT_TRUE(rig->ok());
         if (setColour) display->SetU32(ZT5_CFG_DISPLAY_BACK_COLOR, backColour);
-        ASSERT_EQ(display->Init(*window), ZT5_OK);
-    }
-    uint32_t Draws()
-    {
-        ZT5RenderStats s = {};
-        (*display)->GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS, &s);
-        return s.dwDraws;
+        ASSERT_EQ(rig->Init(), ZT5_OK);
     }
     // Pushes the frame until two more draws have finished: a setting made
     // before has reached the view's draw by then.
     Image Settle(Frame &frame, uint32_t rotation = 0)
     {
-        const uint32_t start = Draws();
+        const uint32_t start = display->Stats().dwDraws;
         Image img;
-        display->PushUntil(frame, [&](const Image &) { return Draws() >= start + 2; }, &img, rotation);
-        EXPECT_GE(Draws(), start + 2) << "the display stopped drawing";
+        display->PushUntil(frame, [&](const Image &) { return display->Stats().dwDraws >= start + 2; }, &img, rotation);
+        EXPECT_GE(display->Stats().dwDraws, start + 2) << "the display stopped drawing";
         return img;
     }
     int32_t SetFaces(const std::vector<ZT5FaceRect> &faces, uint32_t tolerance = 0)
@@ -145,8 +114,8 @@ protected:
         return res;
     }
 
-    std::unique_ptr<XWindow> window;
-    std::unique_ptr<Display> display;
+    std::unique_ptr<Rig> rig;
+    Display *display = nullptr;
 };
 
 } // namespace
@@ -157,8 +126,7 @@ protected:
 // (a blue square painted where the face is).
 TEST_F(Overlays, FacesFollowThePictureAndCarryTheirLabels)
 {
-    Open(480, 480);
-    if (HasFatalFailure()) return;
+    ASSERT_NO_FATAL_FAILURE(Open(480, 480));
     display->Set(ZT5_CFG_DISPLAY_FONT_PATH, const_cast<char *>(kFont));
     Frame frame(640, 360, kGrey);
     frame.Fill(200, 120, 260, 180, kBlue);
@@ -221,8 +189,7 @@ TEST_F(Overlays, FacesFollowThePictureAndCarryTheirLabels)
 // keeps the name it had a frame before, a face far away doesn't.
 TEST_F(Overlays, NamesComeFromTheHostListAndStayWithAMovingFace)
 {
-    Open(640, 360);
-    if (HasFatalFailure()) return;
+    ASSERT_NO_FATAL_FAILURE(Open(640, 360));
     Frame frame(640, 360, kGrey);
     display->Set(ZT5_CFG_DISPLAY_FONT_PATH, const_cast<char *>(kFont));
     display->SetU32(ZT5_CFG_DISPLAY_FACE_OPTION, 1 | 8); // rectangles and names
@@ -279,8 +246,7 @@ TEST_F(Overlays, NamesComeFromTheHostListAndStayWithAMovingFace)
 // is drawn, after a good one it stays drawn. A count of 0 clears.
 TEST_F(Overlays, BadFaceListsAreRefusedAndChangeNothing)
 {
-    Open(640, 360);
-    if (HasFatalFailure()) return;
+    ASSERT_NO_FATAL_FAILURE(Open(640, 360));
     Frame frame(640, 360, kGrey);
     // A font FreeType can't read (a directory): rectangles, no labels.
     display->Set(ZT5_CFG_DISPLAY_FONT_PATH, const_cast<char *>(OutputDir().c_str()));
@@ -335,8 +301,7 @@ TEST_F(Overlays, BackgroundColourShowsInEveryViewAndAfterSwitches)
     Frame scene = SceneFrame();
     for (uint32_t colour : {0xffffffu, 0x3060c0u}) {
         SCOPED_TRACE(colour);
-        Open(320, 320, 0, colour, true);
-        if (HasFatalFailure()) return;
+        ASSERT_NO_FATAL_FAILURE(Open(320, 320, 0, colour, true));
         ZT5FishEyeParam circle = {5000, 5000, 2813, 5000};
         display->Set(ZT5_CFG_COMMON_FISHEYE_PARAM, &circle);
         auto cornerIs = [](uint32_t c) {
@@ -360,8 +325,7 @@ TEST_F(Overlays, BackgroundColourShowsInEveryViewAndAfterSwitches)
         EXPECT_TRUE(cornerIs(0x20a040)(Settle(scene))) << "mode 2";
         display->SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 0);
         EXPECT_TRUE(cornerIs(0x20a040)(Settle(scene))) << "mode 0";
-        display.reset();
-        window.reset();
+        rig.reset();
     }
 }
 
@@ -371,8 +335,7 @@ TEST_F(Overlays, BackgroundColourShowsInEveryViewAndAfterSwitches)
 // the bottom right corner.
 TEST_F(Overlays, LogoAtItsPlacementAndMalformedFilesRefused)
 {
-    Open(640, 360);
-    if (HasFatalFailure()) return;
+    ASSERT_NO_FATAL_FAILURE(Open(640, 360));
     Frame frame(640, 360, kGrey);
 
     // The built-in mark under a correction that changes nothing.
@@ -398,28 +361,29 @@ TEST_F(Overlays, LogoAtItsPlacementAndMalformedFilesRefused)
         return IsRed(red) && blue.b > 200 && blue.r < 60 && yellow.r > 200 && yellow.g > 200 && yellow.b < 60;
     };
 
-    std::vector<uint8_t> good = MakeBmp(64, 32, 24, false);
-    std::vector<uint8_t> truncated(good.begin(), good.end() - 7);
-    std::vector<uint8_t> wrongMagic = good;
-    wrongMagic[0] = 'X';
-    std::vector<uint8_t> eightBit = good;
-    eightBit[28] = 8;
-    std::vector<uint8_t> zeroWide = good;
-    std::memset(&zeroWide[18], 0, 4);
-    std::vector<uint8_t> huge = good; // 2^31 - 1 squared pixels: every product overflows 32 bits
-    std::memset(&huge[18], 0xff, 3), huge[21] = 0x7f;
-    std::memset(&huge[22], 0, 3), huge[25] = 0x80; // the smallest height
-    std::vector<uint8_t> offsetPastEnd = good;
-    std::memset(&offsetPastEnd[10], 0xff, 4);
+    const std::vector<uint8_t> good = MakeBmp(64, 32, 24, false);
+    auto with = [&](std::vector<std::pair<size_t, uint8_t>> bytes) {
+        std::vector<uint8_t> f = good;
+        for (const auto &b : bytes) f[b.first] = b.second;
+        return f;
+    };
+    const std::vector<uint8_t> wrongMagic = with({{0, 'X'}});
     std::vector<uint8_t> padded = MakeBmp(10, 8, 24, false); // 30-byte rows with 2 fill bytes each
     padded.insert(padded.end(), 16, 0);
     for (int b = 0; b < 4; b++) padded[2 + b] = uint8_t(padded.size() >> (8 * b));
-    const std::vector<uint8_t> *refused[] = {&truncated, &wrongMagic, &eightBit, &zeroWide,
-                                             &huge,      &offsetPastEnd, &padded};
+    const std::vector<uint8_t> refused[] = {
+        std::vector<uint8_t>(good.begin(), good.end() - 7), // truncated
+        wrongMagic,
+        with({{28, 8}}),                                    // 8 bits a pixel
+        with({{18, 0}, {19, 0}, {20, 0}, {21, 0}}),         // no width
+        // 2^31 - 1 wide, the smallest height: every product overflows 32 bits
+        with({{18, 0xff}, {19, 0xff}, {20, 0xff}, {21, 0x7f}, {22, 0}, {23, 0}, {24, 0}, {25, 0x80}}),
+        with({{10, 0xff}, {11, 0xff}, {12, 0xff}, {13, 0xff}}), // pixels past the end
+        padded};
     int n = 0;
-    for (const std::vector<uint8_t> *bytes : refused) {
+    for (const std::vector<uint8_t> &bytes : refused) {
         SCOPED_TRACE(n);
-        const std::string path = WriteFile("refused" + std::to_string(n++) + ".bmp", *bytes);
+        const std::string path = WriteFile("refused" + std::to_string(n++) + ".bmp", bytes);
         ASSERT_EQ(SetLogo(path, place[0], place[1], place[2], place[3]), ZT5_OK);
         shot = Settle(frame);
         EXPECT_FALSE(logoShown(shot));

@@ -38,40 +38,6 @@ int HostXErrorHandler(::Display *, XErrorEvent *)
     return ++HostXErrors, 0;
 }
 
-// Runs `body` on a thread of its own; a hang is a deadlock that no teardown
-// could undo, so it ends the program.
-void WithinWatchdog(const char *what, const std::function<void()> &body, int limitSeconds = 120)
-{
-    auto run = std::async(std::launch::async, body);
-    if (run.wait_for(std::chrono::seconds(limitSeconds)) != std::future_status::ready) {
-        ADD_FAILURE() << what << " still running after " << limitSeconds << " s: deadlock";
-        std::fprintf(stderr, "deadlock in %s: ending the test program\n", what);
-        std::_Exit(1);
-    }
-    run.get();
-}
-
-ZT5RenderStats Stats(harness::Display &d)
-{
-    ZT5RenderStats s = {};
-    d->GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS, &s);
-    return s;
-}
-
-// Pushes `f` until a draw has shown it. A frame is pushed again only when
-// the one before was not drawn within a few polls: a slow renderer (a
-// sanitizer build) must not be outrun by the pushes.
-bool PushUntilDrawn(harness::Display &d, Frame &f)
-{
-    for (int i = 0; i < kPollRounds; i++) {
-        if (i % 20 == 0) d.Push(f);
-        std::this_thread::sleep_for(std::chrono::milliseconds(kPollMs));
-        const ZT5RenderStats s = Stats(d);
-        if (s.dwNewestDrawn != 0 && s.dwNewestDrawn == s.dwFramesPosted) return true;
-    }
-    return false;
-}
-
 // Every float of a saved state is a finite number.
 ::testing::AssertionResult AllFinite(const FECurrentStatusData &s)
 {
@@ -128,7 +94,7 @@ TEST_F(Reliability, WindowDestroyedWhileDrawingThenANewOneAndUnmapRemap)
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     first.reset(); // destroyed under the drawing display
-    WithinWatchdog("a display without its window", [&] {
+    RunAllWithin("a display without its window", {[&] {
         for (int i = 0; i < 40; i++) {
             Image img;
             d.Snapshot(&img);
@@ -139,7 +105,7 @@ TEST_F(Reliability, WindowDestroyedWhileDrawingThenANewOneAndUnmapRemap)
             d.Save(&st);
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
-    });
+    }}, 120);
     stop = true;
     poster.wait();
 
@@ -148,13 +114,13 @@ TEST_F(Reliability, WindowDestroyedWhileDrawingThenANewOneAndUnmapRemap)
     Frame red(320, 240, kRed), blue(320, 240, kBlue);
     Image shot;
     EXPECT_TRUE(d.PushUntil(red, CentreNear(Shown(kRed)), &shot))
-        << "nothing drawn on the new window: " << shot.width << "x" << shot.height << ", " << Stats(d).dwDraws << " draws";
+        << "nothing drawn on the new window: " << shot.width << "x" << shot.height << ", " << d.Stats().dwDraws << " draws";
     EXPECT_EQ(shot.width, 256);
 
     ASSERT_TRUE(second.SetMapped(false));
-    WithinWatchdog("an unmapped window", [&] {
+    RunAllWithin("an unmapped window", {[&] {
         for (int i = 0; i < 20; i++) d.Push(i % 2 ? red : blue), std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    });
+    }}, 120);
     ASSERT_TRUE(second.SetMapped(true));
     EXPECT_TRUE(d.PushUntil(blue, CentreNear(Shown(kBlue)), &shot)) << "nothing drawn after the window was mapped again";
     SaveShot(shot);
@@ -228,9 +194,8 @@ TEST_F(Reliability, ANewWindowWithTheIdOfTheDestroyedOne)
 TEST_F(Reliability, SnapshotsBeforeTheFirstDrawAndRightAfterAShrink)
 {
     Rig rig(320, 240);
-    ASSERT_TRUE(rig.ok());
+    ASSERT_TRUE(rig.Started());
     harness::Display &d = rig.display;
-    ASSERT_EQ(rig.Init(), ZT5_OK);
     // Hidden, a frame makes the renderer but no draw.
     Frame grey(320, 240, kGrey);
     d.SetU32(ZT5_CFG_DISPLAY_STATUS, 0);
@@ -251,8 +216,9 @@ TEST_F(Reliability, SnapshotsBeforeTheFirstDrawAndRightAfterAShrink)
 }
 
 // The host's callback, told of an edge from inside a drag, gives the display
-// a new window. The rebuild that follows waits for the render thread, which
-// must not wait for the drag in turn.
+// a new window and switches the view. The rebuild that follows waits for the
+// render thread, which must not wait for the drag in turn; the drag returns
+// with the new view on.
 TEST_F(Reliability, CallbackGivingANewWindowFromInsideAGestureDoesNotHang)
 {
     Rig rig(320, 240);
@@ -271,20 +237,25 @@ TEST_F(Reliability, CallbackGivingANewWindowFromInsideAGestureDoesNotHang)
         if (m->dwParamID != ZT5_CFG_DISPLAY_EDGE_EVENT || h->edges++ != 0) return;
         h->d->SetWindow(h->window, 288, 216);
         h->d->SetU32(ZT5_CFG_DISPLAY_SCALE_RATIO, 200);
+        h->d->SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 2);
     };
     ASSERT_EQ(d.Set(ZT5_CFG_DISPLAY_UICALLBACK, &record), ZT5_OK);
     ASSERT_EQ(rig.Init(), ZT5_OK);
     Frame grey(320, 240, kGrey);
     d.SetU32(ZT5_CFG_DISPLAY_SCALE_RATIO, 200);
     ASSERT_TRUE(d.PushUntil(grey, CentreNear(Shown(kGrey))));
-    WithinWatchdog("drags against the edge", [&] {
+    RunAllWithin("drags against the edge", {[&] {
         for (int i = 0; i < 200 && host.edges == 0; i++) {
             d.Drag(100, 100, 300, 100);
             d.Push(grey);
             std::this_thread::sleep_for(std::chrono::milliseconds(kPollMs));
         }
-    });
+    }}, 120);
     ASSERT_GT(host.edges.load(), 0) << "no edge reported";
+    FECurrentStatusData st = {}; // saved once the new window's renderer is up
+    EXPECT_TRUE(d.PushUntil(grey, [&](const Image &) { return d.Save(&st) && st.mFishEyeMode == 2; }))
+        << "the view the callback chose is not on";
+    d.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 0);
     Image shot;
     Frame red(320, 240, kRed);
     EXPECT_TRUE(d.PushUntil(red, CentreNear(Shown(kRed)), &shot));
@@ -309,9 +280,9 @@ TEST_F(Reliability, NonFiniteStormsInEveryView)
         ZT5FishEyeParam lens = {5000, 5000, 2800, 5000};
         d.Set(ZT5_CFG_COMMON_FISHEYE_PARAM, &lens);
         ASSERT_EQ(rig.Init(), ZT5_OK);
-        ASSERT_TRUE(PushUntilDrawn(d, scene));
+        ASSERT_TRUE(d.PushUntilDrawn(scene));
         std::mt19937 rng(mode);
-        WithinWatchdog("a storm of wild numbers", [&] {
+        RunAllWithin("a storm of wild numbers", {[&] {
             for (int i = 0; i < 300; i++) {
                 const float a = wild[rng() % n], b = wild[rng() % n], c = wild[rng() % n], e = wild[rng() % n];
                 switch (i % 8) {
@@ -349,13 +320,13 @@ TEST_F(Reliability, NonFiniteStormsInEveryView)
             d.Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 1, 1);
             Image img;
             EXPECT_TRUE(d.Snapshot(&img)) << "no snapshot after the storm";
-        });
+        }}, 120);
         FECurrentStatusData st;
         ASSERT_TRUE(d.Save(&st));
         EXPECT_TRUE(AllFinite(st));
-        const ZT5RenderStats before = Stats(d);
-        EXPECT_TRUE(PushUntilDrawn(d, marked)) << "no draw after the storm";
-        EXPECT_GT(Stats(d).dwDraws, before.dwDraws);
+        const ZT5RenderStats before = d.Stats();
+        EXPECT_TRUE(d.PushUntilDrawn(marked)) << "no draw after the storm";
+        EXPECT_GT(d.Stats().dwDraws, before.dwDraws);
         Image shot;
         if (d.Snapshot(&shot)) SaveShot(shot, "_" + std::to_string(mode));
     }
@@ -385,19 +356,19 @@ TEST_F(Reliability, CruiseCallbackCallingTheDisplayWhileSnapshotsWaitDoesNotHang
     ASSERT_EQ(d.Set(ZT5_CFG_DISPLAY_UICALLBACK, &record), ZT5_OK);
     ASSERT_EQ(rig.Init(), ZT5_OK);
     Frame scene = SceneFrame();
-    ASSERT_TRUE(PushUntilDrawn(d, scene));
+    ASSERT_TRUE(d.PushUntilDrawn(scene));
     std::atomic<bool> stop{false};
     auto snapshots = std::async(std::launch::async, [&] {
         for (Image img; !stop;) d.Snapshot(&img);
     });
-    WithinWatchdog("cruise switches", [&] {
+    RunAllWithin("cruise switches", {[&] {
         for (int i = 0; i < 40; i++) {
             d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, i % 2);
             d.Push(scene);
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
-    });
+    }}, 120);
     stop = true;
-    WithinWatchdog("the last snapshot", [&] { snapshots.wait(); });
+    RunAllWithin("the last snapshot", {[&] { snapshots.wait(); }}, 120);
     EXPECT_GT(host.events.load(), 10) << "the cruise switches were not reported";
 }

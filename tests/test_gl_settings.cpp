@@ -128,6 +128,15 @@ TEST(Settings, TakeEffectWheneverTheyAreSet)
 // frame that covers the window, and the shared memory agent's free buffer.
 TEST(FrameInput, LayoutsAndCropsReachThePicture)
 {
+    const auto Aligned = [](Display &d, Frame &f) {
+        static ZT5AlignInfo align = {1, 8};
+        d.Set(ZT5_CFG_CODEC_ALIGNINFO, &align);
+        f = Frame(968, 540, kBlue);
+        f.Fill(960, 0, 968, 540, kGreen); // the decoder's padding
+    };
+    const auto AlignedShows = [](const Image &img) {
+        return Near(img.At(479, 135), Shown(kBlue), 4) && Near(img.At(240, 1), Shown(kBlue), 4);
+    };
     struct Case {
         const char *name;
         int winW, winH;
@@ -135,23 +144,8 @@ TEST(FrameInput, LayoutsAndCropsReachThePicture)
         std::function<bool(const Image &)> shows;
         bool beforeInit = false; // prepare before Init: what was set must outlive it
     } cases[] = {
-        {"alignment columns", 480, 270,
-         [](Display &d, Frame &f) {
-             static ZT5AlignInfo align = {1, 8};
-             d.Set(ZT5_CFG_CODEC_ALIGNINFO, &align);
-             f = Frame(968, 540, kBlue);
-             f.Fill(960, 0, 968, 540, kGreen); // the decoder's padding
-         },
-         [](const Image &img) { return Near(img.At(479, 135), Shown(kBlue), 4) && Near(img.At(240, 1), Shown(kBlue), 4); }},
-        {"alignment columns told before Init", 480, 270,
-         [](Display &d, Frame &f) {
-             static ZT5AlignInfo align = {1, 8};
-             d.Set(ZT5_CFG_CODEC_ALIGNINFO, &align);
-             f = Frame(968, 540, kBlue);
-             f.Fill(960, 0, 968, 540, kGreen);
-         },
-         [](const Image &img) { return Near(img.At(479, 135), Shown(kBlue), 4) && Near(img.At(240, 1), Shown(kBlue), 4); },
-         true},
+        {"alignment columns", 480, 270, Aligned, AlignedShows},
+        {"alignment columns told before Init", 480, 270, Aligned, AlignedShows, true},
         {"cover crop", 400, 400,
          [](Display &d, Frame &f) {
              d.SetU32(ZT5_CFG_DISPLAY_FIT_MODE, 5);
@@ -180,8 +174,7 @@ TEST(FrameInput, LayoutsAndCropsReachThePicture)
     // The agent's two buffers: the one not busy is shown; a buffer given to
     // DrawFrame wins; without its check words there is no frame.
     Rig rig(320, 180);
-    ASSERT_TRUE(rig.ok());
-    ASSERT_EQ(rig.Init(), ZT5_OK);
+    ASSERT_TRUE(rig.Started());
     Frame busy(320, 180, kRed), free(320, 180, kBlue), given(320, 180, kGreen);
     ZT5SharedMemAgent agent = {};
     agent.dwYStride = 320, agent.dwUVStride = 160, agent.dwCheckA = agent.dwCheckB = 1, agent.dwBusy0 = 1;
@@ -250,8 +243,7 @@ TEST(FrameInput, LensBoxesStayInsideTheFrame)
 TEST(FrameInput, HostBufferTakesTheFrameInstead)
 {
     Rig rig(320, 180, 2);
-    ASSERT_TRUE(rig.ok());
-    ASSERT_EQ(rig.Init(), ZT5_OK);
+    ASSERT_TRUE(rig.Started());
     Display &d = rig.display;
     Frame red(320, 180, kRed), blue(320, 180, kBlue);
     for (int i = 0; i < 64; i++) blue.Y()[i * 7] = uint8_t(i); // bytes to recognise

@@ -21,14 +21,6 @@ TEST(Memory, CompareIsUnsignedAndCoversTheTail)
     EXPECT_EQ(MMemCmp(a, b, 6), 0);
     EXPECT_EQ(MMemCmp(a, b, 7), -1);
     EXPECT_EQ(MMemCmp(b, a, 7), 1);
-    char buf[32];
-    EXPECT_EQ(MSprintf(buf, "%d-%s", 42, "x"), 4);
-    EXPECT_EQ(MStrLen(buf), 4u);
-    void *p = MMemAlloc(16);
-    MMemSet(p, 0xab, 16);
-    p = MMemRealloc(p, 64);
-    EXPECT_EQ(static_cast<unsigned char *>(p)[15], 0xab);
-    MMemFree(p);
 }
 
 // Ticks are tenths of a millisecond: over one interval the tick count and

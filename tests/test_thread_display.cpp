@@ -9,7 +9,6 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <future>
@@ -25,21 +24,6 @@ using namespace harness;
 namespace {
 
 const Rgb kGrey = {128, 128, 128}, kRed = {210, 40, 40}, kBlue = {40, 70, 220};
-
-// Runs the bodies on threads of their own and waits for them all; a hang is
-// a deadlock that no teardown could undo, so it ends the program.
-void RunAll(std::vector<std::function<void()>> bodies, int limitSeconds = 240)
-{
-    std::vector<std::future<void>> running;
-    for (auto &b : bodies) running.push_back(std::async(std::launch::async, b));
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(limitSeconds);
-    for (auto &r : running)
-        if (r.wait_until(end) != std::future_status::ready) {
-            ADD_FAILURE() << "threads still running after " << limitSeconds << " s: deadlock";
-            std::fprintf(stderr, "deadlock: ending the test program\n");
-            std::_Exit(1);
-        }
-}
 
 // A poster: pushes `frames` in turn until `stop`, `pauseMs` apart.
 std::function<void()> Poster(Display &d, std::vector<Frame> &frames, std::atomic<bool> &stop, std::atomic<long> *count = nullptr,
@@ -63,9 +47,8 @@ std::function<void()> Poster(Display &d, std::vector<Frame> &frames, std::atomic
 TEST(DisplayThreads, FramesWhileParametersOverlayAndSwitchesRunElsewhere)
 {
     Rig rig(320, 240);
-    ASSERT_TRUE(rig.ok());
+    ASSERT_TRUE(rig.Started());
     Display &d = rig.display;
-    ASSERT_EQ(rig.Init(), ZT5_OK);
     std::vector<Frame> frames = {Frame(320, 240, kGrey), Frame(256, 128, kGrey)};
     ASSERT_TRUE(d.PushUntil(frames[0], CentreNear(Shown(kGrey))));
     std::atomic<bool> stop{false};
@@ -75,7 +58,7 @@ TEST(DisplayThreads, FramesWhileParametersOverlayAndSwitchesRunElsewhere)
         };
     };
     auto poster = std::async(std::launch::async, Poster(d, frames, stop));
-    RunAll({
+    RunAllWithin("threads", {
         until(300, [&](int i) {
             d.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, i % 3);
             d.SetU32(ZT5_CFG_DISPLAY_FIT_MODE, i % 3 == 0 ? 5 : 0);
@@ -124,9 +107,8 @@ TEST(DisplayThreads, FramesWhileParametersOverlayAndSwitchesRunElsewhere)
 TEST(DisplayThreads, SwitchBackToTheHighHandleAlwaysShowsItAgain)
 {
     Rig rig(160, 120);
-    ASSERT_TRUE(rig.ok());
+    ASSERT_TRUE(rig.Started());
     Display &d = rig.display;
-    ASSERT_EQ(rig.Init(), ZT5_OK);
     std::vector<Frame> grey = {Frame(160, 120, kGrey)};
     ASSERT_TRUE(d.PushUntil(grey[0], CentreNear(Shown(kGrey))));
     for (int round = 0; round < 30; round++) {
@@ -152,9 +134,7 @@ TEST(DisplayThreads, SwitchBackToTheHighHandleAlwaysShowsItAgain)
 TEST(DisplayThreads, PostsViewSwitchesSnapshotsAndGesturesNeverDeadlock)
 {
     Rig a(320, 240), b(256, 192);
-    ASSERT_TRUE(a.ok() && b.ok());
-    ASSERT_EQ(a.Init(), ZT5_OK);
-    ASSERT_EQ(b.Init(), ZT5_OK);
+    ASSERT_TRUE(a.Started() && b.Started());
     std::vector<Frame> frames;
     for (int i = 0; i < 6; i++) frames.emplace_back(i % 2 ? 256 : 320, i % 2 ? 256 : 240, Rgb{uint8_t(40 * i), 128, 128});
     std::atomic<int> snapshots{0}, bad{0};
@@ -178,7 +158,7 @@ TEST(DisplayThreads, PostsViewSwitchesSnapshotsAndGesturesNeverDeadlock)
             }
         };
     };
-    RunAll({posts(a.display, 600), posts(b.display, 400), snaps(a, 80), snaps(b, 60),
+    RunAllWithin("threads", {posts(a.display, 600), posts(b.display, 400), snaps(a, 80), snaps(b, 60),
             [&] {
                 const uint32_t modes[] = {2, 0, 11, 2, 1, 0, 0xFFFFFFFF, 0};
                 for (int i = 0; i < 48; i++) {
@@ -266,9 +246,8 @@ TEST(DisplayThreads, GestureStormsLeaveEachViewInRange)
     for (const View &v : views) {
         SCOPED_TRACE(v.mode);
         Rig rig(320, 240, v.mode);
-        ASSERT_TRUE(rig.ok());
+        ASSERT_TRUE(rig.Started());
         Display &d = rig.display;
-        ASSERT_EQ(rig.Init(), ZT5_OK);
         std::vector<Frame> frames = {v.mode ? SceneFrame() : Frame(320, 240, kGrey)};
         frames[0].Fill(140, 100, 180, 140, kRed);
         ASSERT_TRUE(d.PushUntil(frames[0], [](const Image &) { return true; }));
@@ -308,7 +287,7 @@ TEST(DisplayThreads, GestureStormsLeaveEachViewInRange)
                 }
             };
         };
-        RunAll({storm(0), storm(1), storm(2)});
+        RunAllWithin("threads", {storm(0), storm(1), storm(2)});
         stop = true;
         poster.wait();
         // A touch and a pinch end any cruise or animation; a clean record

@@ -4,13 +4,17 @@
 #include <gtest/gtest.h>
 #include <png.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 // After gtest: Xlib's None, Bool and Status macros clash with its names.
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <future>
 #include <thread>
 
 namespace harness {
@@ -32,19 +36,25 @@ std::string Str(Rgb c)
     return std::to_string(c.r) + "," + std::to_string(c.g) + "," + std::to_string(c.b);
 }
 
-long CountNear(const Image &img, Rect r, Rgb colour, int tolerance)
+long CountWhere(const Image &img, Rect r, const std::function<bool(Rgb)> &is)
 {
     long n = 0;
     for (int y = std::max(0, r.top); y < std::min(img.height, r.bottom); y++)
-        for (int x = std::max(0, r.left); x < std::min(img.width, r.right); x++) n += Near(img.At(x, y), colour, tolerance);
+        for (int x = std::max(0, r.left); x < std::min(img.width, r.right); x++) n += is(img.At(x, y));
     return n;
 }
 
-Rect BoundsWhere(const Image &img, const std::function<bool(Rgb)> &inside)
+long CountNear(const Image &img, Rect r, Rgb colour, int tolerance)
 {
+    return CountWhere(img, r, [&](Rgb c) { return Near(c, colour, tolerance); });
+}
+
+Rect BoundsWhere(const Image &img, const std::function<bool(Rgb)> &inside, Rect area)
+{
+    if (area.width() <= 0 || area.height() <= 0) area = Rect{0, 0, img.width, img.height};
     Rect r{img.width, img.height, 0, 0};
-    for (int y = 0; y < img.height; y++)
-        for (int x = 0; x < img.width; x++)
+    for (int y = std::max(0, area.top); y < std::min(img.height, area.bottom); y++)
+        for (int x = std::max(0, area.left); x < std::min(img.width, area.right); x++)
             if (inside(img.At(x, y))) {
                 r.left = std::min(r.left, x), r.top = std::min(r.top, y);
                 r.right = std::max(r.right, x + 1), r.bottom = std::max(r.bottom, y + 1);
@@ -139,6 +149,31 @@ std::string OutputDir()
         return d;
     }();
     return dir;
+}
+
+std::string Shell(const std::string &cmd, int *status)
+{
+    std::string out;
+    FILE *p = popen(cmd.c_str(), "r");
+    char buf[512];
+    while (p && std::fgets(buf, sizeof buf, p)) out += buf;
+    const int st = p ? pclose(p) : -1;
+    if (status) *status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+    return out;
+}
+
+void RunAllWithin(const char *what, const std::vector<std::function<void()>> &bodies, int limitSeconds)
+{
+    std::vector<std::future<void>> running;
+    for (const auto &b : bodies) running.push_back(std::async(std::launch::async, b));
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(limitSeconds);
+    for (auto &r : running)
+        if (r.wait_until(end) != std::future_status::ready) {
+            ADD_FAILURE() << what << " still running after " << limitSeconds << " s: deadlock";
+            std::fprintf(stderr, "deadlock in %s: ending the test program\n", what);
+            std::_Exit(1);
+        }
+    for (auto &r : running) r.get();
 }
 
 void SaveShot(const Image &img, const std::string &suffix)
@@ -453,6 +488,24 @@ bool Display::PushUntil(Frame &f, const Check &check, Image *out, uint32_t rotat
     return true;
 }
 
+bool Display::PushUntilDrawn(Frame &f, uint32_t rotation)
+{
+    for (int i = 0, next = 0, gap = 20; i < 8 * kPollRounds; i++) {
+        if (i == next) Push(f, rotation), next += gap, gap = std::min(2 * gap, 200);
+        std::this_thread::sleep_for(std::chrono::milliseconds(kPollMs));
+        const ZT5RenderStats s = Stats();
+        if (s.dwNewestDrawn != 0 && s.dwNewestDrawn == s.dwFramesPosted) return true;
+    }
+    return false;
+}
+
+ZT5RenderStats Display::Stats()
+{
+    ZT5RenderStats s = {};
+    m_d->GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS, &s);
+    return s;
+}
+
 bool Display::Save(FECurrentStatusData *out)
 {
     FECurrentStatusData *p = nullptr;
@@ -512,11 +565,9 @@ int32_t Display::Touch(uint32_t id, float x, float y)
 
 uint32_t Display::DrawsOver(int ms)
 {
-    ZT5RenderStats s0 = {}, s1 = {};
-    m_d->GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS, &s0);
+    const uint32_t d0 = Stats().dwDraws;
     std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-    m_d->GetDisplayParam(ZT5_CFG_DISPLAY_RENDER_STATS, &s1);
-    return s1.dwDraws - s0.dwDraws;
+    return Stats().dwDraws - d0;
 }
 
 bool Display::Quiet()

@@ -49,8 +49,11 @@ bool Near(Rgb a, Rgb b, int tolerance);
 std::string Str(Rgb c);
 // Pixels of `r` within `tolerance` of `colour`.
 long CountNear(const Image &img, Rect r, Rgb colour, int tolerance);
-// Bounding box of the pixels for which `inside` holds; empty when none.
-Rect BoundsWhere(const Image &img, const std::function<bool(Rgb)> &inside);
+// Pixels of `r` for which `is` holds.
+long CountWhere(const Image &img, Rect r, const std::function<bool(Rgb)> &is);
+// Bounding box of the pixels (of `r`, the whole picture when empty) for
+// which `inside` holds; empty when none.
+Rect BoundsWhere(const Image &img, const std::function<bool(Rgb)> &inside, Rect r = Rect());
 // Where the picture is on black bars.
 Rect PictureBounds(const Image &img);
 // Sector of the synthetic scene nearest to `c` (0..7), -1 when none is near.
@@ -64,6 +67,12 @@ Rect LetterboxRect(int winW, int winH, int picW, int picH);
 bool WritePng(const std::string &path, const Image &img);
 bool ReadPng(const std::string &path, Image *img);
 std::string OutputDir();
+// What a shell command printed (stdout); its exit code in *status when given.
+std::string Shell(const std::string &cmd, int *status = nullptr);
+// Runs the bodies on threads of their own and waits for them all; one still
+// running after `limitSeconds` is a deadlock that no teardown could undo, so
+// it ends the program.
+void RunAllWithin(const char *what, const std::vector<std::function<void()>> &bodies, int limitSeconds = 240);
 // Writes <test suite>_<test><suffix>.png into the output directory.
 void SaveShot(const Image &img, const std::string &suffix = "");
 
@@ -168,6 +177,11 @@ public:
     // Pushes the frame and reads a snapshot until `check` holds; *out is the
     // last picture read.
     bool PushUntil(Frame &f, const Check &check, Image *out = nullptr, uint32_t rotation = 0);
+    // Pushes the frame until a draw has shown the newest one posted. It is
+    // pushed again at growing intervals: a post may land before the renderer
+    // is up, and a slow renderer (sanitizers, valgrind) must not be outrun.
+    bool PushUntilDrawn(Frame &f, uint32_t rotation = 0);
+    ZT5RenderStats Stats(); // ZT5_CFG_DISPLAY_RENDER_STATS
     // Saved state, copied out at once (the next save overwrites it).
     bool Save(FECurrentStatusData *out);
     FECurrentStatusData Saved();
@@ -200,6 +214,7 @@ struct Rig {
     Rig(int width, int height, uint32_t mode = 0);
     bool ok() const { return window.ok() && display.ok(); }
     int32_t Init() { return display.Init(window); }
+    bool Started() { return ok() && Init() == ZT5_OK; } // made, and Init succeeded
 };
 
 } // namespace harness
