@@ -185,6 +185,34 @@ TEST_F(Overlays, FacesFollowThePictureAndCarryTheirLabels)
     SaveShot(shot, "_male");
 }
 
+// A label starting with a glyph whose ink reaches left of its pen (the hook
+// of a J) is drawn whole: in "J J" the first J is as wide as the second.
+TEST_F(Overlays, LabelStartingLeftOfItsPenIsDrawnWhole)
+{
+    ASSERT_NO_FATAL_FAILURE(Open(1200, 1200));
+    display->Set(ZT5_CFG_DISPLAY_FONT_PATH, const_cast<char *>(kFont));
+    display->SetU32(ZT5_CFG_DISPLAY_FACE_OPTION, 8); // the name line only
+    // A tall picture: the line is a twentieth of its 1200 rows, larger than
+    // the glyphs were rendered, so that a lost column shows.
+    Frame frame(360, 640, kGrey);
+    ASSERT_EQ(SetFaces({Face(1, 0, 60, 200, 60, "J J")}), ZT5_OK);
+    const Image shot = Settle(frame);
+    SaveShot(shot);
+    const Rect label = Bounds(shot, Rect{0, 0, shot.width, shot.height}, IsRed);
+    ASSERT_GT(label.height(), 20);
+    // Runs of inked columns: the two letters.
+    std::vector<int> runs;
+    bool inRun = false;
+    for (int x = label.left; x < label.right; x++) {
+        const bool ink = Count(shot, Rect{x, label.top, x + 1, label.bottom}, IsRed) > 0;
+        if (ink && !inRun) runs.push_back(0);
+        if (ink) runs.back()++;
+        inRun = ink;
+    }
+    ASSERT_EQ(runs.size(), 2u);
+    EXPECT_NEAR(runs[0], runs[1], 1) << "the first letter is cut";
+}
+
 // A name from the host's list by image id; a face that moved a few pixels
 // keeps the name it had a frame before, a face far away doesn't.
 TEST_F(Overlays, NamesComeFromTheHostListAndStayWithAMovingFace)
