@@ -7,29 +7,34 @@
 
 // ----------------------------------------------------------- lens model
 
-bool FootprintUniform::Find(const ViewProgram &program, const char *viewName)
+bool FootprintUniform::Find(const ViewProgram &program)
 {
-    m_Texel = program.Uniform(viewName, "lensTexel", "mLensTexelHandle");
+    // Absent from a program built without the footprint sampler.
+    m_Texel = program.id() ? glGetUniformLocation(program.id(), "lensTexel") : -1;
     m_Width = m_Height = 0;
     return m_Texel >= 0;
 }
 
 void FootprintUniform::Send(MLong width, MLong height)
 {
-    if (width <= 0 || height <= 0 || (width == m_Width && height == m_Height)) return;
+    if (m_Texel < 0 || width <= 0 || height <= 0 || (width == m_Width && height == m_Height)) return;
     glUniform2f(m_Texel, 1.0f / float(width), 1.0f / float(height));
     m_Width = width, m_Height = height;
 }
 
 bool LensUniforms::Find(const ViewProgram &program, const char *viewName)
 {
-    m_Law = program.Uniform(viewName, "lensLaw", "mLensLawHandle");
-    m_K = program.Uniform(viewName, "lensK", "mLensKHandle");
     m_Scale = program.Uniform(viewName, "lensScale", "mLensScaleHandle");
-    m_HalfFov = program.Uniform(viewName, "lensHalfFov", "mLensHalfFovHandle");
+    // The law's coefficients exist in the polynomial's program only, and a
+    // view tests what its lens sees by the angle or by its cosine: looked up
+    // without complaint, set where they are.
+    const GLuint id = program.id();
+    m_K = id ? glGetUniformLocation(id, "lensK") : -1;
+    m_HalfFov = id ? glGetUniformLocation(id, "lensHalfFov") : -1;
+    m_CosHalfFov = id ? glGetUniformLocation(id, "lensCosHalfFov") : -1;
     m_Sent = 0;
-    const bool footprint = m_Footprint.Find(program, viewName);
-    return m_Law >= 0 && m_K >= 0 && m_Scale >= 0 && m_HalfFov >= 0 && footprint;
+    m_Footprint.Find(program);
+    return m_Scale >= 0;
 }
 
 void LensUniforms::Send(const ZT5LensModel &model, unsigned generation, MLong boxWidth, MLong boxHeight)
@@ -37,14 +42,16 @@ void LensUniforms::Send(const ZT5LensModel &model, unsigned generation, MLong bo
     m_Footprint.Send(boxWidth, boxHeight);
     if (generation == m_Sent) return;
     const ZT5LensModel m = LensLawNormalised(model);
-    glUniform1f(m_Law, float(m.dwLaw));
     glUniform4f(m_K, m.fK[0], m.fK[1], m.fK[2], m.fK[3]);
     // The default keeps the number the equidistant law always divided by.
     const bool equidistant180 = m.dwLaw == ZT5_LENS_EQUIDISTANT && m.fFieldOfView == 180.0f;
     glUniform1f(m_Scale, equidistant180 ? 1.0f / 1.570795f : float(LensLawScale(m)));
     // Half the field of view, in radians, a hair wider so that the rim of a
-    // 180-degree lens (the dome's rim row) still counts as seen.
-    glUniform1f(m_HalfFov, float(m.fFieldOfView * 3.14159265358979 / 360.0) + 1e-4f);
+    // 180-degree lens (the dome's rim row) still counts as seen; and its
+    // cosine, below -1 for a lens that sees every direction.
+    const double half = m.fFieldOfView * 3.14159265358979 / 360.0 + 1e-4;
+    glUniform1f(m_HalfFov, float(half));
+    glUniform1f(m_CosHalfFov, half >= 3.14159265358979 ? -2.0f : float(std::cos(half)));
     m_Sent = generation;
 }
 

@@ -360,7 +360,7 @@ void WallPaneView::DrawStretched(const Frame &f)
     auto uniforms = [&] {
         SendRayMatrix(m_Program, m_Camera);
         glUniform3f(muDomeScale, s.x, s.y, s.z);
-        m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
+        m_Lens.Send(DrawnLens(), m_nLensGeneration, f.videoWidth, f.videoHeight);
     };
     DrawPass(m_Camera, camera, m_Program, m_Quad, f.sampling, uniforms);
 }
