@@ -1,5 +1,6 @@
 #include "FisheyeCommon.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "LensLaw.h"
@@ -108,6 +109,87 @@ void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m)
     float inverse[16];
     Invert4(m.mMVPMatrix, inverse);
     program.SetMatrix(inverse);
+}
+
+namespace {
+
+struct Vec3d {
+    double x, y, z;
+};
+
+// m times (x, y, z, w), divided by its w; false for a w of 0.
+bool Project(const float *m, double x, double y, double z, double w, Vec3d *out)
+{
+    double r[4];
+    for (int i = 0; i < 4; i++) r[i] = m[i] * x + m[4 + i] * y + m[8 + i] * z + m[12 + i] * w;
+    if (r[3] == 0.0) return false;
+    *out = {r[0] / r[3], r[1] / r[3], r[2] / r[3]};
+    return true;
+}
+
+// FISHEYE_GLSL_DOME_HIT and domeLens in double precision, for the pixel at
+// clip-space (cx, cy): the lens point in texture units, false for a miss.
+bool DomeLensPoint(const float *inverse, double cx, double cy, const float scale[3], float rad,
+                   const ZT5LensModel &model, double narrowing, double at[2])
+{
+    Vec3d o, f;
+    if (!Project(inverse, cx, cy, -1.0, 1.0, &o) || !Project(inverse, cx, cy, 1.0, 1.0, &f)) return false;
+    const double d[3] = {f.x - o.x, f.y - o.y, f.z - o.z}, oo[3] = {o.x, o.y, o.z};
+    double a = 0, b = 0, c = 0;
+    const double R = 6.0 * scale[2];
+    for (int i = 0; i < 3; i++) {
+        const double k = double(scale[2]) / scale[i];
+        a += d[i] * k * d[i] * k, b += oo[i] * k * d[i] * k, c += oo[i] * k * oo[i] * k;
+    }
+    c -= R * R;
+    const double q = b * b - a * c;
+    if (q < 0.0 || a == 0.0) return false;
+    double u = (-b - std::sqrt(q)) / a;
+    if (u < 0.0 || o.z + u * d[2] > 0.0) u = (-b + std::sqrt(q)) / a;
+    if (u < 0.0 || u > 1.0) return false;
+    double p[3];
+    for (int i = 0; i < 3; i++) p[i] = (oo[i] + u * d[i]) / scale[i];
+    if (p[2] > 0.0) return false;
+    const double r = std::hypot(p[0], p[1]);
+    const double theta = std::atan2(r, -p[2]);
+    const double narrowed = rad * (1.0 - narrowing * (1.5707963267948966 - theta));
+    const double k = r > 0.0 ? narrowed * LensLawRadius(LensLawNormalised(model), theta) / r : 0.0;
+    at[0] = 0.5 - 0.5 * k * p[0];
+    at[1] = 0.5 - 0.5 * k * p[1];
+    return true;
+}
+
+} // namespace
+
+double DomePaneShrink(const RotTranMatrix &m, MLong paneW, MLong paneH, const float scale[3], float rad,
+                      const ZT5LensModel &model, MLong boxW, MLong boxH, double narrowing)
+{
+    const double kUnbounded = 1e30;
+    if (paneW <= 1 || paneH <= 1 || !(scale[0] > 0.0f && scale[1] > 0.0f && scale[2] >= 1e-4f)) return kUnbounded;
+    float inverse[16];
+    Invert4(m.mMVPMatrix, inverse);
+    // The eye: the point the clip-space direction (0, 0, 1, 0) comes from.
+    Vec3d eye;
+    if (!Project(inverse, 0.0, 0.0, 1.0, 0.0, &eye)) return kUnbounded;
+    const double ex = eye.x / (6.0 * scale[0]), ey = eye.y / (6.0 * scale[1]), ez = eye.z / (6.0 * scale[2]);
+    if (ex * ex + ey * ey + ez * ez > 0.81) return kUnbounded;
+    const int kGrid = 16;
+    double most = 0.0;
+    for (int j = 0; j <= kGrid; j++)
+        for (int i = 0; i <= kGrid; i++) {
+            // A pixel's centre and its neighbours across and down, within the pane.
+            const double px = 0.5 + (paneW - 2) * double(i) / kGrid, py = 0.5 + (paneH - 2) * double(j) / kGrid;
+            double at[2], ax[2], ay[2];
+            auto clip = [](double v, MLong n) { return 2.0 * v / double(n) - 1.0; };
+            if (!DomeLensPoint(inverse, clip(px, paneW), clip(py, paneH), scale, rad, model, narrowing, at) ||
+                !DomeLensPoint(inverse, clip(px + 1, paneW), clip(py, paneH), scale, rad, model, narrowing, ax) ||
+                !DomeLensPoint(inverse, clip(px, paneW), clip(py + 1, paneH), scale, rad, model, narrowing, ay))
+                continue; // beyond the rim: the sampler takes one tap there too
+            const double tx = std::hypot((ax[0] - at[0]) * boxW, (ax[1] - at[1]) * boxH);
+            const double ty = std::hypot((ay[0] - at[0]) * boxW, (ay[1] - at[1]) * boxH);
+            most = std::max(most, std::max(tx, ty));
+        }
+    return most;
 }
 
 // -------------------------------------------------------------- camera
