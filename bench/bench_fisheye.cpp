@@ -5,7 +5,10 @@
 // picture), into a 1280x720 surface on whatever GL the machine has (the
 // software rasteriser in CI). Each draw uploads the three planes as the
 // renderer does, renders, and waits for the GPU (glFinish), so the figure is
-// the cost of one frame without the window system's presentation.
+// the cost of one frame without the window system's presentation. The
+// process's CPU time a draw is given beside it, and its ratio to the strip's:
+// on a software rasteriser that is the work of a draw, which another
+// program busy on the same cores slows but does not add to.
 //
 // Usage: bench_fisheye [seconds per mode, default 3]
 // BENCH_NOBACK=1 in the environment draws the half sphere without its cloud
@@ -22,8 +25,10 @@
 #include <memory>
 #include <vector>
 
+#include "BenchClock.h"
 #include "BenchGlContext.h"
 #include "EffectFactory.h"
+#include "FrameSampler.h"
 
 namespace {
 
@@ -52,11 +57,18 @@ void MakePlanes(std::vector<uint8_t> &y, std::vector<uint8_t> &u, std::vector<ui
 // the eye inside the bowl) is timed separately from its steady overview.
 // closeUp: a double tap first, and the move to the close position drawn (the
 // four panes: one pane zoomed to the window).
-double DrawsPerSecond(MDWord mode, const GLuint *tex, const std::vector<uint8_t> *planes, double seconds,
-                      int warmup, bool inside = false, bool closeUp = false)
+struct Rate {
+    double perSecond;  // draws a second, elapsed time; below 0: the view failed
+    double cpuPerDraw; // seconds of the process's CPU time a draw
+};
+Rate DrawsPerSecond(MDWord mode, const GLuint *tex, const std::vector<uint8_t> *planes, double seconds,
+                    int warmup, bool inside = false, bool closeUp = false)
 {
     std::unique_ptr<GlesRenderEffect> view(CreateRenderEffect(mode, 0));
-    if (!view || view->Initialize(kSide, kSide) != 0) return -1.0;
+    if (!view || view->Initialize(kSide, kSide) != 0) return {-1.0, 0.0};
+    // The planes the view samples: without them it would read texture 0,
+    // which costs a software rasteriser less than a real picture.
+    view->SetFrameSampling(PictureSampling(tex));
     if (getenv("BENCH_NOBACK")) view->SetDisBackGroundSts(0, 0);
     if (closeUp) {
         view->Render(nullptr, kW, kH, kSide, kSide, tex, 0, 0);
@@ -79,16 +91,16 @@ double DrawsPerSecond(MDWord mode, const GLuint *tex, const std::vector<uint8_t>
     };
     // Warm-up: the first draws of a new shader compile it.
     for (int i = 0; i < warmup; i++) draw();
-    using Clock = std::chrono::steady_clock;
-    auto t0 = Clock::now();
+    const auto t0 = Clock::now();
+    const double cpu0 = ProcessCpuSeconds();
     int n = 0;
     double elapsed = 0.0;
     do {
         draw();
         n++;
-        elapsed = std::chrono::duration<double>(Clock::now() - t0).count();
+        elapsed = Since(t0);
     } while (elapsed < seconds);
-    return n / elapsed;
+    return {n / elapsed, (ProcessCpuSeconds() - cpu0) / n};
 }
 
 } // namespace
@@ -131,17 +143,19 @@ int main(int argc, char **argv)
     std::printf("%dx%d lens square into %dx%d, %.1f s each\n", kSide, kSide, kW, kH, seconds);
     // Each view is paired with a run of the strip just before it, so that a
     // load that comes and goes on a shared machine weighs on both alike.
-    double strip = 0.0;
+    Rate strip = {0.0, 0.0};
     for (const auto &m : modes) {
         if (m.mode != 0) strip = DrawsPerSecond(2, tex, planes, seconds / 2, 10);
-        double dps = DrawsPerSecond(m.mode, tex, planes, seconds, m.warmup, m.inside, m.closeUp);
-        if (dps < 0)
+        const Rate r = DrawsPerSecond(m.mode, tex, planes, seconds, m.warmup, m.inside, m.closeUp);
+        if (r.perSecond < 0)
             std::printf("%-28s failed to initialise\n", m.name);
-        else if (strip > 0)
-            std::printf("%-28s %7.1f draws/s  %6.2f ms/draw  %5.2f x the time of mode 2\n", m.name, dps, 1000.0 / dps,
-                        strip / dps);
+        else if (strip.perSecond > 0)
+            std::printf("%-28s %6.1f draws/s %6.2f ms/draw %5.2f x the time of mode 2, CPU %6.2f ms/draw %5.2f x\n",
+                        m.name, r.perSecond, 1000.0 / r.perSecond, strip.perSecond / r.perSecond,
+                        1000.0 * r.cpuPerDraw, r.cpuPerDraw / strip.cpuPerDraw);
         else
-            std::printf("%-28s %7.1f draws/s  %6.2f ms/draw\n", m.name, dps, 1000.0 / dps);
+            std::printf("%-28s %6.1f draws/s %6.2f ms/draw, CPU %6.2f ms/draw\n", m.name, r.perSecond,
+                        1000.0 / r.perSecond, 1000.0 * r.cpuPerDraw);
     }
     glDeleteTextures(3, tex);
     return 0;

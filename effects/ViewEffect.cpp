@@ -6,6 +6,17 @@
 #include "MLog.h"
 #include "ZT5Errors.h"
 
+namespace {
+
+// The law a record's programs are built with (records are checked when the
+// host sets them; anything else reads as the default).
+unsigned LensLawOf(const ZT5LensModel &m)
+{
+    return m.dwLaw <= ZT5_LENS_POLYNOMIAL ? m.dwLaw : ZT5_LENS_EQUIDISTANT;
+}
+
+} // namespace
+
 // ------------------------------------------------------------ SavedField
 
 SavedField SavedField::Checked(Relaxed<float> &live, float &field, float fallback)
@@ -75,13 +86,20 @@ MRESULT ViewEffect::Initialize(MDWord, MDWord)
 {
     // Built for the layout of the frame the renderer has last described
     // (planar until one comes); a frame of another layout builds again.
-    m_BuiltLayout = m_Sampling.layout;
-    ViewProgram::SetBuildLayout(m_BuiltLayout);
-    m_lBuildResult = Build();
+    BuildFor({m_Sampling.layout, LensLawOf(DrawnLens()), m_Built.footprint});
     if (m_lBuildResult != 0)
         MLogInfo("[%s] %s::Init() mInitResourceSuc = false lRet = %d.\r\n", MLOG_TAG, m_szViewName,
                  int(m_lBuildResult));
     SetEnableGLDepth(m_Traits.depthTest ? 1 : 0);
+    return m_lBuildResult;
+}
+
+MRESULT ViewEffect::BuildFor(const BuildKey &key)
+{
+    m_Built = key;
+    ViewProgram::SetBuildLayout(key.layout);
+    ViewProgram::SetBuildLens(key.law, key.footprint);
+    m_lBuildResult = Build();
     return m_lBuildResult;
 }
 
@@ -131,18 +149,25 @@ void ViewEffect::Render(const MLong *, MLong nDisplayWidth, MLong nDisplayHeight
     (void)pTextures; // the frame's textures come with its sampling
     Frame f = {nDisplayWidth, nDisplayHeight, nVideoWidth, nVideoHeight, &m_Sampling, dwRotation, 0, 0};
     m_bDrawn = false;
-    if (m_Sampling.layout != m_BuiltLayout && m_lBuildResult != -1) {
-        // A stream of another layout: the programs of that layout (compiled
-        // once, then kept) and their locations. The camera stays.
-        m_BuiltLayout = m_Sampling.layout;
-        ViewProgram::SetBuildLayout(m_BuiltLayout);
-        m_lBuildResult = Build();
+    const BuildKey key = {m_Sampling.layout, LensLawOf(DrawnLens()), m_Built.footprint};
+    if (key != m_Built && m_lBuildResult != -1) {
+        // A stream of another layout, a lens of another law: the programs
+        // for them (compiled once, then kept) and their locations. The
+        // camera stays.
+        BuildFor(key);
     }
     if (!Ready(f)) return;
     clearBackground();
     glViewport(0, 0, f.viewportWidth, f.viewportHeight);
     DrawBehind(f);
     StepCamera();
+    const bool footprint = MayShrink(f);
+    if (footprint != m_Built.footprint) {
+        // The camera or the window now asks for (or no longer needs) the
+        // footprint sampler: the programs built with (without) it.
+        BuildFor({m_Built.layout, m_Built.law, footprint});
+        if (m_lBuildResult != 0) return;
+    }
     m_Drawing.paneCount = 0;
     Draw(f);
     PublishMap(f);
@@ -175,7 +200,7 @@ void ViewEffect::PublishMap(const Frame &f)
     m.windowHeight = int(f.viewportHeight);
     const FrameBox &b = f.sampling->frameBox;
     m.boxX = b.x, m.boxY = b.y, m.boxW = b.w, m.boxH = b.h;
-    m.lens = m_LensModel;
+    m.lens = DrawnLens();
     std::lock_guard<std::mutex> lock(m_MapLock);
     m_Shown = m;
 }

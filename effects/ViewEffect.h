@@ -124,6 +124,14 @@ protected:
     virtual void DrawBehind(const Frame &) {}
     // The camera's move by one frame (animations, cruise, clamps).
     virtual void StepCamera() = 0;
+    // The lens model the view draws with: the host's (a valid record). The
+    // view's programs are built for its law (ViewProgram::SetBuildLens).
+    virtual ZT5LensModel DrawnLens() const { return m_LensModel; }
+    // After the camera's step: whether a pixel of this draw may shrink the
+    // picture more than 7 times (FISHEYE_GLSL_FOOTPRINT). A view that can
+    // tell that none does answers false, and its programs are built
+    // without the footprint sampler until it answers true again.
+    virtual bool MayShrink(const Frame &) const { return true; }
     // The frame's draws, each one a DrawPass.
     virtual void Draw(const Frame &f) = 0;
     // Asked after a draw: would the next one differ from it without any
@@ -256,7 +264,19 @@ private:
     std::mutex m_MapLock;
     ViewMap m_Shown;
     MRESULT m_lBuildResult = -1; // not built yet
-    FrameLayout m_BuiltLayout = FrameLayout::I420; // the layout Build last compiled for
+    // What Build last compiled for: the frame's layout, the lens law, the
+    // footprint sampler; a draw that wants other programs builds again.
+    struct BuildKey {
+        FrameLayout layout;
+        unsigned law;
+        bool footprint;
+        bool operator!=(const BuildKey &o) const
+        {
+            return layout != o.layout || law != o.law || footprint != o.footprint;
+        }
+    };
+    BuildKey m_Built = {FrameLayout::I420, 0, true};
+    MRESULT BuildFor(const BuildKey &key);
     bool m_bDrawn = false;       // the last Render drew
 };
 

@@ -8,6 +8,8 @@ namespace {
 
 // Render thread only: each display's thread builds its own views.
 thread_local FrameLayout t_BuildLayout = FrameLayout::I420;
+thread_local unsigned t_BuildLaw = 0;
+thread_local bool t_BuildFootprint = true;
 
 // The fragment source with the frame's stages in place of the marker.
 std::string ComposeFragment(const std::string &source, FrameLayout layout)
@@ -25,6 +27,12 @@ void ViewProgram::SetBuildLayout(FrameLayout layout)
     t_BuildLayout = layout;
 }
 
+void ViewProgram::SetBuildLens(unsigned law, bool footprint)
+{
+    t_BuildLaw = law < unsigned(kLensFlavours / 2) ? law : 0;
+    t_BuildFootprint = footprint;
+}
+
 int ViewProgram::Build(const char *viewName, const char *vertexSource, const char *fragmentSource, Inputs inputs)
 {
     // Other sources than last time: nothing cached is of use.
@@ -35,12 +43,19 @@ int ViewProgram::Build(const char *viewName, const char *vertexSource, const cha
     }
     aPosition = aTexCoor = uMVPMatrix = -1;
     const FrameLayout layout = inputs == kOwnPicture ? FrameLayout::I420 : t_BuildLayout;
-    m_nCurrent = inputs == kPositionOnly ? 0 : int(layout);
+    // Only a program with the lens stage differs by law and footprint.
+    const bool bLens = m_FragmentSource.find("LENS_LAW") != std::string::npos;
+    const int flavour = bLens ? int(t_BuildLaw) * 2 + (t_BuildFootprint ? 1 : 0) : 0;
+    m_nCurrent = (inputs == kPositionOnly ? 0 : int(layout)) * kLensFlavours + flavour;
     Variant &v = m_Variants[m_nCurrent];
     const bool bFresh = !v.program;
     if (bFresh) {
         v = Variant();
-        v.program = GlProgram::Adopt(buildProgram(vertexSource, ComposeFragment(m_FragmentSource, layout).c_str()));
+        std::string fragment = ComposeFragment(m_FragmentSource, layout);
+        if (bLens)
+            fragment = "#define LENS_LAW " + std::to_string(t_BuildLaw) + "\n#define LENS_FOOTPRINT " +
+                       (t_BuildFootprint ? "1" : "0") + "\n" + fragment;
+        v.program = GlProgram::Adopt(buildProgram(vertexSource, fragment.c_str()));
     }
     if (!v.program) {
         MLogInfo("[%s] %s:: buildProgram error mProgram:%d. ", MLOG_TAG, viewName, 0);

@@ -20,7 +20,10 @@
 // compiled, so that a view built again for a layout it has seen (a stream
 // that changes layout and back) links nothing. The locations are those of
 // that layout's program; a view looks its own uniforms up again whenever it
-// is built.
+// is built. A fragment shader with the fisheye lens stage (it names
+// LENS_LAW) is likewise compiled and kept once per lens law and with or
+// without the footprint sampler (SetBuildLens): the source gets
+// "#define LENS_LAW n" and "#define LENS_FOOTPRINT 0 or 1" in front.
 class ViewProgram {
 public:
     enum Inputs {
@@ -51,6 +54,10 @@ public:
 
     // The layout the next Build on this (the render) thread compiles for.
     static void SetBuildLayout(FrameLayout layout);
+    // The lens law (ZT5_LENS_*, 0..4) and footprint sampler the next Build
+    // on this thread compiles a lens stage with.
+    static void SetBuildLens(unsigned law, bool footprint);
+    static const int kLensFlavours = 10; // five laws, with and without the footprint
 
     GLint aPosition = -1;
     GLint aTexCoor = -1;
@@ -70,7 +77,7 @@ private:
     };
     const Variant *Current() const { return m_nCurrent >= 0 ? &m_Variants[m_nCurrent] : nullptr; }
 
-    Variant m_Variants[kFrameLayoutCount];
+    Variant m_Variants[kFrameLayoutCount * kLensFlavours];
     std::string m_VertexSource, m_FragmentSource;
     int m_nCurrent = -1;
 };

@@ -23,9 +23,11 @@ using Clock = std::chrono::steady_clock;
 synthetic::LensFrame SceneLens(int mode, const PlayerOptions &opts)
 {
     synthetic::LensFrame l = mode >= 7 && mode <= 10 ? synthetic::WallLens(mode == 10) : synthetic::LensFrame();
-    // A lens model given: the scene is seen through that lens (mode 10's
-    // own lens stays orthographic).
-    if (opts.haveLensModel && !l.orthographic) {
+    // A lens model given: the scene is seen through that lens (in mode 10
+    // too, which draws through the model instead of its orthographic lens
+    // once one is set).
+    if (opts.haveLensModel) {
+        l.orthographic = false;
         l.law = opts.lensLaw;
         l.fovDeg = opts.lensFov;
         for (int i = 0; i < 4; i++) l.k[i] = opts.lensK[i];

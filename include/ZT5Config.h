@@ -121,8 +121,10 @@
 /* The lens's projection, for every fisheye view: a ZT5LensModel (copied).
  * A direction theta off the lens axis lands at the fraction
  * f(theta) / f(fov / 2) of the lens circle's radius (the circle of
- * ZT5_CFG_COMMON_FISHEYE_PARAM), f by dwLaw. Default: equidistant, 180
- * degrees. Refused with 2, nothing changed: an unknown law, a field of view
+ * ZT5_CFG_COMMON_FISHEYE_PARAM), f by dwLaw. Default (the all-zero record):
+ * equidistant, 180 degrees; for FishEyeMode 10, whose circle is as wide as
+ * the picture, orthographic, 180 degrees, until a record is set. Refused
+ * with 2, nothing changed: an unknown law, a field of view
  * outside 60..360 degrees (orthographic: above 180; stereographic: 360
  * itself), a coefficient that isn't a finite number, a polynomial that
  * doesn't grow over 0..fov / 2. */

@@ -1553,10 +1553,10 @@ TEST_P(LensModel, ShowsTheRingWhereTheLawPutsIt)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Laws, LensModel,
-                         ::testing::Values(Lens{"Equidistant200", {0, 200, {0, 0, 0, 0}}}, Lens{"Equisolid", {1, 0, {0, 0, 0, 0}}},
-                                           Lens{"Stereographic190", {2, 190, {0, 0, 0, 0}}}, Lens{"Orthographic", {3, 180, {0, 0, 0, 0}}},
-                                           Lens{"Polynomial", {4, 185, {-0.05f, 0.002f, 0, 0}}}),
+const Lens kLenses[] = {{"Equidistant200", {0, 200, {0, 0, 0, 0}}}, {"Equisolid", {1, 0, {0, 0, 0, 0}}},
+                        {"Stereographic190", {2, 190, {0, 0, 0, 0}}}, {"Orthographic", {3, 180, {0, 0, 0, 0}}},
+                        {"Polynomial", {4, 185, {-0.05f, 0.002f, 0, 0}}}};
+INSTANTIATE_TEST_SUITE_P(Laws, LensModel, ::testing::ValuesIn(kLenses),
                          [](const ::testing::TestParamInfo<Lens> &i) { return std::string(i.param.name); });
 
 // A polynomial of zeros is the equidistant lens: the same picture.
@@ -1581,6 +1581,55 @@ TEST(LensModels, ZeroPolynomialIsEquidistant)
         << "200 degrees drew as 180";
 }
 
+// Mode 10 draws through its own orthographic 180-degree lens until a model
+// is set, then through the model: the wall scene seen through each law, the
+// view told that law, looks as the orthographic scene does by default;
+// untold, it doesn't.
+TEST(LensModels, WallOneView180FollowsTheModelOnceSet)
+{
+    Rig rig(640, 360, 10);
+    ASSERT_TRUE(rig.ok());
+    ASSERT_EQ(rig.Init(), ZT5_OK);
+    Display &d = rig.display;
+    // Of the pixels where the default shows a surface, the share where a
+    // picture shows the same (a wider lens shows more of the room besides).
+    auto agreement = [](const Image &a, const Image &want) {
+        long same = 0, shown = 0;
+        for (int y = 0; y < want.height; y++)
+            for (int x = 0; x < want.width; x++) {
+                const int surface = Surface(want.At(x, y));
+                shown += surface >= 0;
+                same += surface >= 0 && Surface(a.At(x, y)) == surface;
+            }
+        return double(same) / shown;
+    };
+    Frame orthographic = LensSceneFrame(synthetic::WallLens(true));
+    Image want, shot;
+    ASSERT_TRUE(d.PushUntil(orthographic, [](const Image &i) { return !i.empty() && Surface(i.At(320, 180)) == synthetic::kCentreWall; }));
+    ASSERT_TRUE(d.Quiet());
+    ASSERT_TRUE(d.Snapshot(&want));
+    for (const Lens &lens : kLenses) {
+        SCOPED_TRACE(lens.name);
+        synthetic::LensFrame l = synthetic::WallLens(true);
+        l.orthographic = false, l.law = lens.model.dwLaw, l.fovDeg = lens.model.fFieldOfView;
+        for (int i = 0; i < 4; i++) l.k[i] = lens.model.fK[i];
+        Frame scene = LensSceneFrame(l);
+        // The orthographic 180-degree record is the default's lens: nothing to tell apart untold.
+        if (lens.model.dwLaw != ZT5_LENS_ORTHOGRAPHIC || lens.model.fFieldOfView != 180) {
+            ASSERT_TRUE(d.PushUntil(scene, [&](const Image &i) { return !i.empty() && i.rgba != want.rgba; }, &shot));
+            ASSERT_TRUE(d.Quiet());
+            ASSERT_TRUE(d.Snapshot(&shot));
+            EXPECT_LT(agreement(shot, want), 0.9) << "the default lens shows this scene as the orthographic one";
+        }
+        ASSERT_EQ(d.Set(ZT5_CFG_COMMON_LENS_MODEL, const_cast<ZT5LensModel *>(&lens.model)), ZT5_OK);
+        EXPECT_TRUE(d.PushUntil(scene, [&](const Image &i) { return !i.empty() && agreement(i, want) > 0.98; }, &shot))
+            << agreement(shot, want);
+        SaveShot(shot, std::string("_") + lens.name);
+        ZT5LensModel unset = {};
+        ASSERT_EQ(d.Set(ZT5_CFG_COMMON_LENS_MODEL, &unset), ZT5_OK);
+    }
+}
+
 // Bad records are refused with 2 and change nothing.
 TEST(LensModels, BadRecordsAreRefused)
 {
@@ -1603,30 +1652,36 @@ TEST(LensModels, BadRecordsAreRefused)
         EXPECT_EQ(d.Set(ZT5_CFG_COMMON_LENS_MODEL, const_cast<ZT5LensModel *>(&ok)), ZT5_OK);
 }
 
-// A view that shrinks the picture many times (the half sphere's overview in
-// a small window on a large frame) samples each pixel's footprint: columns
+// A view that shrinks the picture many times (the half sphere's overview or
+// the wall dome in a small window on a large frame) samples each pixel's
+// footprint: columns
 // of one texel, black and white in turn, come out grey, not a random pick
 // of black and white that flickers as the view turns.
 TEST(Footprint, FineDetailShrunkManyTimesIsAveraged)
 {
-    Rig rig(120, 120, 1);
-    ASSERT_TRUE(rig.ok());
-    for (uint32_t id : {ZT5_CFG_DISPLAY_FE_BG_CLOUD, ZT5_CFG_DISPLAY_FE_BG_STAR, ZT5_CFG_DISPLAY_FE_BASE_ANIMATION})
-        ASSERT_EQ(rig.display.SetU32(id, 0), ZT5_OK);
-    ASSERT_EQ(rig.Init(), ZT5_OK);
     Frame stripes(1920, 1080, {128, 128, 128});
     for (int y = 0; y < 1080; y++)
         for (int x = 0; x < 1920; x++) stripes.Y()[size_t(y) * 1920 + x] = x % 2 ? 235 : 16;
-    Image shot;
-    ASSERT_TRUE(rig.display.PushUntil(stripes, [](const Image &i) { return !i.empty() && i.At(60, 60).g > 20; }, &shot));
-    ASSERT_TRUE(rig.display.Quiet());
-    ASSERT_TRUE(rig.display.Snapshot(&shot));
-    SaveShot(shot);
-    int grey = 0, all = 0;
-    for (int y = 30; y < 90; y++)
-        for (int x = 30; x < 90; x++) {
-            all++;
-            grey += std::abs(int(shot.At(x, y).g) - 128) < 64;
-        }
-    EXPECT_GT(grey, all * 85 / 100) << "of " << all << " pixels of the bowl";
+    // The half sphere always samples by the footprint; mode 9 measures its
+    // pane and must find that it shrinks the picture.
+    for (uint32_t mode : {1u, 9u}) {
+        SCOPED_TRACE(mode);
+        Rig rig(120, 120, mode);
+        ASSERT_TRUE(rig.ok());
+        for (uint32_t id : {ZT5_CFG_DISPLAY_FE_BG_CLOUD, ZT5_CFG_DISPLAY_FE_BG_STAR, ZT5_CFG_DISPLAY_FE_BASE_ANIMATION})
+            ASSERT_EQ(rig.display.SetU32(id, 0), ZT5_OK);
+        ASSERT_EQ(rig.Init(), ZT5_OK);
+        Image shot;
+        ASSERT_TRUE(rig.display.PushUntil(stripes, [](const Image &i) { return !i.empty() && i.At(60, 60).g > 20; }, &shot));
+        ASSERT_TRUE(rig.display.Quiet());
+        ASSERT_TRUE(rig.display.Snapshot(&shot));
+        SaveShot(shot, "_" + std::to_string(mode));
+        int grey = 0, all = 0;
+        for (int y = 30; y < 90; y++)
+            for (int x = 30; x < 90; x++) {
+                all++;
+                grey += std::abs(int(shot.At(x, y).g) - 128) < 64;
+            }
+        EXPECT_GT(grey, all * 85 / 100) << "of " << all << " pixels of the picture";
+    }
 }

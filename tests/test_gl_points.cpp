@@ -83,6 +83,7 @@ struct ViewCase {
     int width, height;
     int panes; // panes to check, at their centres
     uint32_t rotation = 0; // of the frames pushed
+    uint32_t law = 0;      // a lens model set (ZT5_LENS_*, 200 degrees), 0 none
 };
 
 // A window of the usual proportions for each view; the grid view at its
@@ -91,6 +92,7 @@ struct ViewCase {
 const ViewCase kViews[] = {
     {0, 480, 360, 1}, {0, 480, 360, 1, 90}, {1, 480, 360, 1}, {2, 480, 360, 1}, {3, 480, 360, 4}, {4, 640, 320, 2}, {5, 480, 360, 1},
     {6, 480, 360, 1}, {7, 480, 360, 3}, {8, 640, 320, 2}, {9, 480, 360, 1}, {10, 480, 360, 1},
+    {1, 480, 360, 1, 0, ZT5_LENS_EQUISOLID}, {10, 480, 360, 1, 0, ZT5_LENS_STEREOGRAPHIC},
 };
 
 class PointsInViews : public ::testing::TestWithParam<ViewCase> {
@@ -103,6 +105,10 @@ protected:
         // Centre and radii in 1/10000 of the frame's width and height.
         ZT5FishEyeParam lens = {5000, 5000, 10000 * (kFrameH / 2) / kFrameW, 5000};
         ASSERT_EQ(rig->display.Set(ZT5_CFG_COMMON_FISHEYE_PARAM, &lens), ZT5_OK);
+        if (v.law) {
+            ZT5LensModel model = {v.law, 200.0f, {0.0f, 0.0f, 0.0f, 0.0f}};
+            ASSERT_EQ(rig->display.Set(ZT5_CFG_COMMON_LENS_MODEL, &model), ZT5_OK);
+        }
         ASSERT_EQ(rig->Init(), ZT5_OK);
         Frame f = DotFrame(0, 0);
         // Drawn, and the view's start (a flight, a zoom) over.
@@ -124,6 +130,7 @@ protected:
         default: *x = 0.5 * w, *y = 0.5 * h;
         }
         *x += 7.3, *y += 4.6;
+        if (v.law) *x += 50, *y += 30; // off the lens axis, where the law shows
     }
     std::unique_ptr<Rig> rig;
 };
@@ -290,7 +297,8 @@ INSTANTIATE_TEST_SUITE_P(Views, FacesInViews, ::testing::Values(kViews[3], kView
 
 INSTANTIATE_TEST_SUITE_P(Views, PointsInViews, ::testing::ValuesIn(kViews),
                          [](const ::testing::TestParamInfo<ViewCase> &i) {
-                             return "Mode" + std::to_string(i.param.mode) + (i.param.rotation ? "Turned" : "");
+                             return "Mode" + std::to_string(i.param.mode) + (i.param.rotation ? "Turned" : "") +
+                                    (i.param.law ? "Law" + std::to_string(i.param.law) : "");
                          });
 
 // A null record is refused; before any draw every point maps to nothing.

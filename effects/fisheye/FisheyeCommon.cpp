@@ -1,5 +1,6 @@
 #include "FisheyeCommon.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "LensLaw.h"
@@ -10,29 +11,34 @@ static_assert(ZT5_FACE_LIST_MAX == 50, "the face stage holds ZT5_FACE_LIST_MAX r
 
 // ----------------------------------------------------------- lens model
 
-bool FootprintUniform::Find(const ViewProgram &program, const char *viewName)
+bool FootprintUniform::Find(const ViewProgram &program)
 {
-    m_Texel = program.Uniform(viewName, "lensTexel", "mLensTexelHandle");
+    // Absent from a program built without the footprint sampler.
+    m_Texel = program.id() ? glGetUniformLocation(program.id(), "lensTexel") : -1;
     m_Width = m_Height = 0;
     return m_Texel >= 0;
 }
 
 void FootprintUniform::Send(MLong width, MLong height)
 {
-    if (width <= 0 || height <= 0 || (width == m_Width && height == m_Height)) return;
+    if (m_Texel < 0 || width <= 0 || height <= 0 || (width == m_Width && height == m_Height)) return;
     glUniform2f(m_Texel, 1.0f / float(width), 1.0f / float(height));
     m_Width = width, m_Height = height;
 }
 
 bool LensUniforms::Find(const ViewProgram &program, const char *viewName)
 {
-    m_Law = program.Uniform(viewName, "lensLaw", "mLensLawHandle");
-    m_K = program.Uniform(viewName, "lensK", "mLensKHandle");
     m_Scale = program.Uniform(viewName, "lensScale", "mLensScaleHandle");
-    m_HalfFov = program.Uniform(viewName, "lensHalfFov", "mLensHalfFovHandle");
+    // The law's coefficients exist in the polynomial's program only, and a
+    // view tests what its lens sees by the angle or by its cosine: looked up
+    // without complaint, set where they are.
+    const GLuint id = program.id();
+    m_K = id ? glGetUniformLocation(id, "lensK") : -1;
+    m_HalfFov = id ? glGetUniformLocation(id, "lensHalfFov") : -1;
+    m_CosHalfFov = id ? glGetUniformLocation(id, "lensCosHalfFov") : -1;
     m_Sent = 0;
-    const bool footprint = m_Footprint.Find(program, viewName);
-    return m_Law >= 0 && m_K >= 0 && m_Scale >= 0 && m_HalfFov >= 0 && footprint;
+    m_Footprint.Find(program);
+    return m_Scale >= 0;
 }
 
 void LensUniforms::Send(const ZT5LensModel &model, unsigned generation, MLong boxWidth, MLong boxHeight)
@@ -41,10 +47,12 @@ void LensUniforms::Send(const ZT5LensModel &model, unsigned generation, MLong bo
     if (generation == m_Sent) return;
     const LensAsDrawn lens(model);
     const ZT5LensModel &m = lens.model;
-    glUniform1f(m_Law, float(m.dwLaw));
     glUniform4f(m_K, m.fK[0], m.fK[1], m.fK[2], m.fK[3]);
     glUniform1f(m_Scale, float(lens.scale));
+    // Half the field of view and its cosine, below -1 for a lens that sees
+    // every direction.
     glUniform1f(m_HalfFov, float(lens.halfFov));
+    glUniform1f(m_CosHalfFov, lens.halfFov >= 3.14159265358979 ? -2.0f : float(std::cos(lens.halfFov)));
     m_Sent = generation;
 }
 
@@ -55,7 +63,7 @@ LensAsDrawn::LensAsDrawn(const ZT5LensModel &record) : model(LensLawNormalised(r
     scale = equidistant180 ? 1.0 / 1.570795 : LensLawScale(model);
     // Half the field of view, in radians, a hair wider so that the rim of a
     // 180-degree lens (the dome's rim row) still counts as seen.
-    halfFov = double(float(model.fFieldOfView * 3.14159265358979 / 360.0) + 1e-4f);
+    halfFov = model.fFieldOfView * 3.14159265358979 / 360.0 + 1e-4;
 }
 
 double LensAsDrawn::Radius(double theta) const
@@ -152,6 +160,87 @@ void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m)
     float inverse[16];
     if (!InvertMatrix4(m.mMVPMatrix, inverse)) RotTranMatrix::identity(inverse);
     program.SetMatrix(inverse);
+}
+
+namespace {
+
+struct Vec3d {
+    double x, y, z;
+};
+
+// m times (x, y, z, w), divided by its w; false for a w of 0.
+bool Project(const float *m, double x, double y, double z, double w, Vec3d *out)
+{
+    double r[4];
+    for (int i = 0; i < 4; i++) r[i] = m[i] * x + m[4 + i] * y + m[8 + i] * z + m[12 + i] * w;
+    if (r[3] == 0.0) return false;
+    *out = {r[0] / r[3], r[1] / r[3], r[2] / r[3]};
+    return true;
+}
+
+// FISHEYE_GLSL_DOME_HIT and domeLens in double precision, for the pixel at
+// clip-space (cx, cy): the lens point in texture units, false for a miss.
+bool DomeLensPoint(const float *inverse, double cx, double cy, const float scale[3], float rad,
+                   const ZT5LensModel &model, double narrowing, double at[2])
+{
+    Vec3d o, f;
+    if (!Project(inverse, cx, cy, -1.0, 1.0, &o) || !Project(inverse, cx, cy, 1.0, 1.0, &f)) return false;
+    const double d[3] = {f.x - o.x, f.y - o.y, f.z - o.z}, oo[3] = {o.x, o.y, o.z};
+    double a = 0, b = 0, c = 0;
+    const double R = 6.0 * scale[2];
+    for (int i = 0; i < 3; i++) {
+        const double k = double(scale[2]) / scale[i];
+        a += d[i] * k * d[i] * k, b += oo[i] * k * d[i] * k, c += oo[i] * k * oo[i] * k;
+    }
+    c -= R * R;
+    const double q = b * b - a * c;
+    if (q < 0.0 || a == 0.0) return false;
+    double u = (-b - std::sqrt(q)) / a;
+    if (u < 0.0 || o.z + u * d[2] > 0.0) u = (-b + std::sqrt(q)) / a;
+    if (u < 0.0 || u > 1.0) return false;
+    double p[3];
+    for (int i = 0; i < 3; i++) p[i] = (oo[i] + u * d[i]) / scale[i];
+    if (p[2] > 0.0) return false;
+    const double r = std::hypot(p[0], p[1]);
+    const double theta = std::atan2(r, -p[2]);
+    const double narrowed = rad * (1.0 - narrowing * (1.5707963267948966 - theta));
+    const double k = r > 0.0 ? narrowed * LensLawRadius(LensLawNormalised(model), theta) / r : 0.0;
+    at[0] = 0.5 - 0.5 * k * p[0];
+    at[1] = 0.5 - 0.5 * k * p[1];
+    return true;
+}
+
+} // namespace
+
+double DomePaneShrink(const RotTranMatrix &m, MLong paneW, MLong paneH, const float scale[3], float rad,
+                      const ZT5LensModel &model, MLong boxW, MLong boxH, double narrowing)
+{
+    const double kUnbounded = 1e30;
+    if (paneW <= 1 || paneH <= 1 || !(scale[0] > 0.0f && scale[1] > 0.0f && scale[2] >= 1e-4f)) return kUnbounded;
+    float inverse[16];
+    if (!InvertMatrix4(m.mMVPMatrix, inverse)) return kUnbounded;
+    // The eye: the point the clip-space direction (0, 0, 1, 0) comes from.
+    Vec3d eye;
+    if (!Project(inverse, 0.0, 0.0, 1.0, 0.0, &eye)) return kUnbounded;
+    const double ex = eye.x / (6.0 * scale[0]), ey = eye.y / (6.0 * scale[1]), ez = eye.z / (6.0 * scale[2]);
+    if (ex * ex + ey * ey + ez * ez > 0.81) return kUnbounded;
+    const int kGrid = 16;
+    double most = 0.0;
+    for (int j = 0; j <= kGrid; j++)
+        for (int i = 0; i <= kGrid; i++) {
+            // A pixel's centre and its neighbours across and down, within the pane.
+            const double px = 0.5 + (paneW - 2) * double(i) / kGrid, py = 0.5 + (paneH - 2) * double(j) / kGrid;
+            double at[2], ax[2], ay[2];
+            auto clip = [](double v, MLong n) { return 2.0 * v / double(n) - 1.0; };
+            if (!DomeLensPoint(inverse, clip(px, paneW), clip(py, paneH), scale, rad, model, narrowing, at) ||
+                !DomeLensPoint(inverse, clip(px + 1, paneW), clip(py, paneH), scale, rad, model, narrowing, ax) ||
+                !DomeLensPoint(inverse, clip(px, paneW), clip(py + 1, paneH), scale, rad, model, narrowing, ay))
+                continue; // beyond the rim: the sampler takes one tap there too
+            const double tx = std::hypot((ax[0] - at[0]) * boxW, (ax[1] - at[1]) * boxH);
+            const double ty = std::hypot((ay[0] - at[0]) * boxW, (ay[1] - at[1]) * boxH);
+            most = std::max(most, std::max(tx, ty));
+        }
+    return most;
 }
 
 // -------------------------------------------------------------- camera

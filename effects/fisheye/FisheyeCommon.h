@@ -98,75 +98,104 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
 // of more than 24 texels is no footprint but an edge of the view's surface
 // (a neighbour in the 2 x 2 block of pixels the derivatives come from
 // missed it: its point is the zenith, which domeHit leaves for a miss):
-// one tap. lensTexel is the size of a texel of the luma plane in texture
-// units (FootprintUniform). Without the derivatives extension, one tap.
+// one tap. The sizes are compared squared (49 and 576 texels squared), so
+// that no square root is taken. lensTexel is the size of a texel of the
+// luma plane in texture units (FootprintUniform). Without the derivatives
+// extension, one tap.
 // The taps are a loop that breaks at once where no footprint asks for
 // them, not a branch: a software rasteriser runs both sides of a branch for
 // a block of pixels, but leaves a loop as soon as no pixel of it goes on.
+// A program built with LENS_FOOTPRINT 0 (the view knows that no pixel of
+// the draw shrinks the picture that much) takes one tap everywhere.
 #define FISHEYE_GLSL_FOOTPRINT                                                          \
     FISHEYE_GLSL_FACES                                                                  \
+    "#if LENS_FOOTPRINT && defined(GL_OES_standard_derivatives)\n"                     \
     "uniform vec2 lensTexel;\n"                                                        \
     "vec4 lensColour(vec2 p) {\n"                                                      \
-    "#ifdef GL_OES_standard_derivatives\n"                                             \
     "    vec2 dx = dFdx(p), dy = dFdy(p);\n"                                           \
     "    vec4 face;\n"                                                                 \
     "    if (onFace(p, dx, dy, face)) return face;\n"                                  \
-    "    float texels = max(length(dx / lensTexel), length(dy / lensTexel));\n"         \
+    "    vec2 tx = dx / lensTexel, ty = dy / lensTexel;\n"                              \
+    "    float texels2 = max(dot(tx, tx), dot(ty, ty));\n"                              \
     "    vec4 sum = vec4(0.0);\n"                                                         \
     "    float taps = 0.0;\n"                                                             \
     "    for (int i = 0; i < 16; i++) {\n"                                                \
-    "        if (texels <= 7.0 || texels >= 24.0) break;\n"                               \
+    "        if (texels2 <= 49.0 || texels2 >= 576.0) break;\n"                           \
     "        vec2 g = vec2(float(i - (i / 4) * 4), float(i / 4)) - 1.5;\n"                \
     "        sum += frameColour(p + g.x / 4.0 * dx + g.y / 4.0 * dy);\n"                  \
     "        taps += 1.0;\n"                                                              \
     "    }\n"                                                                             \
     "    if (taps > 0.0) return sum / taps;\n"                                            \
+    "    return frameColour(p);\n"                                                     \
+    "}\n"                                                                              \
+    "#else\n"                                                                          \
+    "vec4 lensColour(vec2 p) {\n"                                                      \
+    "#ifdef GL_OES_standard_derivatives\n"                                             \
+    "    vec4 face;\n"                                                                 \
+    "    if (onFace(p, dFdx(p), dFdy(p), face)) return face;\n"                       \
     "#endif\n"                                                                         \
     "    return frameColour(p);\n"                                                     \
-    "}\n"
+    "}\n"                                                                              \
+    "#endif\n"
 
 // The lens model (LensLaw.h, the same arithmetic on the processor):
 // lensRadius(theta) is the fraction of the lens circle's radius at which a
 // direction theta (radians off the lens axis) lands, f(theta) * lensScale
-// with f by lensLaw: 0 theta (equidistant), 1 sin(theta / 2) (equisolid),
+// with f by the law: 0 theta (equidistant), 1 sin(theta / 2) (equisolid),
 // 2 tan(theta / 2) (stereographic), 3 sin(theta) (orthographic), 4 the
 // polynomial theta (1 + k1 theta^2 + k2 theta^4 + k3 theta^6 + k4 theta^8),
 // and lensScale = 1 / f(fov / 2). Every f is odd, so a theta below 0 (the
 // dome mesh's last row runs past the zenith) lands on the other side of the
 // centre, as a negative radius does in the lookup. lensSees(theta): the
 // lens sees the direction (up to half its field of view); where it doesn't,
-// a view shows its background. The uniforms are LensUniforms'; the stage
-// brings the footprint sampler with it. Each law is a loop of one turn left
-// at once unless the law is chosen: a software rasteriser runs every side
-// of a branch, but skips a loop that no pixel enters.
+// a view shows its background.
+// lensRadiusDir(s, c) is the same radius for the direction whose sine and
+// cosine off the axis are s (0 or more) and c, which is what a point of the
+// dome gives: the half-angle laws follow from them without the angle,
+// sin(theta / 2) = sqrt((1 - c) / 2) and tan(theta / 2) = s / (1 + c), the
+// orthographic law is s itself; only the equidistant and polynomial laws
+// take the angle, atan(s, c). lensSeesDir(c): c at or above the cosine of
+// half the field of view.
+// The law is compiled in (LENS_LAW, which ViewProgram defines for the
+// model the view draws with): one law's arithmetic per pixel, not a choice
+// among five. The uniforms are LensUniforms'; the stage brings the
+// footprint sampler with it.
 #define FISHEYE_GLSL_LENS_MODEL                                                          \
     FISHEYE_GLSL_FOOTPRINT                                                               \
-    "uniform float lensLaw;\n"                                                          \
-    "uniform vec4 lensK;\n"                                                             \
     "uniform float lensScale;\n"                                                        \
     "uniform float lensHalfFov;\n"                                                      \
-    "float lensRadius(float theta) {\n"                                                 \
-    "    float f = theta;\n"                                                            \
-    "    for (int i = 0; i < 1; i++) {\n"                                               \
-    "        if (lensLaw < 0.5 || lensLaw > 1.5) break;\n"                              \
-    "        f = sin(0.5 * theta);\n"                                                   \
-    "    }\n"                                                                           \
-    "    for (int i = 0; i < 1; i++) {\n"                                               \
-    "        if (lensLaw < 1.5 || lensLaw > 2.5) break;\n"                              \
-    "        f = tan(0.5 * theta);\n"                                                   \
-    "    }\n"                                                                           \
-    "    for (int i = 0; i < 1; i++) {\n"                                               \
-    "        if (lensLaw < 2.5 || lensLaw > 3.5) break;\n"                              \
-    "        f = sin(theta);\n"                                                         \
-    "    }\n"                                                                           \
-    "    for (int i = 0; i < 1; i++) {\n"                                               \
-    "        if (lensLaw < 3.5) break;\n"                                               \
-    "        float t2 = theta * theta;\n"                                               \
-    "        f = theta * (1.0 + t2 * (lensK.x + t2 * (lensK.y + t2 * (lensK.z + t2 * lensK.w))));\n" \
-    "    }\n"                                                                           \
-    "    return f * lensScale;\n"                                                       \
+    "uniform float lensCosHalfFov;\n"                                                   \
+    "#if LENS_LAW == 4\n"                                                               \
+    "uniform vec4 lensK;\n"                                                             \
+    "#endif\n"                                                                          \
+    "float lensF(float theta) {\n"                                                      \
+    "#if LENS_LAW == 1\n"                                                               \
+    "    return sin(0.5 * theta);\n"                                                    \
+    "#elif LENS_LAW == 2\n"                                                             \
+    "    return tan(0.5 * theta);\n"                                                    \
+    "#elif LENS_LAW == 3\n"                                                             \
+    "    return sin(theta);\n"                                                          \
+    "#elif LENS_LAW == 4\n"                                                             \
+    "    float t2 = theta * theta;\n"                                                   \
+    "    return theta * (1.0 + t2 * (lensK.x + t2 * (lensK.y + t2 * (lensK.z + t2 * lensK.w))));\n" \
+    "#else\n"                                                                           \
+    "    return theta;\n"                                                               \
+    "#endif\n"                                                                          \
     "}\n"                                                                               \
-    "bool lensSees(float theta) { return theta <= lensHalfFov; }\n"
+    "float lensRadius(float theta) { return lensF(theta) * lensScale; }\n"              \
+    "float lensRadiusDir(float s, float c) {\n"                                         \
+    "#if LENS_LAW == 1\n"                                                               \
+    "    return sqrt(max(0.5 - 0.5 * c, 0.0)) * lensScale;\n"                           \
+    "#elif LENS_LAW == 2\n"                                                             \
+    "    return s / (1.0 + c) * lensScale;\n"                                           \
+    "#elif LENS_LAW == 3\n"                                                             \
+    "    return s * lensScale;\n"                                                       \
+    "#else\n"                                                                           \
+    "    return lensF(atan(s, c)) * lensScale;\n"                                       \
+    "#endif\n"                                                                          \
+    "}\n"                                                                               \
+    "bool lensSees(float theta) { return theta <= lensHalfFov; }\n"                     \
+    "bool lensSeesDir(float c) { return c >= lensCosHalfFov; }\n"
 
 // The dome's radial lookup. fisheyeLatitudeRadius: radius (fraction of half
 // the texture) of latitude t (0 at the rim, pi/2 at the zenith, so the
@@ -218,32 +247,42 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
 // lens axis) and domeAbout(p) is (sin s, cos s), the direction about the
 // axis. fisheyeAboutLookup: the texture point at radius fir in direction
 // (sin s, cos s), with the view's sign pair, which sets the handedness of
-// the picture.
+// the picture. domeLens(p, rad, sign, at): those steps at once for a view
+// that maps by the lens model alone (no law of its own): the point `at` of
+// the lens circle of radius rad at which p's direction lands, found from
+// its sine |p.xy| / 6 and cosine -p.z / 6 off the axis (lensRadiusDir, no
+// angle for most laws) and from p.xy / |p.xy| about it; false where the
+// lens doesn't see the direction.
+// The ray meets the ellipsoid first; a flat dome (depth scale below 1e-4)
+// meets the disc instead, in a loop of one turn that no pixel enters
+// unless the dome is flat (a branch would be run by every pixel). The
+// stage comes after the lens stage.
 #define FISHEYE_GLSL_DOME_HIT                                                        \
     "varying vec4 vNear;\n"                                                          \
     "varying vec4 vFar;\n"                                                           \
     "uniform vec3 domeScale;\n"                                                      \
     "bool domeHit(out vec3 p) {\n"                                                   \
-    "    p = vec3(0.0, 0.0, -6.0);\n"                                                \
     "    vec3 o = vNear.xyz / vNear.w, d = vFar.xyz / vFar.w - o;\n"                 \
-    "    if (domeScale.z < 1e-4) {\n"                                                \
-    "        if (d.z == 0.0) return false;\n"                                        \
-    "        float v = -o.z / d.z;\n"                                                \
-    "        vec2 q = (o.xy + v * d.xy) / domeScale.xy;\n"                           \
-    "        p = vec3(q, -sqrt(max(36.0 - dot(q, q), 0.0)));\n"                      \
-    "        return v >= 0.0 && v <= 1.0 && dot(q, q) <= 36.0;\n"                    \
-    "    }\n"                                                                        \
     "    vec3 k = domeScale.z / domeScale;\n"                                        \
     "    vec3 ok = o * k, dk = d * k;\n"                                             \
     "    float R = 6.0 * domeScale.z;\n"                                             \
     "    float a = dot(dk, dk), b = dot(ok, dk), c = dot(ok, ok) - R * R;\n"         \
     "    float q = b * b - a * c;\n"                                                 \
-    "    if (q < 0.0) return false;\n"                                              \
-    "    q = sqrt(q);\n"                                                             \
-    "    float u = (-b - q) / a;\n"                                                  \
-    "    if (u < 0.0 || o.z + u * d.z > 0.0) u = (-b + q) / a;\n"                   \
+    "    float w = sqrt(max(q, 0.0));\n"                                             \
+    "    float u = (-b - w) / a;\n"                                                  \
+    "    if (u < 0.0 || o.z + u * d.z > 0.0) u = (-b + w) / a;\n"                   \
     "    p = (o + u * d) / domeScale;\n"                                             \
-    "    return u >= 0.0 && u <= 1.0 && p.z <= 0.0;\n"                               \
+    "    bool hit = q >= 0.0 && u >= 0.0 && u <= 1.0 && p.z <= 0.0;\n"              \
+    "    if (q < 0.0) p = vec3(0.0, 0.0, -6.0);\n"                                   \
+    "    for (int i = 0; i < 1; i++) {\n"                                            \
+    "        if (domeScale.z >= 1e-4) break;\n"                                      \
+    "        float v = -o.z / d.z;\n"                                              \
+    "        vec2 f = (o.xy + v * d.xy) / domeScale.xy;\n"                           \
+    "        p = vec3(f, -sqrt(max(36.0 - dot(f, f), 0.0)));\n"                      \
+    "        hit = d.z != 0.0 && v >= 0.0 && v <= 1.0 && dot(f, f) <= 36.0;\n"       \
+    "        if (d.z == 0.0) p = vec3(0.0, 0.0, -6.0);\n"                            \
+    "    }\n"                                                                        \
+    "    return hit;\n"                                                              \
     "}\n"                                                                            \
     "float domeLatitude(vec3 p) { return atan(-p.z, length(p.xy)); }\n"              \
     "vec2 domeAbout(vec3 p) {\n"                                                     \
@@ -252,6 +291,12 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "}\n"                                                                            \
     "vec2 fisheyeAboutLookup(vec2 about, float fir, float signS, float signT) {\n"  \
     "    return vec2(0.5 + signS * fir * about.x / 2.0, 0.5 + signT * fir * about.y / 2.0);\n" \
+    "}\n"                                                                            \
+    "bool domeLens(vec3 p, float rad, vec2 sign, out vec2 at) {\n"                   \
+    "    float r = length(p.xy), c = -p.z / 6.0;\n"                                  \
+    "    float k = r > 0.0 ? rad * lensRadiusDir(r / 6.0, c) / r : 0.0;\n"          \
+    "    at = 0.5 - 0.5 * k * sign * p.xy;\n"                                        \
+    "    return lensSeesDir(c);\n"                                                   \
     "}\n"
 
 // The quad of a pane drawn per pixel: the whole viewport, corners in clip
@@ -260,6 +305,25 @@ MRESULT UploadRayQuad(ViewMesh &mesh);
 // In a DrawPass's uniforms: uMVPMatrix gets the inverse of the pass's
 // whole matrix (computed in double precision).
 void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m);
+
+// The most a pane drawn per pixel through domeHit and domeLens shrinks the
+// picture: texels of the lens box per pixel (the longer of the steps to the
+// next pixel across and down, as the footprint sampler measures them),
+// found on the processor over a grid of 17 x 17 of the pane's pixels, edges
+// included. The eye must lie well inside the dome's ellipsoid (within 0.9
+// of its size along the way from the centre): the surface is then met from
+// inside, never edge-on, and the shrink changes smoothly across the pane,
+// so that the grid finds its largest value; an eye outside or near the
+// surface sees an outline, where the shrink has no bound: infinity.
+// m: the pass's whole matrix; pane: its viewport's size in pixels; scale:
+// domeScale; rad: the lens circle's radius (frad); box: the lens box in
+// pixels of the frame; narrowing: a view whose radius is the lens model's
+// times (1 - narrowing t) at latitude t (mode 3's bowl law: 0.2).
+double DomePaneShrink(const RotTranMatrix &m, MLong paneW, MLong paneH, const float scale[3], float rad,
+                      const ZT5LensModel &model, MLong boxW, MLong boxH, double narrowing = 0.0);
+// Below this (the footprint sampler's 7 texels, with room for what the
+// grid passes over between its points) a pane can do without the sampler.
+static const double kFootprintFreeShrink = 5.0;
 
 // A map of the whole lens that lights what a pane sees, per pixel (with
 // FISHEYE_GLSL_RAY_VERTEX). uMVPMatrixRect is the pane's whole matrix of
@@ -276,10 +340,9 @@ void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m);
     "void main() {\n"                                                             \
     "    vec3 p;\n"                                                               \
     "    if (!domeHit(p)) discard;\n"                                            \
-    "    float t = domeLatitude(p);\n"                                            \
-    "    if (!lensSees(1.570795 - t)) discard;\n"                                \
-    "    float fir = fisheyeLatitudeRadius(t, frad);\n"                           \
-    "    vec4 c = lensColour(fisheyeAboutLookup(domeAbout(p), fir, -1.0, 1.0));\n" \
+    "    vec2 at;\n"                                                              \
+    "    if (!domeLens(p, frad, vec2(-1.0, 1.0), at)) discard;\n"                \
+    "    vec4 c = lensColour(at);\n"                                              \
     "    vec4 r = uMVPMatrixRect * vec4(p * domeScale, 1.0);\n"                  \
     "    vec3 q = r.xyz / abs(r.w);\n"                                            \
     "    if (mode == 1.0 && all(lessThanEqual(abs(q), vec3(1.0))))\n"            \
@@ -329,11 +392,12 @@ struct DomePoint {
 bool DomeLensPoint(const PaneMap &pane, const ZT5LensModel &model, const PaneRay &ray, double p[2]);
 
 // The footprint sampler's texel size in one program: Find once after the
-// build, Send with the program in use before each draw (the lens box's size
-// in pixels, the frame's); sent when it changes.
+// build (false for a program built without the sampler, whose Send does
+// nothing), Send with the program in use before each draw (the lens box's
+// size in pixels, the frame's); sent when it changes.
 class FootprintUniform {
 public:
-    bool Find(const ViewProgram &program, const char *viewName);
+    bool Find(const ViewProgram &program);
     void Send(MLong width, MLong height);
 
 private:
@@ -344,15 +408,17 @@ private:
 // The lens model's uniforms in one program, the footprint's among them.
 // Find once after the build; Send with the program in use before each draw:
 // it sends the model only when it has changed since (the generation of
-// GlesRenderEffect), the texel size when the lens box's size has.
+// GlesRenderEffect), the texel size when the lens box's size has. The law
+// itself is compiled into the program (ViewEffect builds the view again
+// for a model of another law).
 class LensUniforms {
 public:
-    // Looks the uniforms up (a miss is logged). False when one is absent.
+    // Looks the uniforms up (a missing scale is logged). False without it.
     bool Find(const ViewProgram &program, const char *viewName);
     void Send(const ZT5LensModel &model, unsigned generation, MLong boxWidth, MLong boxHeight);
 
 private:
-    GLint m_Law = -1, m_K = -1, m_Scale = -1, m_HalfFov = -1;
+    GLint m_K = -1, m_Scale = -1, m_HalfFov = -1, m_CosHalfFov = -1;
     unsigned m_Sent = 0; // no generation is 0
     FootprintUniform m_Footprint;
 };

@@ -360,6 +360,20 @@ bool WallPaneView::BuildStretched(const char *fragment)
     return muDomeScale >= 0 && m_Quad;
 }
 
+bool WallPaneView::MayShrink(const Frame &f) const
+{
+    // The pass's matrix as DrawStretched will make it.
+    RotTranMatrix m = m_Camera;
+    m.setIdentity();
+    m.pushMatrix();
+    m_Cam.Apply(m, mScaleRatio.load());
+    m.getFinalMatrix();
+    const WallStretch s = m_Cam.Drawn().stretch;
+    const float scale[3] = {s.x, s.y, s.z};
+    return DomePaneShrink(m, f.viewportWidth, f.viewportHeight, scale, kFisheyeLensRadius, DrawnLens(), f.videoWidth,
+                          f.videoHeight) > kFootprintFreeShrink;
+}
+
 void WallPaneView::DrawStretched(const Frame &f, LensPointFn lensPoint, float k)
 {
     const float scale = mScaleRatio.load();
@@ -368,7 +382,7 @@ void WallPaneView::DrawStretched(const Frame &f, LensPointFn lensPoint, float k)
     auto uniforms = [&] {
         SendRayMatrix(m_Program, m_Camera);
         glUniform3f(muDomeScale, s.x, s.y, s.z);
-        m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
+        m_Lens.Send(DrawnLens(), m_nLensGeneration, f.videoWidth, f.videoHeight);
     };
     DrawPass(m_Camera, camera, m_Program, m_Quad, f.sampling, uniforms);
     MapPane(0, 0, 0, GLint(f.viewportWidth), GLint(f.viewportHeight), m_Camera, lensPoint, {s.x, s.y, s.z, k});

@@ -26,10 +26,9 @@ const char kFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                          "        gl_FragColor = vec4(0.0, 0.0, 0.0, 1.0);\n"
                          "        return;\n"
                          "    }\n"
-                         "    float t = domeLatitude(p);\n"
-                         "    if (!lensSees(1.570795 - t)) discard;\n"
-                         "    float fir = fisheyeLatitudeRadius(t, frad);\n"
-                         "    gl_FragColor = lensColour(fisheyeAboutLookup(domeAbout(p), fir, 1.0, -1.0));\n"
+                         "    vec2 at;\n"
+                         "    if (!domeLens(p, frad, vec2(1.0, -1.0), at)) discard;\n"
+                         "    gl_FragColor = lensColour(at);\n"
                          "}\n";
 
 // The fragment stage on the processor.

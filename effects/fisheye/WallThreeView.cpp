@@ -19,10 +19,9 @@ const char kDomeFragment[] = FISHEYE_GLSL_FRAGMENT_HEAD
                              "void main() {\n"
                              "    vec3 p;\n"
                              "    if (!domeHit(p)) discard;\n"
-                             "    float t = domeLatitude(p);\n"
-                             "    if (!lensSees(1.570795 - t)) discard;\n"
-                             "    float fir = fisheyeLatitudeRadius(t, frad);\n"
-                             "    gl_FragColor = lensColour(fisheyeAboutLookup(domeAbout(p), fir, -1.0, 1.0));\n"
+                             "    vec2 at;\n"
+                             "    if (!domeLens(p, frad, vec2(-1.0, 1.0), at)) discard;\n"
+                             "    gl_FragColor = lensColour(at);\n"
                              "}\n";
 
 // The panorama: an equirectangular unwrap of the lens per pixel. (s, t) of
