@@ -178,33 +178,21 @@ bool Project(const float *m, double x, double y, double z, double w, Vec3d *out)
     return true;
 }
 
-// FISHEYE_GLSL_DOME_HIT and domeLens in double precision, for the pixel at
-// clip-space (cx, cy): the lens point in texture units, false for a miss.
-bool DomeLensPoint(const float *inverse, double cx, double cy, const float scale[3], float rad,
-                   const ZT5LensModel &model, double narrowing, double at[2])
+// The dome's lens point (DomeHitOf, then the lens model narrowed towards
+// the zenith by `narrowing` a radian, as the four panes' bowl law is) for
+// the pixel at clip-space (cx, cy), in texture units; false for a miss.
+bool ShrinkLensPoint(const float *inverse, double cx, double cy, const float scale[3], float rad,
+                     const ZT5LensModel &model, double narrowing, double at[2])
 {
     Vec3d o, f;
     if (!Project(inverse, cx, cy, -1.0, 1.0, &o) || !Project(inverse, cx, cy, 1.0, 1.0, &f)) return false;
-    const double d[3] = {f.x - o.x, f.y - o.y, f.z - o.z}, oo[3] = {o.x, o.y, o.z};
-    double a = 0, b = 0, c = 0;
-    const double R = 6.0 * scale[2];
-    for (int i = 0; i < 3; i++) {
-        const double k = double(scale[2]) / scale[i];
-        a += d[i] * k * d[i] * k, b += oo[i] * k * d[i] * k, c += oo[i] * k * oo[i] * k;
-    }
-    c -= R * R;
-    const double q = b * b - a * c;
-    if (q < 0.0 || a == 0.0) return false;
-    double u = (-b - std::sqrt(q)) / a;
-    if (u < 0.0 || o.z + u * d[2] > 0.0) u = (-b + std::sqrt(q)) / a;
-    if (u < 0.0 || u > 1.0) return false;
+    const PaneRay ray = {{o.x, o.y, o.z}, {f.x - o.x, f.y - o.y, f.z - o.z}};
     double p[3];
-    for (int i = 0; i < 3; i++) p[i] = (oo[i] + u * d[i]) / scale[i];
-    if (p[2] > 0.0) return false;
+    if (!DomeHitOf(ray, scale, p)) return false;
     const double r = std::hypot(p[0], p[1]);
     const double theta = std::atan2(r, -p[2]);
     const double narrowed = rad * (1.0 - narrowing * (1.5707963267948966 - theta));
-    const double k = r > 0.0 ? narrowed * LensLawRadius(LensLawNormalised(model), theta) / r : 0.0;
+    const double k = r > 0.0 ? narrowed * LensAsDrawn(model).Radius(theta) / r : 0.0;
     at[0] = 0.5 - 0.5 * k * p[0];
     at[1] = 0.5 - 0.5 * k * p[1];
     return true;
@@ -232,9 +220,9 @@ double DomePaneShrink(const RotTranMatrix &m, MLong paneW, MLong paneH, const fl
             const double px = 0.5 + (paneW - 2) * double(i) / kGrid, py = 0.5 + (paneH - 2) * double(j) / kGrid;
             double at[2], ax[2], ay[2];
             auto clip = [](double v, MLong n) { return 2.0 * v / double(n) - 1.0; };
-            if (!DomeLensPoint(inverse, clip(px, paneW), clip(py, paneH), scale, rad, model, narrowing, at) ||
-                !DomeLensPoint(inverse, clip(px + 1, paneW), clip(py, paneH), scale, rad, model, narrowing, ax) ||
-                !DomeLensPoint(inverse, clip(px, paneW), clip(py + 1, paneH), scale, rad, model, narrowing, ay))
+            if (!ShrinkLensPoint(inverse, clip(px, paneW), clip(py, paneH), scale, rad, model, narrowing, at) ||
+                !ShrinkLensPoint(inverse, clip(px + 1, paneW), clip(py, paneH), scale, rad, model, narrowing, ax) ||
+                !ShrinkLensPoint(inverse, clip(px, paneW), clip(py + 1, paneH), scale, rad, model, narrowing, ay))
                 continue; // beyond the rim: the sampler takes one tap there too
             const double tx = std::hypot((ax[0] - at[0]) * boxW, (ax[1] - at[1]) * boxH);
             const double ty = std::hypot((ay[0] - at[0]) * boxW, (ay[1] - at[1]) * boxH);
