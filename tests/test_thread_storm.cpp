@@ -78,14 +78,7 @@ TEST(Storm, EveryHostCallAtOnceOnTwoDisplays)
                         d.Set(ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY, v);
                         break;
                     }
-                    case 4:
-                        if (i % 12 == 4) {
-                            float point[2] = {x, y};
-                            d.Set(ZT5_CFG_DISPLAY_AIM_AT, point);
-                        } else {
-                            d.DoubleTap(x, y);
-                        }
-                        break;
+                    case 4: d.DoubleTap(x, y); break;
                     default: d.Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, x, y); break;
                     }
                     break;
@@ -109,12 +102,7 @@ TEST(Storm, EveryHostCallAtOnceOnTwoDisplays)
                     case 1:
                         if (d.Save(&st)) d.Restore(st);
                         break;
-                    case 2: {
-                        Stats(d), d.GetU32(ZT5_CFG_DISPLAY_SCALE_RATIO);
-                        ZT5PointMap m = {uint32_t(i % 8 == 2), x, y, 0.0f, 0.0f, 0};
-                        d->GetDisplayParam(ZT5_CFG_DISPLAY_MAP_POINT, &m);
-                        break;
-                    }
+                    case 2: Stats(d), d.GetU32(ZT5_CFG_DISPLAY_SCALE_RATIO); break;
                     default: {
                         uint32_t triple[3];
                         d->GetDisplayParam(ZT5_CFG_COMMON_BENCHMARK_BLIT, triple);
