@@ -237,9 +237,10 @@ void ViewEffect::StepAim()
         std::lock_guard<std::mutex> lock(m_MapLock);
         target[0] = m_AimTarget[0], target[1] = m_AimTarget[1];
         request = m_nAimRequest;
+        if (m_nAimEnded == request) m_Aim.active = false;
     }
     Aim &a = m_Aim;
-    if (request != a.request) {
+    if (request != a.request && m_nAimEnded != request) {
         a = Aim();
         a.request = request;
         a.active = true;
@@ -326,6 +327,9 @@ void ViewEffect::StepAim()
 void ViewEffect::EndCruise()
 {
     if (m_CruiseEnd != kCruiseEndsNever) mCruiseState = 0;
+    // The user's hands take over from an aim under way.
+    std::lock_guard<std::mutex> lock(m_MapLock);
+    m_nAimEnded = m_nAimRequest;
 }
 
 void ViewEffect::OnTouchDown(float x, float y)
@@ -393,7 +397,7 @@ MRESULT ViewEffect::setConfig(MDWord dwID, void *pValue)
         // Checked by the front end; a touch's end of the cruise, then the
         // steps at the next draws.
         if (!pValue) return ZT5_ERR_INVALID_PARAM;
-        EndCruise();
+        EndCruise(); // and an aim before this one
         const float *point = static_cast<const float *>(pValue);
         std::lock_guard<std::mutex> lock(m_MapLock);
         m_AimTarget[0] = point[0], m_AimTarget[1] = point[1];

@@ -245,6 +245,7 @@ private:
     // corrected by what the frame showed (Broyden's update).
     double m_AimTarget[2] = {0.0, 0.0};
     unsigned m_nAimRequest = 0;
+    unsigned m_nAimEnded = 0; // the request a touch ended
     enum { kAimStart, kAimAcross, kAimAcrossBack, kAimDown, kAimDownBack, kAimSteer };
     struct Aim {
         unsigned request = 0; // the request being served

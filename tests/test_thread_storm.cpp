@@ -78,7 +78,14 @@ TEST(Storm, EveryHostCallAtOnceOnTwoDisplays)
                         d.Set(ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY, v);
                         break;
                     }
-                    case 4: d.DoubleTap(x, y); break;
+                    case 4:
+                        if (i % 12 == 4) {
+                            float point[2] = {x, y};
+                            d.Set(ZT5_CFG_DISPLAY_AIM_AT, point);
+                        } else {
+                            d.DoubleTap(x, y);
+                        }
+                        break;
                     default: d.Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, x, y); break;
                     }
                     break;
@@ -102,7 +109,12 @@ TEST(Storm, EveryHostCallAtOnceOnTwoDisplays)
                     case 1:
                         if (d.Save(&st)) d.Restore(st);
                         break;
-                    case 2: Stats(d), d.GetU32(ZT5_CFG_DISPLAY_SCALE_RATIO); break;
+                    case 2: {
+                        Stats(d), d.GetU32(ZT5_CFG_DISPLAY_SCALE_RATIO);
+                        ZT5PointMap m = {uint32_t(i % 8 == 2), x, y, 0.0f, 0.0f, 0};
+                        d->GetDisplayParam(ZT5_CFG_DISPLAY_MAP_POINT, &m);
+                        break;
+                    }
                     default: {
                         uint32_t triple[3];
                         d->GetDisplayParam(ZT5_CFG_COMMON_BENCHMARK_BLIT, triple);
@@ -130,10 +142,13 @@ TEST(Storm, EveryHostCallAtOnceOnTwoDisplays)
     EXPECT_EQ(ops.load(), 8L * kOpsPerThread);
     std::printf("%ld operations\n", ops.load());
 
-    // Calm again: on the high handle, shown, each display draws a new frame.
+    // Calm again: on the high handle, shown, a touch ending any aim, each
+    // display draws a new frame.
     for (Rig *r : {&a, &b}) {
         Display &d = r->display;
         d.SetU32(ZT5_CFG_DISPLAY_SWITCH_HANDLE, 1);
+        d.Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, 10, 10);
+        d.Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, 10, 10);
         d.SetWindow(r->window.id(), r->window.width(), r->window.height());
         d->ShowDisplayOverlay(1);
         bool drawn = false;
