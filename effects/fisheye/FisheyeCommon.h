@@ -102,9 +102,13 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
 // that no square root is taken. lensTexel is the size of a texel of the
 // luma plane in texture units (FootprintUniform). Without the derivatives
 // extension, one tap.
-// The taps are a loop that breaks at once where no footprint asks for
-// them, not a branch: a software rasteriser runs both sides of a branch for
-// a block of pixels, but leaves a loop as soon as no pixel of it goes on.
+// The taps are a loop whose first turn is the one tap every pixel takes
+// (at p itself where the footprint is small) and which breaks after it
+// where no footprint asks for more. Not a branch: a software rasteriser
+// runs both sides of a branch for a block of pixels, and a loop's body at
+// least once, leaving it as soon as no pixel of the block goes on; so a
+// block of close pixels pays for one tap, not for a turn of taps it then
+// throws away and one more.
 // A program built with LENS_FOOTPRINT 0 (the view knows that no pixel of
 // the draw shrinks the picture that much) takes one tap everywhere.
 #define FISHEYE_GLSL_FOOTPRINT                                                          \
@@ -117,16 +121,16 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "    if (onFace(p, dx, dy, face)) return face;\n"                                  \
     "    vec2 tx = dx / lensTexel, ty = dy / lensTexel;\n"                              \
     "    float texels2 = max(dot(tx, tx), dot(ty, ty));\n"                              \
+    "    bool wide = texels2 > 49.0 && texels2 < 576.0;\n"                               \
     "    vec4 sum = vec4(0.0);\n"                                                         \
     "    float taps = 0.0;\n"                                                             \
     "    for (int i = 0; i < 16; i++) {\n"                                                \
-    "        if (texels2 <= 49.0 || texels2 >= 576.0) break;\n"                           \
-    "        vec2 g = vec2(float(i - (i / 4) * 4), float(i / 4)) - 1.5;\n"                \
-    "        sum += frameColour(p + g.x / 4.0 * dx + g.y / 4.0 * dy);\n"                  \
+    "        vec2 g = wide ? (vec2(float(i - (i / 4) * 4), float(i / 4)) - 1.5) / 4.0 : vec2(0.0);\n" \
+    "        sum += frameColour(p + g.x * dx + g.y * dy);\n"                              \
     "        taps += 1.0;\n"                                                              \
+    "        if (!wide) break;\n"                                                         \
     "    }\n"                                                                             \
-    "    if (taps > 0.0) return sum / taps;\n"                                            \
-    "    return frameColour(p);\n"                                                     \
+    "    return sum / taps;\n"                                                            \
     "}\n"                                                                              \
     "#else\n"                                                                          \
     "vec4 lensColour(vec2 p) {\n"                                                      \
