@@ -179,6 +179,20 @@ void ViewEffect::Render(const MLong *, MLong nDisplayWidth, MLong nDisplayHeight
     checkGlError(m_szViewName);
 }
 
+bool ViewEffect::MayShrink(const Frame &) const
+{
+    // The last draw's mapping stands for this one: a camera moves by small
+    // steps between draws, and the bound below leaves room for one (and
+    // for what the grid passes over). Shrunk more than 5 times (the sampler
+    // averages from 7) in at least 1 of 32 of a pane's points: a lens
+    // shown small, a large frame in a small window. Less is the thin band
+    // where a surface turns edge-on at an outline (steps beyond 24 frame
+    // pixels there are an edge, which the sampler takes with one tap
+    // anyway): a few pixels wide, which no averaging would steady.
+    if (m_Drawing.paneCount == 0) return true;
+    return m_Drawing.ShrinkShare(5.0, 24.0) >= 1.0 / 32.0;
+}
+
 void ViewEffect::MapPane(int index, GLint x, GLint y, GLint w, GLint h, const RotTranMatrix &m, LensPointFn lensPoint,
                          std::initializer_list<float> k)
 {
@@ -186,7 +200,7 @@ void ViewEffect::MapPane(int index, GLint x, GLint y, GLint w, GLint h, const Ro
     PaneMap &p = m_Drawing.pane[m_Drawing.paneCount++];
     p.index = index;
     p.x = x, p.y = y, p.w = w, p.h = h;
-    MMemCpy(p.mvp, m.mMVPMatrix, sizeof(p.mvp));
+    p.SetMatrix(m.mMVPMatrix);
     p.lensPoint = lensPoint;
     int i = 0;
     for (float v : k)

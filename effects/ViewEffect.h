@@ -127,11 +127,12 @@ protected:
     // The lens model the view draws with: the host's (a valid record). The
     // view's programs are built for its law (ViewProgram::SetBuildLens).
     virtual ZT5LensModel DrawnLens() const { return m_LensModel; }
-    // After the camera's step: whether a pixel of this draw may shrink the
-    // picture more than 7 times (FISHEYE_GLSL_FOOTPRINT). A view that can
-    // tell that none does answers false, and its programs are built
-    // without the footprint sampler until it answers true again.
-    virtual bool MayShrink(const Frame &) const { return true; }
+    // After the camera's step: whether this draw may shrink the picture
+    // more than 7 times (FISHEYE_GLSL_FOOTPRINT) over enough of a pane to
+    // be seen. While it answers false the view's programs are built
+    // without the footprint sampler. The default measures the last draw's
+    // mapping (ShrinkShare): before any, true.
+    virtual bool MayShrink(const Frame &) const;
     // The frame's draws, each one a DrawPass.
     virtual void Draw(const Frame &f) = 0;
     // Asked after a draw: would the next one differ from it without any

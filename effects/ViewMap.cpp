@@ -57,10 +57,16 @@ bool InvertMatrix4(const float *m, float *out)
     return true;
 }
 
+void PaneMap::SetMatrix(const float *m)
+{
+    for (int i = 0; i < 16; i++) mvp[i] = m[i];
+    invertible = Invert(mvp, inverse);
+}
+
 bool ViewMap::LensAt(const PaneMap &p, double wx, double wy, double point[2]) const
 {
-    double inv[16];
-    if (!p.lensPoint || p.w <= 0 || p.h <= 0 || !Invert(p.mvp, inv)) return false;
+    if (!p.lensPoint || p.w <= 0 || p.h <= 0 || !p.invertible) return false;
+    const double *inv = p.inverse;
     const double nx = 2.0 * (wx - p.x) / p.w - 1.0;
     const double ny = 2.0 * ((windowHeight - wy) - p.y) / p.h - 1.0;
     PaneRay ray;
@@ -190,6 +196,33 @@ bool ViewMap::FrameToPane(int slot, double fx, double fy, double reach, double *
         }
     }
     return false;
+}
+
+double ViewMap::ShrinkShare(double above, double edge) const
+{
+    const int kSteps = 16;
+    double most = 0.0;
+    for (int s = 0; s < paneCount; s++) {
+        const PaneMap &p = pane[s];
+        if (p.w <= 2 || p.h <= 2) continue;
+        int shown = 0, shrunk = 0;
+        for (int j = 0; j <= kSteps; j++)
+            for (int i = 0; i <= kSteps; i++) {
+                // A pixel's centre (window terms, y down) and its neighbours
+                // across and down, all within the pane.
+                const double x = p.x + 0.5 + (p.w - 2) * double(i) / kSteps;
+                const double y = windowHeight - (p.y + p.h) + 0.5 + (p.h - 2) * double(j) / kSteps;
+                double at[2], ax[2], ay[2];
+                if (!LensAt(p, x, y, at) || !LensAt(p, x + 1, y, ax) || !LensAt(p, x, y + 1, ay)) continue;
+                shown++;
+                const double tx = std::hypot((ax[0] - at[0]) * boxW, (ax[1] - at[1]) * boxH);
+                const double ty = std::hypot((ay[0] - at[0]) * boxW, (ay[1] - at[1]) * boxH);
+                const double t = tx > ty ? tx : ty;
+                if (t > above && t < edge) shrunk++;
+            }
+        if (shown > 0 && double(shrunk) / shown > most) most = double(shrunk) / shown;
+    }
+    return most;
 }
 
 int ViewMap::FrameToWindow(double fx, double fy, double *wx, double *wy) const

@@ -34,8 +34,14 @@ struct PaneMap {
     int index = 0;                  // the pane's number in its view
     int x = 0, y = 0, w = 0, h = 0; // viewport, window pixels, y from the bottom
     float mvp[16] = {};             // the pass's whole matrix
+    double inverse[16] = {};        // its inverse (SetMatrix), when invertible
+    bool invertible = false;
     LensPointFn lensPoint = nullptr;
     float k[20] = {};               // the view's numbers for lensPoint
+
+    // Keeps the pass's whole matrix and its inverse, worked out once here
+    // rather than for every point asked.
+    void SetMatrix(const float *m);
 };
 
 // The whole mapping of one draw.
@@ -62,6 +68,14 @@ struct ViewMap {
     // `reach` pane sizes beyond its viewport (1: within it). False where
     // the pane doesn't show it there.
     bool FrameToPane(int slot, double fx, double fy, double reach, double *wx, double *wy) const;
+
+    // How much of the picture the draw shrank: over a grid of 17 x 17
+    // pixels of each pane, the window pixels whose step to the next pixel
+    // across or down spans more than `above` frame pixels (and less than
+    // `edge`, beyond which the step jumps over an edge of the view's
+    // surface rather than shrinking it), as a share of the grid's pixels
+    // that show the frame; the largest share of any pane.
+    double ShrinkShare(double above, double edge) const;
 
 private:
     bool LensAt(const PaneMap &p, double wx, double wy, double point[2]) const;

@@ -310,25 +310,6 @@ MRESULT UploadRayQuad(ViewMesh &mesh);
 // whole matrix (computed in double precision).
 void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m);
 
-// The most a pane drawn per pixel through domeHit and domeLens shrinks the
-// picture: texels of the lens box per pixel (the longer of the steps to the
-// next pixel across and down, as the footprint sampler measures them),
-// found on the processor over a grid of 17 x 17 of the pane's pixels, edges
-// included. The eye must lie well inside the dome's ellipsoid (within 0.9
-// of its size along the way from the centre): the surface is then met from
-// inside, never edge-on, and the shrink changes smoothly across the pane,
-// so that the grid finds its largest value; an eye outside or near the
-// surface sees an outline, where the shrink has no bound: infinity.
-// m: the pass's whole matrix; pane: its viewport's size in pixels; scale:
-// domeScale; rad: the lens circle's radius (frad); box: the lens box in
-// pixels of the frame; narrowing: a view whose radius is the lens model's
-// times (1 - narrowing t) at latitude t (mode 3's bowl law: 0.2).
-double DomePaneShrink(const RotTranMatrix &m, MLong paneW, MLong paneH, const float scale[3], float rad,
-                      const ZT5LensModel &model, MLong boxW, MLong boxH, double narrowing = 0.0);
-// Below this (the footprint sampler's 7 texels, with room for what the
-// grid passes over between its points) a pane can do without the sampler.
-static const double kFootprintFreeShrink = 5.0;
-
 // A map of the whole lens that lights what a pane sees, per pixel (with
 // FISHEYE_GLSL_RAY_VERTEX). uMVPMatrixRect is the pane's whole matrix of
 // this frame; a dome point the map shows is lit (with `mode` 1) when it lies

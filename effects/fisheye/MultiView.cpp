@@ -155,28 +155,6 @@ private:
         RotTranMatrix::rotate(m.mVMatrix, zAngle[i].load() + kPaneOffset[i], 0.0f, 0.0f, 1.0f);
     }
 
-    // The panes drawn this frame, measured with their cameras before the
-    // cruise's steps (a turn about the lens axis, which leaves the shrink
-    // as it is).
-    bool MayShrink(const Frame &f) const override
-    {
-        const float scale[3] = {1.0f, 1.0f, 1.0f};
-        const bool zoomed = bIsZoom.load();
-        for (int i = 0; i < 4; i++) {
-            if (zoomed && i != PaneIndex(viewBigIndex.load())) continue;
-            RotTranMatrix m = m_Pane[i].camera;
-            m.setIdentity();
-            m.pushMatrix();
-            PaneCamera(i, m);
-            m.getFinalMatrix();
-            const MLong w = zoomed ? f.viewportWidth : m_Pane[i].width, h = zoomed ? f.viewportHeight : m_Pane[i].height;
-            if (DomePaneShrink(m, w, h, scale, kFisheyeLensRadius, DrawnLens(), f.videoWidth, f.videoHeight, 0.2) >
-                kFootprintFreeShrink)
-                return true;
-        }
-        return false;
-    }
-
     void DrawPane(int i, const Frame &f)
     {
         if (Cruising()) CruiseStep();

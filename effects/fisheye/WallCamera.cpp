@@ -360,20 +360,6 @@ bool WallPaneView::BuildStretched(const char *fragment)
     return muDomeScale >= 0 && m_Quad;
 }
 
-bool WallPaneView::MayShrink(const Frame &f) const
-{
-    // The pass's matrix as DrawStretched will make it.
-    RotTranMatrix m = m_Camera;
-    m.setIdentity();
-    m.pushMatrix();
-    m_Cam.Apply(m, mScaleRatio.load());
-    m.getFinalMatrix();
-    const WallStretch s = m_Cam.Drawn().stretch;
-    const float scale[3] = {s.x, s.y, s.z};
-    return DomePaneShrink(m, f.viewportWidth, f.viewportHeight, scale, kFisheyeLensRadius, DrawnLens(), f.videoWidth,
-                          f.videoHeight) > kFootprintFreeShrink;
-}
-
 void WallPaneView::DrawStretched(const Frame &f, LensPointFn lensPoint, float k)
 {
     const float scale = mScaleRatio.load();

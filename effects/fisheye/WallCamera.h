@@ -134,9 +134,6 @@ protected:
     void Restored(const FECurrentStatusData &) override { m_Cam.Restored(); }
     // What a view does before the zoom's step when no cruise runs.
     virtual void BeforeStep() {}
-    // The pane of this frame's camera, window and frame measured
-    // (DomePaneShrink): the footprint sampler only where it may be needed.
-    bool MayShrink(const Frame &f) const override;
 
     // The pane's program, drawn per pixel: FISHEYE_GLSL_RAY_VERTEX with the
     // view's fragment stage, which meets the dome (FISHEYE_GLSL_DOME_HIT)
