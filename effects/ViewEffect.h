@@ -182,6 +182,7 @@ protected:
         program.SetMatrix(m.mMVPMatrix);
         uniforms();
         mesh.Draw(program);
+        glDisable(GL_SCISSOR_TEST); // a pass's scissor (ScissorToBox) ends with it
         m.popMatrix();
     }
 

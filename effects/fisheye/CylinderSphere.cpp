@@ -236,6 +236,11 @@ private:
         };
         DrawPass(m_Camera, camera, m_Program, m_Quad, f.sampling, [&] {
             SendRayMatrix(m_Program, m_Camera);
+            // The surface's bounds: radius 6 about the axis, from the rim's
+            // plane z0 down by H (the fragment stage's terms).
+            const float H = 6.0f * m_F.zScale, z0 = -H * float(m_F.zOffset);
+            const float lo[3] = {-6.0f, -6.0f, z0 - H}, hi[3] = {6.0f, 6.0f, z0};
+            ScissorToBox(m_Camera, lo, hi);
             m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
         });
         MapPane(0, 0, 0, GLint(f.viewportWidth), GLint(f.viewportHeight), m_Camera, LensPoint,

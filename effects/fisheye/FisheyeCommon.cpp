@@ -162,6 +162,31 @@ void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m)
     program.SetMatrix(inverse);
 }
 
+void ScissorToBox(const RotTranMatrix &m, const float lo[3], const float hi[3])
+{
+    GLint vp[4];
+    glGetIntegerv(GL_VIEWPORT, vp);
+    double x0 = 1.0, x1 = -1.0, y0 = 1.0, y1 = -1.0;
+    for (int c = 0; c < 8; c++) {
+        const float *M = m.mMVPMatrix;
+        const double p[3] = {(c & 1) ? hi[0] : lo[0], (c & 2) ? hi[1] : lo[1], (c & 4) ? hi[2] : lo[2]};
+        double v[4];
+        for (int r = 0; r < 4; r++) v[r] = M[r] * p[0] + M[4 + r] * p[1] + M[8 + r] * p[2] + M[12 + r];
+        // A corner at or behind the eye: the box's outline has no bound.
+        if (!(v[3] > 1e-6)) return;
+        x0 = std::min(x0, v[0] / v[3]), x1 = std::max(x1, v[0] / v[3]);
+        y0 = std::min(y0, v[1] / v[3]), y1 = std::max(y1, v[1] / v[3]);
+    }
+    // Clip space to window pixels, a pixel of room each side.
+    auto px = [](double ndc, GLint o, GLint n) { return o + (ndc + 1.0) * 0.5 * n; };
+    const double l = std::max(double(vp[0]), std::floor(px(x0, vp[0], vp[2])) - 1.0);
+    const double r = std::min(double(vp[0] + vp[2]), std::ceil(px(x1, vp[0], vp[2])) + 1.0);
+    const double b = std::max(double(vp[1]), std::floor(px(y0, vp[1], vp[3])) - 1.0);
+    const double t = std::min(double(vp[1] + vp[3]), std::ceil(px(y1, vp[1], vp[3])) + 1.0);
+    glEnable(GL_SCISSOR_TEST);
+    glScissor(GLint(l), GLint(b), GLsizei(std::max(0.0, r - l)), GLsizei(std::max(0.0, t - b)));
+}
+
 // -------------------------------------------------------------- camera
 
 void TwoPositionZoom::OnDoubleClick()

@@ -309,6 +309,14 @@ MRESULT UploadRayQuad(ViewMesh &mesh);
 // In a DrawPass's uniforms: uMVPMatrix gets the inverse of the pass's
 // whole matrix (computed in double precision).
 void SendRayMatrix(const ViewProgram &program, const RotTranMatrix &m);
+// Also in a pass's uniforms, for a pane whose eye may see the whole surface
+// from outside: the scissor box around the window rectangle the box lo..hi
+// (the surface's bounds, in the mesh's space) covers through the pass's
+// matrix, within the viewport, so that the pixels around the surface,
+// which would only find that they miss it, are not shaded at all. A box
+// reaching behind the eye leaves the whole viewport. DrawPass ends the
+// scissor with the pass.
+void ScissorToBox(const RotTranMatrix &m, const float lo[3], const float hi[3]);
 
 // A map of the whole lens that lights what a pane sees, per pixel (with
 // FISHEYE_GLSL_RAY_VERTEX). uMVPMatrixRect is the pane's whole matrix of

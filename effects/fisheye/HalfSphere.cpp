@@ -541,6 +541,10 @@ void HalfSphere::Draw(const Frame &f)
     glEnable(GL_DEPTH_TEST);
     DrawPass(m_Camera, camera, m_Sphere, m_Quad, f.sampling, [&] {
         SendRayMatrix(m_Sphere, m_Camera);
+        // The bowl: the sphere of radius 6 below the rim, its depth
+        // squeezed to 0.97 (Build).
+        const float lo[3] = {-6.0f, -6.0f, -6.0f * 0.97f}, hi[3] = {6.0f, 6.0f, 0.0f};
+        ScissorToBox(m_Camera, lo, hi);
         glUniform1f(maRatioHandle, fRatio);
         m_Lens.Send(m_LensModel, m_nLensGeneration, f.videoWidth, f.videoHeight);
     });
