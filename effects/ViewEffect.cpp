@@ -190,7 +190,11 @@ bool ViewEffect::MayShrink(const Frame &) const
     // pixels there are an edge, which the sampler takes with one tap
     // anyway): a few pixels wide, which no averaging would steady.
     if (m_Drawing.paneCount == 0) return true;
-    return m_Drawing.ShrinkShare(5.0, 24.0) >= 1.0 / 32.0;
+    if (!m_Drawing.SameAs(m_Measured)) {
+        m_Measured = m_Drawing;
+        m_bMeasuredShrinks = m_Drawing.ShrinkShare(5.0, 24.0) >= 1.0 / 32.0;
+    }
+    return m_bMeasuredShrinks;
 }
 
 void ViewEffect::MapPane(int index, GLint x, GLint y, GLint w, GLint h, const RotTranMatrix &m, LensPointFn lensPoint,

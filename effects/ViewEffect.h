@@ -264,6 +264,10 @@ private:
     // then copied whole into m_Shown under m_MapLock, which the host's
     // questions copy out under the same lock.
     ViewMap m_Drawing;
+    // MayShrink's last measure and the mapping it measured (render thread):
+    // a picture that stands still while the video plays is measured once.
+    mutable ViewMap m_Measured;
+    mutable bool m_bMeasuredShrinks = true;
     std::mutex m_MapLock;
     ViewMap m_Shown;
     MRESULT m_lBuildResult = -1; // not built yet

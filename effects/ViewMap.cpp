@@ -225,6 +225,26 @@ double ViewMap::ShrinkShare(double above, double edge) const
     return most;
 }
 
+bool ViewMap::SameAs(const ViewMap &o) const
+{
+    if (paneCount != o.paneCount || windowWidth != o.windowWidth || windowHeight != o.windowHeight ||
+        boxX != o.boxX || boxY != o.boxY || boxW != o.boxW || boxH != o.boxH || lens.dwLaw != o.lens.dwLaw ||
+        lens.fFieldOfView != o.lens.fFieldOfView)
+        return false;
+    for (int i = 0; i < 4; i++)
+        if (lens.fK[i] != o.lens.fK[i]) return false;
+    for (int s = 0; s < paneCount; s++) {
+        const PaneMap &a = pane[s], &b = o.pane[s];
+        if (a.index != b.index || a.x != b.x || a.y != b.y || a.w != b.w || a.h != b.h || a.lensPoint != b.lensPoint)
+            return false;
+        for (int i = 0; i < 16; i++)
+            if (a.mvp[i] != b.mvp[i]) return false;
+        for (int i = 0; i < 20; i++)
+            if (a.k[i] != b.k[i]) return false;
+    }
+    return true;
+}
+
 int ViewMap::FrameToWindow(double fx, double fy, double *wx, double *wy) const
 {
     if (!std::isfinite(fx) || !std::isfinite(fy)) return -1;

@@ -76,6 +76,8 @@ struct ViewMap {
     // surface rather than shrinking it), as a share of the grid's pixels
     // that show the frame; the largest share of any pane.
     double ShrinkShare(double above, double edge) const;
+    // The same mapping: panes, window, lens box and lens model alike.
+    bool SameAs(const ViewMap &o) const;
 
 private:
     bool LensAt(const PaneMap &p, double wx, double wy, double point[2]) const;
