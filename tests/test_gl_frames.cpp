@@ -117,8 +117,7 @@ TEST(Frames, EveryLayoutDrawsItsColours)
             const Yuv stripes[4] = {{lo, 128, 128}, {hi, 128, 128}, {110, 200, 70}, {140, 60, 210}};
             Frame f = Encode(cs, 160, 96, [&](int x, int) { return stripes[x / 40]; });
             Rig rig(320, 192);
-            ASSERT_TRUE(rig.ok());
-            ASSERT_EQ(rig.Init(), ZT5_OK);
+            ASSERT_TRUE(rig.Started());
             for (int matrix = 0; matrix < 3; matrix++) {
                 SCOPED_TRACE("type 0x" + std::to_string(cs) + (full ? " full" : " video") + " matrix " +
                              std::to_string(matrix));
@@ -152,8 +151,7 @@ TEST(Frames, LensCentreLandsInTheMiddleColumn)
             Frame f(s[0], s[1], {128, 128, 128});
             f.Fill(s[0] / 2 - 2, 0, s[0] / 2 + 2, s[1], kRed);
             Rig rig(640, 360, mode);
-            ASSERT_TRUE(rig.ok());
-            ASSERT_EQ(rig.Init(), ZT5_OK);
+            ASSERT_TRUE(rig.Started());
             double centre = 0;
             auto red = [](Rgb c) { return c.r > c.g + 60; };
             auto found = [&](const Image &img) {
@@ -177,8 +175,7 @@ TEST(Frames, LensCentreLandsInTheMiddleColumn)
 TEST(Frames, StillFrameIsCutAnewAtOnce)
 {
     Rig rig(480, 270, 0);
-    ASSERT_TRUE(rig.ok());
-    ASSERT_EQ(rig.Init(), ZT5_OK);
+    ASSERT_TRUE(rig.Started());
     Frame f(320, 180, kBlue); // blue bands beside the lens square
     f.Fill(70, 0, 250, 180, kGreen);
     auto count = [](const Image &img, Rgb c) { return CountNear(img, {0, 0, img.width, img.height}, c, 40); };
@@ -213,8 +210,7 @@ TEST(Frames, StillFrameIsCutAnewAtOnce)
 TEST(Frames, PlanesShortOfTheirRowsAreRefused)
 {
     Rig rig(160, 96);
-    ASSERT_TRUE(rig.ok());
-    ASSERT_EQ(rig.Init(), ZT5_OK);
+    ASSERT_TRUE(rig.Started());
     Frame shown(160, 96, kGreen);
     Image shot;
     ASSERT_TRUE(rig.display.PushUntil(shown, CentreNear(Shown(kGreen)), &shot));

@@ -102,19 +102,7 @@ protected:
         return d.PushUntil(frame, [&](const Image &) { return cond(); });
     }
     uint32_t Scale() { return d.GetU32(ZT5_CFG_DISPLAY_SCALE_RATIO); }
-    // Two snapshots in a row alike: the picture stands.
-    Image Settled()
-    {
-        Image last, shot;
-        for (int i = 0; i < 600; i++) {
-            d.Push(frame);
-            std::this_thread::sleep_for(std::chrono::milliseconds(15));
-            if (d.Snapshot(&shot) && !last.empty() && shot.rgba == last.rgba) return shot;
-            last = shot;
-        }
-        ADD_FAILURE() << "the picture never settled";
-        return shot;
-    }
+    Image Settled() { return d.Settled(frame); }
 
     Rig rig;
     Display &d = rig.display;

@@ -499,6 +499,24 @@ bool Display::PushUntilDrawn(Frame &f, uint32_t rotation)
     return false;
 }
 
+bool Display::UntilSaved(Frame &f, const std::function<bool(const FECurrentStatusData &)> &reached, Image *out)
+{
+    return PushUntil(f, [&](const Image &) { FECurrentStatusData s; return Save(&s) && reached(s); }, out);
+}
+
+Image Display::Settled(Frame &f)
+{
+    Image last, shot;
+    for (int i = 0; i < 600; i++) {
+        Push(f);
+        std::this_thread::sleep_for(std::chrono::milliseconds(kPollMs));
+        if (Snapshot(&shot) && !last.empty() && shot.rgba == last.rgba) return shot;
+        last = shot;
+    }
+    ADD_FAILURE() << "the picture never settled";
+    return shot;
+}
+
 ZT5RenderStats Display::Stats()
 {
     ZT5RenderStats s = {};

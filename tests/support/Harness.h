@@ -181,6 +181,11 @@ public:
     // pushed again at growing intervals: a post may land before the renderer
     // is up, and a slow renderer (sanitizers, valgrind) must not be outrun.
     bool PushUntilDrawn(Frame &f, uint32_t rotation = 0);
+    // Pushes the frame until the saved state satisfies `reached`.
+    bool UntilSaved(Frame &f, const std::function<bool(const FECurrentStatusData &)> &reached, Image *out = nullptr);
+    // Pushes the frame until two snapshots in a row are alike: the picture
+    // stands; returns it.
+    Image Settled(Frame &f);
     ZT5RenderStats Stats(); // ZT5_CFG_DISPLAY_RENDER_STATS
     // Saved state, copied out at once (the next save overwrites it).
     bool Save(FECurrentStatusData *out);
