@@ -3,7 +3,6 @@
 // documented geometry.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>

@@ -6,10 +6,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <random>
 #include <vector>
 
 #include "Harness.h"

@@ -217,25 +217,6 @@ TEST(PlainView, PictureFollowsTheWindow)
         << "the display didn't draw again soon after its window came back";
 }
 
-// Without the OpenGL road nothing is drawn and no snapshot record appears;
-// frames still succeed.
-TEST(PlainView, NoSnapshotWithoutARenderer)
-{
-    int sentinel = 0;
-    XWindow win(320, 180);
-    Display d;
-    ASSERT_TRUE(win.ok() && d.ok());
-    void *p = &sentinel;
-    ASSERT_EQ(d.Init(win), ZT5_OK);
-    Frame f(320, 180, kRed);
-    for (int i = 0; i < 5; i++) {
-        EXPECT_EQ(d.Push(f), ZT5_OK);
-        EXPECT_EQ(d->GetDisplayParam(ZT5_CFG_DISPLAY_GL_SNAPSHOT, &p), ZT5_OK);
-        EXPECT_EQ(p, &sentinel) << "after frame " << i;
-    }
-    EXPECT_EQ(d.GetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 77), 0u);
-}
-
 // Lens distortion correction: a table of 13 values switches the plain view
 // to the correcting program (full-range colours, the picture 0.83 of its
 // height); a table of another length is dropped, no table is the plain
