@@ -964,11 +964,10 @@ protected:
     {
         rig.reset(new Rig(v.width, v.height, mode == ~0u ? v.mode : mode));
         ASSERT_TRUE(rig->ok());
-        for (auto &s : settings) ASSERT_EQ(d().SetU32(s.first, s.second), ZT5_OK);
         if (log) {
             ASSERT_EQ(d().Set(ZT5_CFG_DISPLAY_UICALLBACK, &log->record), ZT5_OK);
         }
-        ASSERT_EQ(rig->Init(), ZT5_OK);
+        ASSERT_TRUE(rig->Started(settings));
         if (mode == ~0u) {
             ASSERT_TRUE(Until([&](const State &s) { return Started(s); })) << "the view never finished its start";
             ASSERT_TRUE(d().PushUntil(scene, v.drawn)) << "no picture of the scene";
@@ -1211,9 +1210,7 @@ INSTANTIATE_TEST_SUITE_P(Views, Fisheye,
 TEST(HalfSphere, OpeningFlightEndsAtTheOverview)
 {
     Rig rig(480, 480, 1);
-    ASSERT_TRUE(rig.ok());
-    ASSERT_EQ(rig.display.SetU32(ZT5_CFG_DISPLAY_FE_BASE_ANIMATION, 1), ZT5_OK);
-    ASSERT_EQ(rig.Init(), ZT5_OK);
+    ASSERT_TRUE(rig.Started({{ZT5_CFG_DISPLAY_FE_BASE_ANIMATION, 1}}));
     Frame scene = SceneFrame();
     std::vector<float> camZ;
     ASSERT_TRUE(rig.display.UntilSaved(scene, [&](const State &s) {
@@ -1253,10 +1250,7 @@ TEST(HalfSphere, BackdropAndPlatformSettings)
         SCOPED_TRACE(i);
         const uint32_t cloud = cases[i][0];
         Rig rig(480, 480, 1);
-        ASSERT_TRUE(rig.ok());
-        for (uint32_t id : {ZT5_CFG_DISPLAY_FE_BG_CLOUD, ZT5_CFG_DISPLAY_FE_BG_STAR}) rig.display.SetU32(id, cloud);
-        rig.display.SetU32(ZT5_CFG_DISPLAY_FE_PLATFORM, cases[i][1]);
-        ASSERT_EQ(rig.Init(), ZT5_OK);
+        ASSERT_TRUE(rig.Started({{ZT5_CFG_DISPLAY_FE_BG_CLOUD, cloud}, {ZT5_CFG_DISPLAY_FE_BG_STAR, cloud}, {ZT5_CFG_DISPLAY_FE_PLATFORM, cases[i][1]}}));
         Image shot;
         ASSERT_TRUE(rig.display.UntilSaved(scene, [](const State &s) { return s.nRoamInit == 0; }));
         ASSERT_TRUE(rig.display.PushUntil(scene, SceneDrawn, &shot));
@@ -1623,10 +1617,7 @@ TEST(Footprint, FineDetailShrunkManyTimesIsAveraged)
     for (uint32_t mode : {1u, 9u}) {
         SCOPED_TRACE(mode);
         Rig rig(120, 120, mode);
-        ASSERT_TRUE(rig.ok());
-        for (uint32_t id : {ZT5_CFG_DISPLAY_FE_BG_CLOUD, ZT5_CFG_DISPLAY_FE_BG_STAR, ZT5_CFG_DISPLAY_FE_BASE_ANIMATION})
-            ASSERT_EQ(rig.display.SetU32(id, 0), ZT5_OK);
-        ASSERT_EQ(rig.Init(), ZT5_OK);
+        ASSERT_TRUE(rig.Started({{ZT5_CFG_DISPLAY_FE_BG_CLOUD, 0}, {ZT5_CFG_DISPLAY_FE_BG_STAR, 0}, {ZT5_CFG_DISPLAY_FE_BASE_ANIMATION, 0}}));
         Image shot;
         ASSERT_TRUE(rig.display.PushUntil(stripes, [](const Image &i) { return !i.empty() && i.At(60, 60).g > 20; }, &shot));
         ASSERT_TRUE(rig.display.Quiet());

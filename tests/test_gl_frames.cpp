@@ -261,9 +261,7 @@ TEST(Frames, TenBitSamplesBlendWhole)
                 f.data[(y * w + x) * 2 + 1] = uint8_t(word >> 8);
             }
         Rig rig(256, 64);
-        ASSERT_TRUE(rig.ok());
-        ASSERT_EQ(rig.display.SetU32(ZT5_CFG_DISPLAY_YUV_MATRIX, ZT5_YUV_RANGE_FULL), ZT5_OK);
-        ASSERT_EQ(rig.Init(), ZT5_OK);
+        ASSERT_TRUE(rig.Started({{ZT5_CFG_DISPLAY_YUV_MATRIX, ZT5_YUV_RANGE_FULL}}));
         int worst = 0;
         Image shot;
         ASSERT_TRUE(rig.display.PushUntil(f, [&](const Image &img) {

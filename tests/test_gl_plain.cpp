@@ -99,9 +99,7 @@ TEST(PlainView, LetterboxBarsStandWhereTheGeometrySays)
         SCOPED_TRACE(std::to_string(c.frameW) + "x" + std::to_string(c.frameH) + " in " + std::to_string(c.winW) +
                      "x" + std::to_string(c.winH) + " fit " + std::to_string(c.fitMode));
         Rig rig(c.winW, c.winH);
-        ASSERT_TRUE(rig.ok());
-        ASSERT_EQ(rig.display.SetU32(ZT5_CFG_DISPLAY_FIT_MODE, c.fitMode), ZT5_OK);
-        ASSERT_EQ(rig.Init(), ZT5_OK);
+        ASSERT_TRUE(rig.Started({{ZT5_CFG_DISPLAY_FIT_MODE, c.fitMode}}));
         Frame f(c.frameW, c.frameH, kGreen);
         const Rect want = LetterboxRect(c.winW, c.winH, c.frameW, c.frameH);
         f.aspect = c.aspect;

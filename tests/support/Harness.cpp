@@ -595,6 +595,14 @@ bool Display::Quiet()
     return false;
 }
 
+bool Rig::Started(const std::vector<std::pair<uint32_t, uint32_t>> &settings)
+{
+    if (!ok()) return false;
+    for (const auto &s : settings)
+        if (display.SetU32(s.first, s.second) != ZT5_OK) return false;
+    return Init() == ZT5_OK;
+}
+
 Rig::Rig(int width, int height, uint32_t mode) : window(width, height)
 {
     if (!display.ok()) return;

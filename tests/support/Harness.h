@@ -219,7 +219,8 @@ struct Rig {
     Rig(int width, int height, uint32_t mode = 0);
     bool ok() const { return window.ok() && display.ok(); }
     int32_t Init() { return display.Init(window); }
-    bool Started() { return ok() && Init() == ZT5_OK; } // made, and Init succeeded
+    // Made, the words set (id, value), and Init succeeded.
+    bool Started(const std::vector<std::pair<uint32_t, uint32_t>> &settings = {});
 };
 
 } // namespace harness
