@@ -196,7 +196,7 @@ struct View {
     bool steerable = true;                        // gestures move it at all
     Step prepare;                                 // where drag and inertia can turn it (none: at the start)
     std::vector<Step> script;
-    State restoreIn;                              // a record (of this view) and
+    State restoreIn = {};                         // a record (of this view) and
     std::function<void(const State &)> restoreOut; // what a save right after it shows
 };
 
@@ -253,9 +253,9 @@ View HalfSphereView()
         {"and another on the way turns back at once", [](Display &d) { d.DoubleTap(240, 10); },
          [](const State &s) { return s.nRoamState == 1 && s.nRoamInit == 1 && Eq(s.fCamZ[0], 2.0f) && Eq(s.fCamRotZ[0], kRoamRotZ); }, nullptr},
     };
-    v.restoreIn = State{};
-    v.restoreIn.mFishEyeMode = 1, v.restoreIn.xMove = 9.5f, v.restoreIn.nRoamState = 1, v.restoreIn.nRoamInit = 0;
-    v.restoreIn.belasticstate = 5, v.restoreIn.mCruiseState = 3, v.restoreIn.mCruiseVelocity = 1, v.restoreIn.fCamZ[0] = 2;
+    State &r = v.restoreIn;
+    r.mFishEyeMode = 1, r.xMove = 9.5f, r.nRoamState = 1, r.nRoamInit = 0, r.belasticstate = 5, r.mCruiseState = 3;
+    r.mCruiseVelocity = 1, r.fCamZ[0] = 2;
     v.restoreOut = [](const State &s) { // saved during a journey: back at rest inside
         EXPECT_EQ(s.nRoamInit, 1);
         EXPECT_EQ(s.belasticstate, 1);
@@ -296,10 +296,9 @@ View StripView()
         {"a drag's vertical part doesn't count", [](Display &d) { d.Drag(100, 100, 150, 180); d.Drag(150, 180, 200, 40); },
          [](const State &s) { return Eq(s.fTz[0], -0.135f) && Eq(s.xMove, 2.035f + 0.225f); }, nullptr},
     };
-    v.restoreIn = State{};
-    v.restoreIn.fCamZ[2] = 12.5f, v.restoreIn.nRoamState = 7, v.restoreIn.bIsAutoTouring[3] = 1, v.restoreIn.mFishEyeMode = 2;
-    v.restoreIn.xMove = 1, v.restoreIn.fTz[0] = -0.5f, v.restoreIn.mfZoom = -1, v.restoreIn.maxState = 1;
-    v.restoreIn.maxMinInit = 1, v.restoreIn.mCruiseState = 2, v.restoreIn.mCruiseVelocity = 0.25f;
+    State &r = v.restoreIn;
+    r.fCamZ[2] = 12.5f, r.nRoamState = 7, r.bIsAutoTouring[3] = 1, r.mFishEyeMode = 2, r.xMove = 1, r.fTz[0] = -0.5f;
+    r.mfZoom = -1, r.maxState = 1, r.maxMinInit = 1, r.mCruiseState = 2, r.mCruiseVelocity = 0.25f;
     v.restoreOut = [](const State &s) { // saved during a zoom: back settled on close
         EXPECT_EQ(s.maxMinInit, 0);
         EXPECT_EQ(s.mCruiseState, 1);
@@ -395,10 +394,9 @@ View FourPanesView()
                         }, nullptr});
     v.script.push_back({"the host's switch stops them all", [](Display &d) { d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 0); },
                         noneTours, nullptr});
-    v.restoreIn = State{};
-    v.restoreIn.mFishEyeMode = 3, v.restoreIn.viewBigIndex = 9, v.restoreIn.mCurViewIndex = -4, v.restoreIn.bIsZoom = 7;
-    v.restoreIn.bIsAutoTouring[0] = 5, v.restoreIn.bIsAutoTouring[3] = 1, v.restoreIn.zAngle[2] = NAN, v.restoreIn.mCruiseState = 2;
-    v.restoreIn.mCruiseVelocity = 1, v.restoreIn.xMove = 3.5f;
+    State &r = v.restoreIn;
+    r.mFishEyeMode = 3, r.viewBigIndex = 9, r.mCurViewIndex = -4, r.bIsZoom = 7, r.bIsAutoTouring[0] = 5;
+    r.bIsAutoTouring[3] = 1, r.zAngle[2] = NAN, r.mCruiseState = 2, r.mCruiseVelocity = 1, r.xMove = 3.5f;
     v.restoreOut = [](const State &s) { // indices clamped to the four panes, no NaN
         EXPECT_EQ(s.viewBigIndex, 3);
         EXPECT_EQ(s.mCurViewIndex, 0);
@@ -539,9 +537,8 @@ View MapView(int w, int h)
                         [](const State &s) { return Eq(s.fCamRotZ[0], -65.9005966f); }, nullptr});
     v.script.push_back({"released, it springs back to the rest pose", [=](Display &d) { d.Touch(ZT5_CFG_DISPLAY_UITOUCH_UP, px, 320); },
                         [](const State &s) { return Eq(s.fCamRotZ[0], kRoamRotZ) && s.fTz[0] == 0; }, nullptr});
-    v.restoreIn = State{};
-    v.restoreIn.mFishEyeMode = 4, v.restoreIn.zAngle[0] = 7200.5f, v.restoreIn.fTz[0] = NAN, v.restoreIn.fCamZ[1] = 0;
-    v.restoreIn.mCruiseState = 9, v.restoreIn.nRoamState = 4;
+    State &r = v.restoreIn;
+    r.mFishEyeMode = 4, r.zAngle[0] = 7200.5f, r.fTz[0] = NAN, r.fCamZ[1] = 0, r.mCruiseState = 9, r.nRoamState = 4;
     v.restoreOut = [](const State &s) {
         EXPECT_EQ(s.mCruiseState, 1);
         EXPECT_EQ(s.fTz[0], 0) << "NaN taken";
@@ -595,9 +592,8 @@ View ShapeView(bool dome)
         {"pinching moves the eye by 1 at most", [](Display &d) { for (int i = 0; i < 20; i++) d.Pinch(0.5f); },
          [](const State &s) { return s.fTz[0] == 1; }, nullptr},
     };
-    v.restoreIn = State{};
-    v.restoreIn.mFishEyeMode = mode, v.restoreIn.fTilt = NAN, v.restoreIn.zAngle[0] = INFINITY, v.restoreIn.mCruiseState = 2;
-    v.restoreIn.bIsZoom = 3;
+    State &r = v.restoreIn;
+    r.mFishEyeMode = mode, r.fTilt = NAN, r.zAngle[0] = INFINITY, r.mCruiseState = 2, r.bIsZoom = 3;
     v.restoreOut = [](const State &s) { // the restored cruise may have stepped before the save
         EXPECT_EQ(s.fTilt, 0);
         EXPECT_NEAR(s.zAngle[0], 0, 3);
@@ -636,12 +632,6 @@ int CentreWallWidth(const Image &img, int y)
     int n = 0;
     for (int x = 0; x < img.width; x++) n += Surface(img.At(x, y)) == synthetic::kCentreWall;
     return n;
-}
-State Zeroed()
-{
-    State s;
-    std::memset(&s, 0, sizeof s);
-    return s;
 }
 bool Settled(const State &s, int32_t maxState) { return s.maxState == maxState && s.maxMinInit == 1 - maxState; }
 
@@ -712,9 +702,9 @@ View WallOneRow()
          [](const State &s) { return Settled(s, 0) && s.fCamZ[0] == 6; },
          [](const Image &img, const State &) { ExpectWallDome(img, 1.5); EXPECT_NEAR(CentreWallWidth(img, 150), 135, 12); }},
     };
-    v.restoreIn = Zeroed();
-    v.restoreIn.mFishEyeMode = 9, v.restoreIn.fCamZ[0] = NAN, v.restoreIn.fTz[0] = 4, v.restoreIn.zAngle[0] = 5;
-    v.restoreIn.maxState = 7, v.restoreIn.maxMinInit = -2, v.restoreIn.nCruiseDir = 0, v.restoreIn.xMove = 9.5f;
+    State &r = v.restoreIn;
+    r.mFishEyeMode = 9, r.fCamZ[0] = NAN, r.fTz[0] = 4, r.zAngle[0] = 5, r.maxState = 7, r.maxMinInit = -2;
+    r.nCruiseDir = 0, r.xMove = 9.5f;
     v.restoreOut = [](const State &s) { // words brought into range; a NaN eye distance is the widest
         EXPECT_EQ(s.maxState, 1);
         EXPECT_EQ(s.maxMinInit, 1);
@@ -797,9 +787,9 @@ View WallOne180Row()
          [](const State &s) { return Settled(s, 0) && Eq(s.fCamZ[0], 6.4f) && s.zAngle[0] == 0; },
          [](const Image &img, const State &) { ExpectFlatPicture(img); }},
     };
-    v.restoreIn = Zeroed();
-    v.restoreIn.mFishEyeMode = 10, v.restoreIn.fCamZ[0] = 2, v.restoreIn.fTz[0] = 2, v.restoreIn.zAngle[0] = 20;
-    v.restoreIn.maxState = 1, v.restoreIn.maxMinInit = 0, v.restoreIn.nCruiseDir = 3, v.restoreIn.mCruiseState = 9;
+    State &r = v.restoreIn;
+    r.mFishEyeMode = 10, r.fCamZ[0] = 2, r.fTz[0] = 2, r.zAngle[0] = 20, r.maxState = 1, r.maxMinInit = 0;
+    r.nCruiseDir = 3, r.mCruiseState = 9;
     v.restoreOut = [](const State &s) {
         EXPECT_EQ(s.nCruiseDir, 1);
         EXPECT_EQ(s.mCruiseState, 1);
@@ -879,9 +869,9 @@ View WallTwoRow()
          },
          [](const State &s) { return Diamond(s) > kDiamond - 1 && Diamond(s) <= kDiamond + kMoveStep + 1e-3; }, nullptr},
     };
-    v.restoreIn = Zeroed();
-    v.restoreIn.mFishEyeMode = 8, v.restoreIn.fCamZ[0] = 2.5f, v.restoreIn.fCamZ[1] = 12.5f, v.restoreIn.zAngle[0] = NAN;
-    v.restoreIn.fCamRotX[1] = 7, v.restoreIn.mCruiseState = 1, v.restoreIn.xMove = 3;
+    State &r = v.restoreIn;
+    r.mFishEyeMode = 8, r.fCamZ[0] = 2.5f, r.fCamZ[1] = 12.5f, r.zAngle[0] = NAN, r.fCamRotX[1] = 7, r.mCruiseState = 1;
+    r.xMove = 3;
     v.restoreOut = [](const State &s) {
         EXPECT_EQ(s.fCamZ[0], 2.5f);
         EXPECT_EQ(s.fCamZ[1], 12.5f);
@@ -922,8 +912,8 @@ View WallThreeRow()
     v.drawn = [](const Image &img) { return !img.empty() && Surface(img.At(40, 270)) == synthetic::kLeftWall; };
     v.scene = ExpectWallThree;
     v.sector = 50, v.pictureSign = 0, v.dragStep = 0, v.cruiseSign = 0, v.inertiaStep = 0, v.steerable = false;
-    v.restoreIn = Zeroed();
-    v.restoreIn.mFishEyeMode = 7, v.restoreIn.fCamZ[2] = 4, v.restoreIn.zAngle[0] = 33, v.restoreIn.maxState = 9;
+    State &r = v.restoreIn;
+    r.mFishEyeMode = 7, r.fCamZ[2] = 4, r.zAngle[0] = 33, r.maxState = 9;
     v.restoreOut = [](const State &s) { // kept as it came
         EXPECT_EQ(s.fCamZ[2], 4.0f);
         EXPECT_EQ(s.zAngle[0], 33.0f);

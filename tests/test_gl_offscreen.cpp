@@ -67,15 +67,6 @@ size_t I420Bytes(int w, int h)
     return size_t(w) * h + 2 * size_t((w + 1) / 2) * ((h + 1) / 2);
 }
 
-synthetic::YuvEncoding EncodingOf(uint32_t word)
-{
-    synthetic::YuvEncoding e = (word & 0xff) == ZT5_YUV_MATRIX_BT709    ? synthetic::kBt709
-                               : (word & 0xff) == ZT5_YUV_MATRIX_BT2020 ? synthetic::kBt2020
-                                                                       : synthetic::kBt601;
-    e.fullRange = (word & ZT5_YUV_RANGE_FULL) != 0;
-    return e;
-}
-
 // How far an I420 picture is from an RGBA one of the same size, as Y'CbCr of
 // the given encoding: the largest luma difference per pixel, and the largest
 // chroma difference per 2x2 block (against its pixels' mean colour).

@@ -217,6 +217,15 @@ Frame LensSceneFrame(const synthetic::LensFrame &lens, int n)
     return f;
 }
 
+synthetic::YuvEncoding EncodingOf(uint32_t word)
+{
+    synthetic::YuvEncoding e = (word & 0xff) == ZT5_YUV_MATRIX_BT709    ? synthetic::kBt709
+                               : (word & 0xff) == ZT5_YUV_MATRIX_BT2020 ? synthetic::kBt2020
+                                                                       : synthetic::kBt601;
+    e.fullRange = (word & ZT5_YUV_RANGE_FULL) != 0;
+    return e;
+}
+
 Rgb Shown(Rgb painted)
 {
     uint8_t y, u, v;

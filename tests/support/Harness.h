@@ -101,6 +101,8 @@ Frame SceneFrame(int n = 0);
 Frame LensSceneFrame(const synthetic::LensFrame &lens, int n = 0);
 // The colour the plain view shows for a colour painted into a frame.
 Rgb Shown(Rgb painted);
+// The encoding a ZT5_CFG_DISPLAY_YUV_MATRIX word names.
+synthetic::YuvEncoding EncodingOf(uint32_t word);
 
 // ------------------------------------------------------------------- window
 
