@@ -21,6 +21,12 @@ namespace {
 struct Yuv {
     int y, u, v;
 };
+// What the matrix and range of a ZT5_CFG_DISPLAY_YUV_MATRIX word make of
+// a sample: the encoding's exact inverse.
+Rgb Expected(Yuv s, uint32_t word)
+{
+    return synthetic::YuvToRgb(uint8_t(s.y), uint8_t(s.u), uint8_t(s.v), EncodingOf(word));
+}
 
 // A frame of type `cs` laid out as the README says, tightly, from a function
 // of the pixel (chroma taken at the even pixel of each pair or quad).
@@ -75,18 +81,6 @@ Frame Encode(uint32_t cs, int w, int h, const std::function<Yuv(int x, int y)> &
     return f;
 }
 
-// What a colour description makes of a sample, by the standard's formula.
-Rgb Expected(Yuv s, int matrix, bool full)
-{
-    const double kr[3] = {0.299, 0.2126, 0.2627}, kb[3] = {0.114, 0.0722, 0.0593};
-    const double r = kr[matrix], b = kb[matrix], g = 1.0 - r - b;
-    const double y = full ? s.y / 255.0 : (s.y - 16) / 219.0;
-    const double cb = full ? (s.u - 128) / 255.0 : (s.u - 128) / 224.0;
-    const double cr = full ? (s.v - 128) / 255.0 : (s.v - 128) / 224.0;
-    auto to8 = [](double v) { return uint8_t(std::lround(std::max(0.0, std::min(1.0, v)) * 255.0)); };
-    return {to8(y + 2 * (1 - r) * cr), to8(y - 2 * b * (1 - b) / g * cb - 2 * r * (1 - r) / g * cr),
-            to8(y + 2 * (1 - b) * cb)};
-}
 
 // Snapshots until `check` holds, pushing nothing.
 bool ShowsUntil(Display &d, const Check &check, Image *out)
@@ -117,16 +111,15 @@ TEST(Frames, EveryLayoutDrawsItsColours)
             const Yuv stripes[4] = {{lo, 128, 128}, {hi, 128, 128}, {110, 200, 70}, {140, 60, 210}};
             Frame f = Encode(cs, 160, 96, [&](int x, int) { return stripes[x / 40]; });
             Rig rig(320, 192);
-            ASSERT_TRUE(rig.ok());
-            ASSERT_EQ(rig.Init(), ZT5_OK);
+            ASSERT_TRUE(rig.Started());
             for (int matrix = 0; matrix < 3; matrix++) {
                 SCOPED_TRACE("type 0x" + std::to_string(cs) + (full ? " full" : " video") + " matrix " +
                              std::to_string(matrix));
-                ASSERT_EQ(rig.display.SetU32(ZT5_CFG_DISPLAY_YUV_MATRIX, matrix | (full ? ZT5_YUV_RANGE_FULL : 0)),
-                          ZT5_OK);
+                const uint32_t word = uint32_t(matrix) | (full ? ZT5_YUV_RANGE_FULL : 0);
+                ASSERT_EQ(rig.display.SetU32(ZT5_CFG_DISPLAY_YUV_MATRIX, word), ZT5_OK);
                 auto right = [&](const Image &img) {
                     for (int i = 0; i < 4; i++)
-                        if (!Near(img.At(40 + 80 * i, 96), Expected(stripes[i], matrix, full), 3)) return false;
+                        if (!Near(img.At(40 + 80 * i, 96), Expected(stripes[i], word), 3)) return false;
                     return true;
                 };
                 Image shot;
@@ -134,7 +127,7 @@ TEST(Frames, EveryLayoutDrawsItsColours)
                 if (!ok) SaveShot(shot, "_" + std::to_string(cs) + "_" + std::to_string(matrix) + (full ? "f" : "v"));
                 ASSERT_TRUE(ok) << "stripes " << Str(shot.At(40, 96)) << " " << Str(shot.At(120, 96)) << " "
                                 << Str(shot.At(200, 96)) << " " << Str(shot.At(280, 96)) << ", want "
-                                << Str(Expected(stripes[2], matrix, full));
+                                << Str(Expected(stripes[2], word));
             }
         }
     }
@@ -152,8 +145,7 @@ TEST(Frames, LensCentreLandsInTheMiddleColumn)
             Frame f(s[0], s[1], {128, 128, 128});
             f.Fill(s[0] / 2 - 2, 0, s[0] / 2 + 2, s[1], kRed);
             Rig rig(640, 360, mode);
-            ASSERT_TRUE(rig.ok());
-            ASSERT_EQ(rig.Init(), ZT5_OK);
+            ASSERT_TRUE(rig.Started());
             double centre = 0;
             auto red = [](Rgb c) { return c.r > c.g + 60; };
             auto found = [&](const Image &img) {
@@ -177,8 +169,7 @@ TEST(Frames, LensCentreLandsInTheMiddleColumn)
 TEST(Frames, StillFrameIsCutAnewAtOnce)
 {
     Rig rig(480, 270, 0);
-    ASSERT_TRUE(rig.ok());
-    ASSERT_EQ(rig.Init(), ZT5_OK);
+    ASSERT_TRUE(rig.Started());
     Frame f(320, 180, kBlue); // blue bands beside the lens square
     f.Fill(70, 0, 250, 180, kGreen);
     auto count = [](const Image &img, Rgb c) { return CountNear(img, {0, 0, img.width, img.height}, c, 40); };
@@ -213,8 +204,7 @@ TEST(Frames, StillFrameIsCutAnewAtOnce)
 TEST(Frames, PlanesShortOfTheirRowsAreRefused)
 {
     Rig rig(160, 96);
-    ASSERT_TRUE(rig.ok());
-    ASSERT_EQ(rig.Init(), ZT5_OK);
+    ASSERT_TRUE(rig.Started());
     Frame shown(160, 96, kGreen);
     Image shot;
     ASSERT_TRUE(rig.display.PushUntil(shown, CentreNear(Shown(kGreen)), &shot));
@@ -265,9 +255,7 @@ TEST(Frames, TenBitSamplesBlendWhole)
                 f.data[(y * w + x) * 2 + 1] = uint8_t(word >> 8);
             }
         Rig rig(256, 64);
-        ASSERT_TRUE(rig.ok());
-        ASSERT_EQ(rig.display.SetU32(ZT5_CFG_DISPLAY_YUV_MATRIX, ZT5_YUV_RANGE_FULL), ZT5_OK);
-        ASSERT_EQ(rig.Init(), ZT5_OK);
+        ASSERT_TRUE(rig.Started({{ZT5_CFG_DISPLAY_YUV_MATRIX, ZT5_YUV_RANGE_FULL}}));
         int worst = 0;
         Image shot;
         ASSERT_TRUE(rig.display.PushUntil(f, [&](const Image &img) {

@@ -7,7 +7,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "Harness.h"
 #include "VideoSource.h"
@@ -66,15 +65,6 @@ uint32_t Posted(Display &d) { return d.Stats().dwFramesPosted; }
 size_t I420Bytes(int w, int h)
 {
     return size_t(w) * h + 2 * size_t((w + 1) / 2) * ((h + 1) / 2);
-}
-
-synthetic::YuvEncoding EncodingOf(uint32_t word)
-{
-    synthetic::YuvEncoding e = (word & 0xff) == ZT5_YUV_MATRIX_BT709    ? synthetic::kBt709
-                               : (word & 0xff) == ZT5_YUV_MATRIX_BT2020 ? synthetic::kBt2020
-                                                                       : synthetic::kBt601;
-    e.fullRange = (word & ZT5_YUV_RANGE_FULL) != 0;
-    return e;
 }
 
 // How far an I420 picture is from an RGBA one of the same size, as Y'CbCr of
@@ -214,16 +204,25 @@ TEST_F(OffscreenDisplay, WaitingForAFrameOrdinalGivesThatFrame)
     EXPECT_EQ(px[0], 0x5a) << "a time-out writes nothing";
 }
 
-// Sizes outside 16..8192 are refused and the one stored stays.
-TEST_F(OffscreenDisplay, SizesAreCheckedAtTheCall)
+// A display with neither a window nor an off-screen size has nowhere to
+// draw: its frames are refused as before, and it has no picture. Sizes
+// outside 16..8192 are refused and the one stored stays.
+TEST_F(OffscreenDisplay, NeedsASizeWhenItHasNoWindowAndChecksIt)
 {
+    Display d;
+    ASSERT_TRUE(d.ok());
+    ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 1), ZT5_OK);
+    ASSERT_EQ(d.Init(0, 64, 48), ZT5_OK);
+    Frame f(64, 48);
+    EXPECT_EQ(d.Push(f), ZT5_ERR_NOT_READY);
+    std::vector<uint8_t> px(64 * 48 * 4);
+    ZT5Picture rec = {px.data(), uint32_t(px.size()), ZT5_SNAPSHOT_RGBA, 0, 0, 0, 20};
+    EXPECT_EQ(d->GetDisplayParam(ZT5_CFG_DISPLAY_PICTURE, &rec), ZT5_ERR_TIMEOUT);
     const struct {
         uint32_t w, h;
         int32_t result;
     } cases[] = {{16, 16, ZT5_OK},   {8192, 16, ZT5_OK}, {15, 100, ZT5_ERR_INVALID_PARAM},
                  {100, 15, ZT5_ERR_INVALID_PARAM}, {8193, 100, ZT5_ERR_INVALID_PARAM}, {0, 0, ZT5_ERR_INVALID_PARAM}};
-    Display d;
-    ASSERT_TRUE(d.ok());
     for (const auto &c : cases) {
         uint32_t kept[2] = {640, 360}, size[2] = {c.w, c.h}, now[2] = {0, 0};
         ASSERT_EQ(d->SetDisplayParam(ZT5_CFG_DISPLAY_OFFSCREEN_SIZE, kept), ZT5_OK);
@@ -293,53 +292,21 @@ TEST_F(OffscreenDisplay, DrawsOverlaysAndTheBackgroundColour)
     EXPECT_GT(red, 100) << "no face rectangle";
 }
 
-// A display with neither a window nor an off-screen size has nowhere to
-// draw: its frames are refused as before, and it has no picture.
-TEST_F(OffscreenDisplay, NeedsASizeWhenItHasNoWindow)
-{
-    Display d;
-    ASSERT_TRUE(d.ok());
-    ASSERT_EQ(d.SetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 1), ZT5_OK);
-    ASSERT_EQ(d.Init(0, 64, 48), ZT5_OK);
-    Frame f(64, 48);
-    EXPECT_EQ(d.Push(f), ZT5_ERR_NOT_READY);
-    std::vector<uint8_t> px(64 * 48 * 4);
-    ZT5Picture rec = {px.data(), uint32_t(px.size()), ZT5_SNAPSHOT_RGBA, 0, 0, 0, 20};
-    EXPECT_EQ(d->GetDisplayParam(ZT5_CFG_DISPLAY_PICTURE, &rec), ZT5_ERR_TIMEOUT);
-}
-
-// The rest of a display works off-screen as in a window: a drag turns the
-// panorama strip, its saved state restored on a second off-screen display
-// gives the same picture, and a cruise keeps the view moving while no frame
-// comes (once frames have stopped for a second).
-TEST_F(OffscreenDisplay, GesturesSavedStatesAndCruiseWorkWithoutAWindow)
+// A cruise keeps an off-screen view moving while no frame comes (once
+// frames have stopped for a second). (Drags and saved states off-screen:
+// Transcoder.AFrameOfTheOutputIsTheSnapshotOfTheSameView.)
+TEST_F(OffscreenDisplay, CruiseMovesTheViewWithoutFrames)
 {
     Frame f = SceneFrame(0);
-    Offscreen a(320, 180, 2);
-    ASSERT_EQ(a.initResult, ZT5_OK);
-    ASSERT_EQ(a.display.Push(f), ZT5_OK);
+    Offscreen o(320, 180, 2);
+    ASSERT_EQ(o.initResult, ZT5_OK);
+    ASSERT_EQ(o.display.Push(f), ZT5_OK);
     ZT5Picture rec;
-    const Image before = a.ReadRgba(320, 180, 1, &rec);
-    ASSERT_EQ(a.display.Drag(100, 90, 180, 90), ZT5_OK);
-    ASSERT_TRUE(a.display.Quiet());
-    const Image turned = a.ReadRgba(320, 180, 0, &rec);
-    ASSERT_FALSE(turned.empty());
-    EXPECT_NE(turned.rgba, before.rgba) << "the drag changed nothing";
-
-    Offscreen b(320, 180, 2);
-    ASSERT_EQ(b.initResult, ZT5_OK);
-    ASSERT_EQ(b.display.Push(f), ZT5_OK);
-    b.ReadRgba(320, 180, 1, &rec);
-    ASSERT_EQ(b.display.Restore(a.display.Saved()), ZT5_OK);
-    ASSERT_TRUE(b.display.Quiet());
-    const Image restored = b.ReadRgba(320, 180, 0, &rec);
-    EXPECT_EQ(restored.rgba, turned.rgba) << "the restored state shows another picture";
-
-    // No frame comes: after a second the cruise draws at its own pace.
-    ASSERT_EQ(b.display.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1), ZT5_OK);
-    EXPECT_GT(b.display.DrawsOver(1500), 5u) << "a cruise with no frame coming stands still";
-    const Image cruised = b.ReadRgba(320, 180, 0, &rec);
-    EXPECT_NE(cruised.rgba, restored.rgba) << "the cruise didn't turn the view";
+    const Image before = o.ReadRgba(320, 180, 1, &rec);
+    ASSERT_EQ(o.display.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, 1), ZT5_OK);
+    EXPECT_GT(o.display.DrawsOver(1500), 5u) << "a cruise with no frame coming stands still";
+    const Image cruised = o.ReadRgba(320, 180, 0, &rec);
+    EXPECT_NE(cruised.rgba, before.rgba) << "the cruise didn't turn the view";
 }
 
 // A display with a window hands over its picture too (a recorder of what
@@ -456,40 +423,6 @@ protected:
 
 } // namespace
 
-// Two outputs from one decode: each has the input's frame count and
-// timestamps, and the size it was asked for.
-TEST_F(Transcoder, OutputsKeepTheInputsFramesAndTimestampsAtTheirSize)
-{
-    std::string out, error;
-    const std::string a = m_dir + "/strip.mkv", b = m_dir + "/panes.mp4";
-    ASSERT_EQ(RunHost("'" + Clip() + "' --output '" + a + ":mode=2,size=320x180,codec=ffv1' --output '" + b +
-                          ":mode=3,cruise' --size 256x144",
-                      &out),
-              0)
-        << out;
-    Decoded in;
-    ASSERT_TRUE(Decode(Clip(), &in, &error)) << error;
-    ASSERT_EQ(int(in.pictures.size()), kFrames);
-    struct Expect {
-        std::string path;
-        int width, height;
-    } outputs[] = {{a, 320, 180}, {b, 256, 144}};
-    for (const Expect &e : outputs) {
-        Decoded d;
-        ASSERT_TRUE(Decode(e.path, &d, &error)) << e.path << ": " << error;
-        EXPECT_EQ(d.pictures.size(), in.pictures.size()) << e.path;
-        EXPECT_EQ(d.width, e.width) << e.path;
-        EXPECT_EQ(d.height, e.height) << e.path;
-        for (size_t i = 0; i < d.pts.size() && i < in.pts.size(); i++) {
-            EXPECT_NEAR(d.pts[i], in.pts[i], 0.001) << e.path << " picture " << i;
-            if (i) {
-                EXPECT_GT(d.pts[i], d.pts[i - 1]) << e.path << " picture " << i;
-            }
-        }
-    }
-    EXPECT_EQ(Files(m_dir), (std::vector<std::string>{"panes.mp4", "strip.mkv"})) << "files besides the outputs";
-}
-
 // A frame of a lossless output is the picture an off-screen display of the
 // same view and size shows for the same input frame: its snapshot, within
 // the rounding of 4:2:0. The view is one turned by a drag, its state saved
@@ -539,29 +472,38 @@ TEST_F(Transcoder, AFrameOfTheOutputIsTheSnapshotOfTheSameView)
     EXPECT_LE(worstC, 1);
 }
 
-// A cruising view is drawn once a frame, its motion stepping with the frames:
-// the same input gives the same output, however fast each run goes. Two
-// lossless runs are compared picture by picture, and the view did turn.
-TEST_F(Transcoder, ACruisingOutputIsTheSameEveryRun)
+// Outputs of one decode each have the input's frame count and timestamps,
+// and the size asked for, their own or the run's; nothing else is left in
+// the directory. A cruising view is drawn once a frame, its motion stepping
+// with the frames: the same input gives the same output, however fast each
+// run goes. Two lossless runs are compared picture by picture, and the view
+// did turn against the still one.
+TEST_F(Transcoder, OutputsKeepTheInputsTimingAndACruiseIsTheSameEveryRun)
 {
-    // The second run also writes the still view, from the same decode.
-    Decoded runs[2], still;
-    const std::string request = ":mode=2,size=320x180,codec=ffv1";
-    for (int i = 0; i < 2; i++) {
-        std::string out, error;
-        const std::string path = m_dir + "/run" + std::to_string(i) + ".mkv";
-        std::string args = "'" + Clip() + "' --output '" + path + request + ",cruise'";
-        if (i == 1) args += " --output '" + m_dir + "/still.mkv" + request + "'";
-        ASSERT_EQ(RunHost(args, &out), 0) << out;
-        ASSERT_TRUE(Decode(path, &runs[i], &error)) << error;
+    std::string out, error;
+    const std::string request = ":mode=2,size=320x180,codec=ffv1", clip = "'" + Clip() + "' --output '" + m_dir;
+    ASSERT_EQ(RunHost(clip + "/run0.mkv" + request + ",cruise' --output '" + m_dir + "/panes.mp4:mode=3,cruise' --size 256x144", &out), 0) << out;
+    ASSERT_EQ(RunHost(clip + "/run1.mkv" + request + ",cruise' --output '" + m_dir + "/still.mkv" + request + "'", &out), 0) << out;
+    EXPECT_EQ(Files(m_dir), (std::vector<std::string>{"panes.mp4", "run0.mkv", "run1.mkv", "still.mkv"})) << "files besides the outputs";
+    Decoded in;
+    ASSERT_TRUE(Decode(Clip(), &in, &error)) << error;
+    ASSERT_EQ(int(in.pictures.size()), kFrames);
+    struct Output {
+        std::string name;
+        int width, height;
+        Decoded d;
+    } outputs[] = {{"run0.mkv", 320, 180, {}}, {"run1.mkv", 320, 180, {}}, {"still.mkv", 320, 180, {}}, {"panes.mp4", 256, 144, {}}};
+    for (Output &o : outputs) {
+        SCOPED_TRACE(o.name);
+        ASSERT_TRUE(Decode(m_dir + "/" + o.name, &o.d, &error)) << error;
+        ASSERT_EQ(o.d.pictures.size(), in.pictures.size());
+        EXPECT_EQ(o.d.width, o.width);
+        EXPECT_EQ(o.d.height, o.height);
+        for (size_t i = 0; i < o.d.pts.size(); i++) EXPECT_NEAR(o.d.pts[i], in.pts[i], 0.001) << "picture " << i;
     }
-    std::string error;
-    ASSERT_TRUE(Decode(m_dir + "/still.mkv", &still, &error)) << error;
-    ASSERT_EQ(int(runs[0].pictures.size()), kFrames);
-    ASSERT_EQ(runs[1].pictures.size(), runs[0].pictures.size());
-    for (size_t i = 0; i < runs[0].pictures.size(); i++)
-        EXPECT_TRUE(runs[0].pictures[i] == runs[1].pictures[i]) << "picture " << i << " differs between runs";
-    EXPECT_FALSE(runs[0].pictures.back() == still.pictures.back()) << "the cruise didn't turn the view";
+    for (size_t i = 0; i < in.pictures.size(); i++)
+        EXPECT_TRUE(outputs[0].d.pictures[i] == outputs[1].d.pictures[i]) << "picture " << i << " differs between runs";
+    EXPECT_FALSE(outputs[0].d.pictures.back() == outputs[2].d.pictures.back()) << "the cruise didn't turn the view";
 }
 
 // Whatever goes wrong: one line, exit code 1, and nothing left in the

@@ -6,10 +6,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <random>
 #include <vector>
 
 #include "Harness.h"
@@ -81,13 +79,12 @@ std::string WriteFile(const std::string &name, const std::vector<uint8_t> &bytes
 
 class Overlays : public ::testing::Test {
 protected:
-    void Open(int w, int h, uint32_t mode = 0, uint32_t backColour = 0, bool setColour = false)
+    // The plain view in a window of w x h, the words set before Init.
+    void Open(int w, int h, const std::vector<std::pair<uint32_t, uint32_t>> &settings = {})
     {
-        rig.reset(new Rig(w, h, mode));
+        rig.reset(new Rig(w, h));
         display = &rig->display;
-        ASSERT_TRUE(rig->ok());
-        if (setColour) display->SetU32(ZT5_CFG_DISPLAY_BACK_COLOR, backColour);
-        ASSERT_EQ(rig->Init(), ZT5_OK);
+        ASSERT_TRUE(rig->Started(settings));
     }
     // Pushes the frame until two more draws have finished: a setting made
     // before has reached the view's draw by then.
@@ -329,7 +326,7 @@ TEST_F(Overlays, BackgroundColourShowsInEveryViewAndAfterSwitches)
     Frame scene = SceneFrame();
     for (uint32_t colour : {0xffffffu, 0x3060c0u}) {
         SCOPED_TRACE(colour);
-        ASSERT_NO_FATAL_FAILURE(Open(320, 320, 0, colour, true));
+        ASSERT_NO_FATAL_FAILURE(Open(320, 320, {{ZT5_CFG_DISPLAY_BACK_COLOR, colour}}));
         ZT5FishEyeParam circle = {5000, 5000, 2813, 5000};
         display->Set(ZT5_CFG_COMMON_FISHEYE_PARAM, &circle);
         auto cornerIs = [](uint32_t c) {

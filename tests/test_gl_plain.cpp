@@ -99,9 +99,7 @@ TEST(PlainView, LetterboxBarsStandWhereTheGeometrySays)
         SCOPED_TRACE(std::to_string(c.frameW) + "x" + std::to_string(c.frameH) + " in " + std::to_string(c.winW) +
                      "x" + std::to_string(c.winH) + " fit " + std::to_string(c.fitMode));
         Rig rig(c.winW, c.winH);
-        ASSERT_TRUE(rig.ok());
-        ASSERT_EQ(rig.display.SetU32(ZT5_CFG_DISPLAY_FIT_MODE, c.fitMode), ZT5_OK);
-        ASSERT_EQ(rig.Init(), ZT5_OK);
+        ASSERT_TRUE(rig.Started({{ZT5_CFG_DISPLAY_FIT_MODE, c.fitMode}}));
         Frame f(c.frameW, c.frameH, kGreen);
         const Rect want = LetterboxRect(c.winW, c.winH, c.frameW, c.frameH);
         f.aspect = c.aspect;
@@ -215,25 +213,6 @@ TEST(PlainView, PictureFollowsTheWindow)
     ASSERT_EQ(d.SetWindow(second.id(), 320, 320), ZT5_OK);
     EXPECT_LE(framesUntil(purple, CentreIs(Shown(Rgb{130, 50, 200}), 320, 320)), 5)
         << "the display didn't draw again soon after its window came back";
-}
-
-// Without the OpenGL road nothing is drawn and no snapshot record appears;
-// frames still succeed.
-TEST(PlainView, NoSnapshotWithoutARenderer)
-{
-    int sentinel = 0;
-    XWindow win(320, 180);
-    Display d;
-    ASSERT_TRUE(win.ok() && d.ok());
-    void *p = &sentinel;
-    ASSERT_EQ(d.Init(win), ZT5_OK);
-    Frame f(320, 180, kRed);
-    for (int i = 0; i < 5; i++) {
-        EXPECT_EQ(d.Push(f), ZT5_OK);
-        EXPECT_EQ(d->GetDisplayParam(ZT5_CFG_DISPLAY_GL_SNAPSHOT, &p), ZT5_OK);
-        EXPECT_EQ(p, &sentinel) << "after frame " << i;
-    }
-    EXPECT_EQ(d.GetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 77), 0u);
 }
 
 // Lens distortion correction: a table of 13 values switches the plain view

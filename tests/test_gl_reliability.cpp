@@ -12,7 +12,6 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <future>
@@ -330,45 +329,4 @@ TEST_F(Reliability, NonFiniteStormsInEveryView)
         Image shot;
         if (d.Snapshot(&shot)) SaveShot(shot, "_" + std::to_string(mode));
     }
-}
-
-// The cruise event comes from the display's side while another host thread
-// waits for the render thread (snapshots); the host's callback calls the
-// display back. Neither may wait for the other.
-TEST_F(Reliability, CruiseCallbackCallingTheDisplayWhileSnapshotsWaitDoesNotHang)
-{
-    Rig rig(320, 240, 1);
-    ASSERT_TRUE(rig.ok());
-    harness::Display &d = rig.display;
-    struct Host {
-        harness::Display *d;
-        std::atomic<int> events{0};
-    } host{&d};
-    ZT5UICallbackRecord record = {};
-    record.pArg = &host;
-    record.pfnCallback = [](ZT5UIMessage *m, void *arg) {
-        Host *h = static_cast<Host *>(arg);
-        if (m->dwParamID != ZT5_CFG_DISPLAY_CURISE_STATE_EVENT) return;
-        h->events++;
-        h->d->GetU32(ZT5_CFG_DISPLAY_ZOOM);
-        h->d->SetU32(ZT5_CFG_DISPLAY_BACK_COLOR, 0x102030);
-    };
-    ASSERT_EQ(d.Set(ZT5_CFG_DISPLAY_UICALLBACK, &record), ZT5_OK);
-    ASSERT_EQ(rig.Init(), ZT5_OK);
-    Frame scene = SceneFrame();
-    ASSERT_TRUE(d.PushUntilDrawn(scene));
-    std::atomic<bool> stop{false};
-    auto snapshots = std::async(std::launch::async, [&] {
-        for (Image img; !stop;) d.Snapshot(&img);
-    });
-    RunAllWithin("cruise switches", {[&] {
-        for (int i = 0; i < 40; i++) {
-            d.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, i % 2);
-            d.Push(scene);
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-    }}, 120);
-    stop = true;
-    RunAllWithin("the last snapshot", {[&] { snapshots.wait(); }}, 120);
-    EXPECT_GT(host.events.load(), 10) << "the cruise switches were not reported";
 }

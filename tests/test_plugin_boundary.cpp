@@ -6,11 +6,9 @@
 
 #include <dlfcn.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <vector>
 
 #include "Harness.h"
 
@@ -187,6 +185,11 @@ TEST(DisplayBoundary, LifecycleAndRectangles)
     EXPECT_EQ(d->DrawFrame(f.data.data(), &info, 0), ZT5_ERR_NOT_READY);
     ASSERT_EQ(d->Init(&rec), ZT5_OK);
     EXPECT_EQ(d->DrawFrame(f.data.data(), &info, 0), ZT5_OK);
+    // Without the OpenGL road nothing is drawn: no snapshot record appears.
+    void *p = &rec;
+    EXPECT_EQ(d->GetDisplayParam(ZT5_CFG_DISPLAY_GL_SNAPSHOT, &p), ZT5_OK);
+    EXPECT_EQ(p, &rec);
+    EXPECT_EQ(d.GetU32(ZT5_CFG_DISPLAY_USE_OPENGLES, 77), 0u);
 }
 
 // Frames without size or data, and sizes the geometry can't take, are

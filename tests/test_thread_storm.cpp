@@ -41,12 +41,16 @@ TEST(Storm, EveryHostCallAtOnceOnTwoDisplays)
     Rig a(320, 240, 1), b(256, 192, 0);
     ASSERT_TRUE(a.ok() && b.ok());
     ZT5FishEyeParam lens = {5000, 5000, 2800, 5000};
-    // The host's callback reads the display back on whichever thread it is
-    // called.
+    // The host's callback reads the display back and sets it, on whichever
+    // thread it is called: a cruise event comes from the display's side
+    // while another thread's snapshot waits for the render thread.
     ZT5UICallbackRecord records[2] = {};
     for (int i = 0; i < 2; i++) {
         records[i].pArg = i ? &b.display : &a.display;
-        records[i].pfnCallback = [](ZT5UIMessage *, void *arg) { static_cast<Display *>(arg)->GetU32(ZT5_CFG_DISPLAY_ZOOM); };
+        records[i].pfnCallback = [](ZT5UIMessage *, void *arg) {
+            static_cast<Display *>(arg)->GetU32(ZT5_CFG_DISPLAY_ZOOM);
+            static_cast<Display *>(arg)->SetU32(ZT5_CFG_DISPLAY_BACK_COLOR, 0x102030);
+        };
     }
     for (Rig *r : {&a, &b}) {
         r->display.Set(ZT5_CFG_COMMON_FISHEYE_PARAM, &lens);

@@ -217,6 +217,15 @@ Frame LensSceneFrame(const synthetic::LensFrame &lens, int n)
     return f;
 }
 
+synthetic::YuvEncoding EncodingOf(uint32_t word)
+{
+    synthetic::YuvEncoding e = (word & 0xff) == ZT5_YUV_MATRIX_BT709    ? synthetic::kBt709
+                               : (word & 0xff) == ZT5_YUV_MATRIX_BT2020 ? synthetic::kBt2020
+                                                                       : synthetic::kBt601;
+    e.fullRange = (word & ZT5_YUV_RANGE_FULL) != 0;
+    return e;
+}
+
 Rgb Shown(Rgb painted)
 {
     uint8_t y, u, v;
@@ -499,6 +508,24 @@ bool Display::PushUntilDrawn(Frame &f, uint32_t rotation)
     return false;
 }
 
+bool Display::UntilSaved(Frame &f, const std::function<bool(const FECurrentStatusData &)> &reached, Image *out)
+{
+    return PushUntil(f, [&](const Image &) { FECurrentStatusData s; return Save(&s) && reached(s); }, out);
+}
+
+Image Display::Settled(Frame &f)
+{
+    Image last, shot;
+    for (int i = 0; i < 600; i++) {
+        Push(f);
+        std::this_thread::sleep_for(std::chrono::milliseconds(kPollMs));
+        if (Snapshot(&shot) && !last.empty() && shot.rgba == last.rgba) return shot;
+        last = shot;
+    }
+    ADD_FAILURE() << "the picture never settled";
+    return shot;
+}
+
 ZT5RenderStats Display::Stats()
 {
     ZT5RenderStats s = {};
@@ -575,6 +602,14 @@ bool Display::Quiet()
     for (int i = 0; i < 80; i++)
         if (DrawsOver(250) == 0) return true;
     return false;
+}
+
+bool Rig::Started(const std::vector<std::pair<uint32_t, uint32_t>> &settings)
+{
+    if (!ok()) return false;
+    for (const auto &s : settings)
+        if (display.SetU32(s.first, s.second) != ZT5_OK) return false;
+    return Init() == ZT5_OK;
 }
 
 Rig::Rig(int width, int height, uint32_t mode) : window(width, height)

@@ -101,6 +101,8 @@ Frame SceneFrame(int n = 0);
 Frame LensSceneFrame(const synthetic::LensFrame &lens, int n = 0);
 // The colour the plain view shows for a colour painted into a frame.
 Rgb Shown(Rgb painted);
+// The encoding a ZT5_CFG_DISPLAY_YUV_MATRIX word names.
+synthetic::YuvEncoding EncodingOf(uint32_t word);
 
 // ------------------------------------------------------------------- window
 
@@ -181,6 +183,11 @@ public:
     // pushed again at growing intervals: a post may land before the renderer
     // is up, and a slow renderer (sanitizers, valgrind) must not be outrun.
     bool PushUntilDrawn(Frame &f, uint32_t rotation = 0);
+    // Pushes the frame until the saved state satisfies `reached`.
+    bool UntilSaved(Frame &f, const std::function<bool(const FECurrentStatusData &)> &reached, Image *out = nullptr);
+    // Pushes the frame until two snapshots in a row are alike: the picture
+    // stands; returns it.
+    Image Settled(Frame &f);
     ZT5RenderStats Stats(); // ZT5_CFG_DISPLAY_RENDER_STATS
     // Saved state, copied out at once (the next save overwrites it).
     bool Save(FECurrentStatusData *out);
@@ -214,7 +221,8 @@ struct Rig {
     Rig(int width, int height, uint32_t mode = 0);
     bool ok() const { return window.ok() && display.ok(); }
     int32_t Init() { return display.Init(window); }
-    bool Started() { return ok() && Init() == ZT5_OK; } // made, and Init succeeded
+    // Made, the words set (id, value), and Init succeeded.
+    bool Started(const std::vector<std::pair<uint32_t, uint32_t>> &settings = {});
 };
 
 } // namespace harness
