@@ -86,7 +86,7 @@ MRESULT ViewEffect::Initialize(MDWord, MDWord)
 {
     // Built for the layout of the frame the renderer has last described
     // (planar until one comes); a frame of another layout builds again.
-    BuildFor({m_Sampling.layout, LensLawOf(DrawnLens()), m_Built.footprint});
+    BuildFor(WantedKey());
     if (m_lBuildResult != 0)
         MLogInfo("[%s] %s::Init() mInitResourceSuc = false lRet = %d.\r\n", MLOG_TAG, m_szViewName,
                  int(m_lBuildResult));
@@ -94,11 +94,17 @@ MRESULT ViewEffect::Initialize(MDWord, MDWord)
     return m_lBuildResult;
 }
 
+ViewEffect::BuildKey ViewEffect::WantedKey() const
+{
+    const bool faces = m_Sampling.faces && m_Sampling.faces->count > 0;
+    return {m_Sampling.layout, LensLawOf(DrawnLens()), m_Built.footprint, faces};
+}
+
 MRESULT ViewEffect::BuildFor(const BuildKey &key)
 {
     m_Built = key;
     ViewProgram::SetBuildLayout(key.layout);
-    ViewProgram::SetBuildLens(key.law, key.footprint);
+    ViewProgram::SetBuildLens(key.law, key.footprint, key.faces);
     m_lBuildResult = Build();
     return m_lBuildResult;
 }
@@ -149,11 +155,11 @@ void ViewEffect::Render(const MLong *, MLong nDisplayWidth, MLong nDisplayHeight
     (void)pTextures; // the frame's textures come with its sampling
     Frame f = {nDisplayWidth, nDisplayHeight, nVideoWidth, nVideoHeight, &m_Sampling, dwRotation, 0, 0};
     m_bDrawn = false;
-    const BuildKey key = {m_Sampling.layout, LensLawOf(DrawnLens()), m_Built.footprint};
+    const BuildKey key = WantedKey();
     if (key != m_Built && m_lBuildResult != -1) {
-        // A stream of another layout, a lens of another law: the programs
-        // for them (compiled once, then kept) and their locations. The
-        // camera stays.
+        // A stream of another layout, a lens of another law, faces shown or
+        // gone: the programs for them (compiled once, then kept) and their
+        // locations. The camera stays.
         BuildFor(key);
     }
     if (!Ready(f)) return;
@@ -165,7 +171,7 @@ void ViewEffect::Render(const MLong *, MLong nDisplayWidth, MLong nDisplayHeight
     if (footprint != m_Built.footprint) {
         // The camera or the window now asks for (or no longer needs) the
         // footprint sampler: the programs built with (without) it.
-        BuildFor({m_Built.layout, m_Built.law, footprint});
+        BuildFor({m_Built.layout, m_Built.law, footprint, m_Built.faces});
         if (m_lBuildResult != 0) return;
     }
     m_Drawing.paneCount = 0;

@@ -272,17 +272,21 @@ private:
     ViewMap m_Shown;
     MRESULT m_lBuildResult = -1; // not built yet
     // What Build last compiled for: the frame's layout, the lens law, the
-    // footprint sampler; a draw that wants other programs builds again.
+    // footprint sampler, the face stage (while faces are shown); a draw
+    // that wants other programs builds again.
     struct BuildKey {
         FrameLayout layout;
         unsigned law;
         bool footprint;
+        bool faces;
         bool operator!=(const BuildKey &o) const
         {
-            return layout != o.layout || law != o.law || footprint != o.footprint;
+            return layout != o.layout || law != o.law || footprint != o.footprint || faces != o.faces;
         }
     };
-    BuildKey m_Built = {FrameLayout::I420, 0, true};
+    BuildKey m_Built = {FrameLayout::I420, 0, true, false};
+    // The programs this frame wants, but for the footprint: as last built.
+    BuildKey WantedKey() const;
     MRESULT BuildFor(const BuildKey &key);
     bool m_bDrawn = false;       // the last Render drew
 };

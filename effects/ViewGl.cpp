@@ -10,6 +10,7 @@ namespace {
 thread_local FrameLayout t_BuildLayout = FrameLayout::I420;
 thread_local unsigned t_BuildLaw = 0;
 thread_local bool t_BuildFootprint = true;
+thread_local bool t_BuildFaces = false;
 
 // The fragment source with the frame's stages in place of the marker.
 std::string ComposeFragment(const std::string &source, FrameLayout layout)
@@ -27,10 +28,11 @@ void ViewProgram::SetBuildLayout(FrameLayout layout)
     t_BuildLayout = layout;
 }
 
-void ViewProgram::SetBuildLens(unsigned law, bool footprint)
+void ViewProgram::SetBuildLens(unsigned law, bool footprint, bool faces)
 {
-    t_BuildLaw = law < unsigned(kLensFlavours / 2) ? law : 0;
+    t_BuildLaw = law < unsigned(kLensFlavours / 4) ? law : 0;
     t_BuildFootprint = footprint;
+    t_BuildFaces = faces;
 }
 
 int ViewProgram::Build(const char *viewName, const char *vertexSource, const char *fragmentSource, Inputs inputs)
@@ -43,9 +45,9 @@ int ViewProgram::Build(const char *viewName, const char *vertexSource, const cha
     }
     aPosition = aTexCoor = uMVPMatrix = -1;
     const FrameLayout layout = inputs == kOwnPicture ? FrameLayout::I420 : t_BuildLayout;
-    // Only a program with the lens stage differs by law and footprint.
+    // Only a program with the lens stage differs by law, footprint and faces.
     const bool bLens = m_FragmentSource.find("LENS_LAW") != std::string::npos;
-    const int flavour = bLens ? int(t_BuildLaw) * 2 + (t_BuildFootprint ? 1 : 0) : 0;
+    const int flavour = bLens ? int(t_BuildLaw) * 4 + (t_BuildFootprint ? 2 : 0) + (t_BuildFaces ? 1 : 0) : 0;
     m_nCurrent = (inputs == kPositionOnly ? 0 : int(layout)) * kLensFlavours + flavour;
     Variant &v = m_Variants[m_nCurrent];
     const bool bFresh = !v.program;
@@ -54,7 +56,8 @@ int ViewProgram::Build(const char *viewName, const char *vertexSource, const cha
         std::string fragment = ComposeFragment(m_FragmentSource, layout);
         if (bLens)
             fragment = "#define LENS_LAW " + std::to_string(t_BuildLaw) + "\n#define LENS_FOOTPRINT " +
-                       (t_BuildFootprint ? "1" : "0") + "\n" + fragment;
+                       (t_BuildFootprint ? "1" : "0") + "\n#define LENS_FACES " + (t_BuildFaces ? "1" : "0") +
+                       "\n" + fragment;
         v.program = GlProgram::Adopt(buildProgram(vertexSource, fragment.c_str()));
     }
     if (!v.program) {

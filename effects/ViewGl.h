@@ -22,8 +22,9 @@
 // that layout's program; a view looks its own uniforms up again whenever it
 // is built. A fragment shader with the fisheye lens stage (it names
 // LENS_LAW) is likewise compiled and kept once per lens law and with or
-// without the footprint sampler (SetBuildLens): the source gets
-// "#define LENS_LAW n" and "#define LENS_FOOTPRINT 0 or 1" in front.
+// without the footprint sampler, with or without the face stage
+// (SetBuildLens): the source gets "#define LENS_LAW n",
+// "#define LENS_FOOTPRINT 0 or 1" and "#define LENS_FACES 0 or 1" in front.
 class ViewProgram {
 public:
     enum Inputs {
@@ -54,10 +55,11 @@ public:
 
     // The layout the next Build on this (the render) thread compiles for.
     static void SetBuildLayout(FrameLayout layout);
-    // The lens law (ZT5_LENS_*, 0..4) and footprint sampler the next Build
-    // on this thread compiles a lens stage with.
-    static void SetBuildLens(unsigned law, bool footprint);
-    static const int kLensFlavours = 10; // five laws, with and without the footprint
+    // The lens law (ZT5_LENS_*, 0..4), footprint sampler and face stage the
+    // next Build on this thread compiles a lens stage with.
+    static void SetBuildLens(unsigned law, bool footprint, bool faces);
+    // Five laws, with and without the footprint, with and without faces.
+    static const int kLensFlavours = 20;
 
     GLint aPosition = -1;
     GLint aTexCoor = -1;

@@ -65,8 +65,10 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
 // |p.x - x0| / |(dx.x, dy.x)| window pixels away (y alike), so the lines are
 // about two window pixels wide whatever the magnification, in every pane,
 // cut where the picture ends. x0 above x1 marks a face drawn green. The
-// loop stops at faceCount: with no faces it costs one comparison.
+// loop stops at faceCount. A program built with LENS_FACES 0 (no faces
+// shown) has no stage: onFace is false, and the compiler drops the rest.
 #define FISHEYE_GLSL_FACES                                                                   \
+    "#if LENS_FACES\n"                                                                      \
     "uniform vec4 faceRect[" FISHEYE_FACE_MAX "];\n"                                       \
     "uniform float faceCount;\n"                                                           \
     "bool onFace(vec2 p, vec2 dx, vec2 dy, out vec4 colour) {\n"                           \
@@ -84,7 +86,10 @@ static const float kFisheyeDegToRad = 3.14159f / 180.0f;
     "        }\n"                                                                       \
     "    }\n"                                                                           \
     "    return false;\n"                                                               \
-    "}\n"
+    "}\n"                                                                                  \
+    "#else\n"                                                                              \
+    "bool onFace(vec2 p, vec2 dx, vec2 dy, out vec4 colour) { return false; }\n"          \
+    "#endif\n"
 #define FISHEYE_FACE_MAX "50"
 
 // Sampling by the pixel's footprint (after GLSL_FRAME_COLOUR): lensColour(p)
