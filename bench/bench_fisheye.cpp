@@ -16,7 +16,8 @@
 // pixel against the strip's.
 //
 // Usage: bench_fisheye [seconds per mode, default 3]
-// BENCH_MODES=2,10 in the environment: those modes only.
+// BENCH_MODES=2,10 in the environment: those modes only; BENCH_SIZE=480x264
+// another surface.
 // BENCH_NOBACK=1 in the environment draws the half sphere without its cloud
 // picture and stars.
 #include <EGL/egl.h>
@@ -39,7 +40,9 @@
 
 namespace {
 
-const int kW = 1280, kH = 720, kSide = 1080;
+// The surface and the lens square: BENCH_SIZE=WxH sets the surface, the
+// square then as high as it (a tile of a wall fed frames of its size).
+int kW = 1280, kH = 720, kSide = 1080;
 
 // A lens-like test picture: luma rings and chroma sectors.
 void MakePlanes(std::vector<uint8_t> &y, std::vector<uint8_t> &u, std::vector<uint8_t> &v)
@@ -116,6 +119,10 @@ int main(int argc, char **argv)
 {
     double seconds = argc > 1 ? std::atof(argv[1]) : 3.0;
     if (!(seconds > 0.0)) seconds = 3.0;
+    if (const char *size = getenv("BENCH_SIZE")) {
+        int w = 0, h = 0;
+        if (std::sscanf(size, "%dx%d", &w, &h) == 2 && w >= 16 && h >= 16) kW = w, kH = h, kSide = h & ~1;
+    }
     BenchGlContext context(kW, kH);
     if (!context.ok()) {
         std::fprintf(stderr, "bench_fisheye: no EGL context\n");
