@@ -162,6 +162,14 @@ std::string Shell(const std::string &cmd, int *status)
     return out;
 }
 
+int RunPlayer(const std::string &args, std::string *output)
+{
+    const std::string lib = PANOVIEW_LIB_PATH, dir = lib.substr(0, lib.rfind('/'));
+    int status = -1;
+    *output += Shell("'" + dir + "/panoview-play' --lib '" + lib + "' " + args + " 2>&1 </dev/null", &status);
+    return status;
+}
+
 void RunAllWithin(const char *what, const std::vector<std::function<void()>> &bodies, int limitSeconds)
 {
     std::vector<std::future<void>> running;
