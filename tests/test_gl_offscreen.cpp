@@ -62,11 +62,6 @@ struct Offscreen {
 // The frames posted so far: the ordinal of the newest.
 uint32_t Posted(Display &d) { return d.Stats().dwFramesPosted; }
 
-size_t I420Bytes(int w, int h)
-{
-    return size_t(w) * h + 2 * size_t((w + 1) / 2) * ((h + 1) / 2);
-}
-
 // How far an I420 picture is from an RGBA one of the same size, as Y'CbCr of
 // the given encoding: the largest luma difference per pixel, and the largest
 // chroma difference per 2x2 block (against its pixels' mean colour).
@@ -149,7 +144,7 @@ TEST_P(PictureConversion, I420MatchesTheRgbaPictureWithinRounding)
     ZT5Picture rec;
     Image rgb = o.ReadRgba(c.width, c.height, Posted(o.display), &rec);
     ASSERT_EQ(rgb.width, c.width);
-    std::vector<uint8_t> yuv(I420Bytes(c.width, c.height));
+    std::vector<uint8_t> yuv(FrameBytes(ZT5_FRAME_CS_I420, c.width, c.height));
     ASSERT_EQ(o.Read(ZT5_FRAME_CS_I420, 0, &yuv, &rec), ZT5_OK);
     EXPECT_EQ(rec.dwSize, yuv.size());
     EXPECT_EQ(int(rec.dwWidth), c.width);
@@ -250,7 +245,7 @@ TEST_F(OffscreenDisplay, RefusesRecordsItCannotFill)
         uint32_t layout;
     } cases[] = {{"null buffer", 64 * 48 * 4, true, ZT5_SNAPSHOT_RGBA},
                  {"RGBA one byte short", 64 * 48 * 4 - 1, false, ZT5_SNAPSHOT_RGBA},
-                 {"I420 one byte short", I420Bytes(64, 48) - 1, false, ZT5_FRAME_CS_I420},
+                 {"I420 one byte short", FrameBytes(ZT5_FRAME_CS_I420, 64, 48) - 1, false, ZT5_FRAME_CS_I420},
                  {"another layout", 64 * 48 * 4, false, ZT5_FRAME_CS_NV12}};
     for (const Case &c : cases) {
         std::vector<uint8_t> px(c.bytes + 1, 0xa5);
@@ -322,7 +317,7 @@ TEST(WindowPicture, IsWhatTheWindowShows)
     ASSERT_EQ(rig.Init(), ZT5_OK);
     Frame f = SceneFrame(0);
     ASSERT_EQ(rig.display.Push(f), ZT5_OK);
-    std::vector<uint8_t> px(320 * 180 * 4), yuv(I420Bytes(320, 180));
+    std::vector<uint8_t> px(320 * 180 * 4), yuv(FrameBytes(ZT5_FRAME_CS_I420, 320, 180));
     ZT5Picture rec = {px.data(), uint32_t(px.size()), ZT5_SNAPSHOT_RGBA, 0, 0, Posted(rig.display), kWait};
     ASSERT_EQ(rig.display->GetDisplayParam(ZT5_CFG_DISPLAY_PICTURE, &rec), ZT5_OK);
     ASSERT_EQ(rec.dwWidth, 320u);
@@ -340,16 +335,6 @@ TEST(WindowPicture, IsWhatTheWindowShows)
 // ------------------------------------------------------------ the transcoder
 
 namespace {
-
-// panoview-play with the library built beside it; its exit code, and what
-// it printed in *output.
-int RunHost(const std::string &args, std::string *output)
-{
-    const std::string lib = PANOVIEW_LIB_PATH;
-    int status = -1;
-    *output += Shell("'" + lib.substr(0, lib.rfind('/')) + "/panoview-play' --lib '" + lib + "' " + args + " 2>&1 </dev/null", &status);
-    return status;
-}
 
 // Every picture of a video file, decoded once through, as tight I420 with
 // its timestamp in seconds.
@@ -403,7 +388,7 @@ protected:
         static const std::string clip = [] {
             const std::string path = OutputDir() + "/offscreen_scene.mp4";
             std::string out;
-            EXPECT_EQ(RunHost("--write-clip '" + path + "' --size 480x480 --frames " + std::to_string(kFrames) +
+            EXPECT_EQ(RunPlayer("--write-clip '" + path + "' --size 480x480 --frames " + std::to_string(kFrames) +
                                   " --fps 25",
                               &out),
                       0)
@@ -461,7 +446,7 @@ TEST_F(Transcoder, AFrameOfTheOutputIsTheSnapshotOfTheSameView)
     ASSERT_NE(snap.rgba, before.rgba) << "the drag didn't turn the view";
 
     const std::string a = m_dir + "/map.mkv";
-    ASSERT_EQ(RunHost("'" + Clip() + "' --view-state '" + state + "' --output '" + a + ":size=320x240,codec=ffv1'", &out),
+    ASSERT_EQ(RunPlayer("'" + Clip() + "' --view-state '" + state + "' --output '" + a + ":size=320x240,codec=ffv1'", &out),
               0)
         << out;
     ASSERT_TRUE(Decode(a, &d, &error)) << error;
@@ -482,8 +467,8 @@ TEST_F(Transcoder, OutputsKeepTheInputsTimingAndACruiseIsTheSameEveryRun)
 {
     std::string out, error;
     const std::string request = ":mode=2,size=320x180,codec=ffv1", clip = "'" + Clip() + "' --output '" + m_dir;
-    ASSERT_EQ(RunHost(clip + "/run0.mkv" + request + ",cruise' --output '" + m_dir + "/panes.mp4:mode=3,cruise' --size 256x144", &out), 0) << out;
-    ASSERT_EQ(RunHost(clip + "/run1.mkv" + request + ",cruise' --output '" + m_dir + "/still.mkv" + request + "'", &out), 0) << out;
+    ASSERT_EQ(RunPlayer(clip + "/run0.mkv" + request + ",cruise' --output '" + m_dir + "/panes.mp4:mode=3,cruise' --size 256x144", &out), 0) << out;
+    ASSERT_EQ(RunPlayer(clip + "/run1.mkv" + request + ",cruise' --output '" + m_dir + "/still.mkv" + request + "'", &out), 0) << out;
     EXPECT_EQ(Files(m_dir), (std::vector<std::string>{"panes.mp4", "run0.mkv", "run1.mkv", "still.mkv"})) << "files besides the outputs";
     Decoded in;
     ASSERT_TRUE(Decode(Clip(), &in, &error)) << error;
@@ -530,7 +515,7 @@ TEST_P(TranscoderFailures, SayOneThingAndLeaveNoFile)
     }
     const std::vector<std::string> before = Files(m_dir);
     std::string out;
-    EXPECT_EQ(RunHost("'" + input + "' --output '" + m_dir + "/" + c.output + "'", &out), 1) << c.what << "\n" << out;
+    EXPECT_EQ(RunPlayer("'" + input + "' --output '" + m_dir + "/" + c.output + "'", &out), 1) << c.what << "\n" << out;
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1) << c.what << ": not one line\n" << out;
     EXPECT_NE(out.find(c.says), std::string::npos) << c.what << "\n" << out;
     EXPECT_EQ(Files(m_dir), before) << c.what << ": a file was left";
@@ -538,7 +523,7 @@ TEST_P(TranscoderFailures, SayOneThingAndLeaveNoFile)
 
 INSTANTIATE_TEST_SUITE_P(
     Inputs, TranscoderFailures,
-    ::testing::Values(FailureCase{"missing input", "nothing.mp4", "out.mp4", "nothing.mp4"},
-                      FailureCase{"input that isn't video", "notes.mp4", "out.mp4", "notes.mp4"},
+    ::testing::Values(FailureCase{"missing input", "nothing.mp4", "out.mp4", "nothing.mp4: No such file"},
+                      FailureCase{"input that isn't video", "notes.mp4", "out.mp4", "notes.mp4 is not a video"},
                       FailureCase{"unwritable output", "@clip", "no/such/dir/out.mp4", "cannot write"},
                       FailureCase{"odd size", "@clip", "out.mp4:size=321x180", "even"}));

@@ -1,9 +1,9 @@
 #include "FuzzHost.h"
+#include "HostIds.h"
 
 #include <X11/Xlib.h>
 #include <dlfcn.h>
 
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
@@ -88,20 +88,11 @@ void CheckSavedStateFinite()
 {
     FECurrentStatusData *p = nullptr;
     Display()->GetDisplayParam(ZT5_CFG_DISPLAY_GET_FE_CURRENTSTATUS, &p);
-    if (!p) return;
-    const float *arrays[] = {p->fCamZ, p->fCamTranZ, p->fCamRotZ, p->fCamTranY, p->fCamAngleZ, p->fTz, p->zAngle, p->fCamRotX};
-    std::vector<const float *> fields;
-    for (const float *a : arrays)
-        for (int i = 0; i < 4; i++) fields.push_back(a + i);
-    for (const float *f : {&p->xMove, &p->fTilt, &p->mTransX, &p->mTransY, &p->mAnimalStepX, &p->mAnimalStepY,
-                           &p->mScaleRatio, &p->mfZoom, &p->mCruiseVelocity})
-        fields.push_back(f);
-    for (const float *f : fields)
-        if (!std::isfinite(*f)) {
-            std::fprintf(stderr, "fuzz: the saved state of view %d holds %f at byte %d\n", int(p->mFishEyeMode),
-                         double(*f), int(reinterpret_cast<const char *>(f) - reinterpret_cast<const char *>(p)));
-            std::abort();
-        }
+    const int at = p ? NonFiniteField(*p) : -1;
+    if (at < 0) return;
+    std::fprintf(stderr, "fuzz: the saved state of view %d holds %f at byte %d\n", int(p->mFishEyeMode),
+                 double(*reinterpret_cast<const float *>(reinterpret_cast<const char *>(p) + at)), at);
+    std::abort();
 }
 
 } // namespace fuzz

@@ -162,6 +162,14 @@ std::string Shell(const std::string &cmd, int *status)
     return out;
 }
 
+int RunPlayer(const std::string &args, std::string *output)
+{
+    const std::string lib = PANOVIEW_LIB_PATH, dir = lib.substr(0, lib.rfind('/'));
+    int status = -1;
+    *output += Shell("'" + dir + "/panoview-play' --lib '" + lib + "' " + args + " 2>&1 </dev/null", &status);
+    return status;
+}
+
 void RunAllWithin(const char *what, const std::vector<std::function<void()>> &bodies, int limitSeconds)
 {
     std::vector<std::future<void>> running;
@@ -484,17 +492,14 @@ bool Display::Snapshot(Image *out)
 bool Display::PushUntil(Frame &f, const Check &check, Image *out, uint32_t rotation)
 {
     Image img;
-    for (int i = 0; i < kPollRounds; i++) {
+    bool shown = false;
+    for (int i = 0; i < kPollRounds && !shown; i++) {
         Push(f, rotation);
         std::this_thread::sleep_for(std::chrono::milliseconds(kPollMs));
-        if (Snapshot(&img) && check(img)) break;
-        if (i == kPollRounds - 1) {
-            if (out) *out = std::move(img);
-            return false;
-        }
+        shown = Snapshot(&img) && check(img);
     }
     if (out) *out = std::move(img);
-    return true;
+    return shown;
 }
 
 bool Display::PushUntilDrawn(Frame &f, uint32_t rotation)

@@ -69,6 +69,9 @@ bool ReadPng(const std::string &path, Image *img);
 std::string OutputDir();
 // What a shell command printed (stdout); its exit code in *status when given.
 std::string Shell(const std::string &cmd, int *status = nullptr);
+// panoview-play, built beside the library, run with it and no input: its
+// exit code; what it printed (both streams) is appended to *output.
+int RunPlayer(const std::string &args, std::string *output);
 // Runs the bodies on threads of their own and waits for them all; one still
 // running after `limitSeconds` is a deadlock that no teardown could undo, so
 // it ends the program.

@@ -1,6 +1,6 @@
 #include "HostIds.h"
 
-#include "ZT5Plugin.h"
+#include <cmath>
 
 const std::vector<uint32_t> kHostIds = {
     ZT5_CFG_COMMON_ROTATION, ZT5_CFG_COMMON_ORIENTATION, ZT5_CFG_COMMON_SHAREDMEM_AGENT, ZT5_CFG_COMMON_BENCHMARK,
@@ -70,4 +70,17 @@ PlaneRows PlaneOf(uint32_t cs, size_t w, size_t h, int plane)
     if (plane == 0) return {w * (b16 ? 2 : 1), h};
     if (PlaneCount(cs) == 2) return {cw * (b16 ? 4 : 2), ch};
     return {cw * (b16 ? 2 : 1), ch};
+}
+
+int NonFiniteField(const FECurrentStatusData &s)
+{
+    const float *arrays[] = {s.fCamZ, s.fCamTranZ, s.fCamRotZ, s.fCamTranY, s.fCamAngleZ, s.fTz, s.zAngle, s.fCamRotX};
+    const float *singles[] = {&s.xMove, &s.fTilt, &s.mTransX, &s.mTransY, &s.mAnimalStepX, &s.mAnimalStepY,
+                              &s.mScaleRatio, &s.mfZoom, &s.mCruiseVelocity};
+    std::vector<const float *> fields(singles, singles + 9);
+    for (const float *a : arrays)
+        for (int i = 0; i < 4; i++) fields.push_back(a + i);
+    for (const float *f : fields)
+        if (!std::isfinite(*f)) return int(reinterpret_cast<const char *>(f) - reinterpret_cast<const char *>(&s));
+    return -1;
 }

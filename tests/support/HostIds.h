@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "ZT5Plugin.h"
+
 extern const std::vector<uint32_t> kHostIds;
 
 // Every frame colour type, then two numbers that are none.
@@ -25,5 +27,9 @@ struct PlaneRows {
 // Planes of a drawn type (0 for a type that isn't drawn), and each one.
 int PlaneCount(uint32_t cs);
 PlaneRows PlaneOf(uint32_t cs, size_t w, size_t h, int plane);
+
+// Byte offset in a saved state of its first float that isn't a finite
+// number; -1 when all are.
+int NonFiniteField(const FECurrentStatusData &s);
 
 #endif
