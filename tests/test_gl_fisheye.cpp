@@ -1601,8 +1601,8 @@ TEST(Footprint, FineDetailShrunkManyTimesIsAveraged)
     Frame stripes(1920, 1080, {128, 128, 128});
     for (int y = 0; y < 1080; y++)
         for (int x = 0; x < 1920; x++) stripes.Y()[size_t(y) * 1920 + x] = x % 2 ? 235 : 16;
-    // The half sphere always samples by the footprint; mode 9 measures its
-    // pane and must find that it shrinks the picture.
+    // Each view measures its last draw and must find that it shrinks the
+    // picture: the settled picture is averaged, not the stripes of one tap.
     for (uint32_t mode : {1u, 9u}) {
         SCOPED_TRACE(mode);
         Rig rig(120, 120, mode);
