@@ -1,7 +1,6 @@
 // The display under concurrent host calls, through the loaded library: frames
-// posted on one thread while others switch handles, or save, restore and
-// send gestures in each view (every host call at once on two displays:
-// Storm.EveryHostCallAtOnceOnTwoDisplays). Nothing may
+// posted on one thread while others set parameters, switch handles and
+// views, take snapshots, save and restore, and send gestures. Nothing may
 // deadlock (a watchdog ends the program), nothing may read freed memory
 // (AddressSanitizer) or race (ThreadSanitizer), and afterwards the display
 // still draws and answers as it should.
@@ -41,6 +40,66 @@ std::function<void()> Poster(Display &d, std::vector<Frame> &frames, std::atomic
 
 } // namespace
 
+// Frames of two sizes while parameters, overlay calls, handle switches and
+// reads come from other threads. Back on the high handle at the end, the
+// display shows new frames again: a switch to it that landed while a frame
+// was starting must not leave it hidden.
+TEST(DisplayThreads, FramesWhileParametersOverlayAndSwitchesRunElsewhere)
+{
+    Rig rig(320, 240);
+    ASSERT_TRUE(rig.Started());
+    Display &d = rig.display;
+    std::vector<Frame> frames = {Frame(320, 240, kGrey), Frame(256, 128, kGrey)};
+    ASSERT_TRUE(d.PushUntil(frames[0], CentreNear(Shown(kGrey))));
+    std::atomic<bool> stop{false};
+    auto until = [&](int rounds, std::function<void(int)> body) {
+        return [rounds, body] {
+            for (int i = 0; i < rounds; i++) body(i);
+        };
+    };
+    auto poster = std::async(std::launch::async, Poster(d, frames, stop));
+    RunAllWithin("threads", {
+        until(300, [&](int i) {
+            d.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, i % 3);
+            d.SetU32(ZT5_CFG_DISPLAY_FIT_MODE, i % 3 == 0 ? 5 : 0);
+            d.SetU32(ZT5_CFG_DISPLAY_ZOOM, 50 + i % 200);
+            d.SetU32(ZT5_CFG_COMMON_ROTATION, (i % 4) * 90);
+            ZT5FishEyeParam lens = {5000, 5000, 1000 + i * 10, 4000};
+            d.Set(ZT5_CFG_COMMON_FISHEYE_PARAM, &lens);
+            d.SetWindow(rig.window.id(), 300 + (i % 5) * 4, 240);
+            d.Touch(ZT5_CFG_DISPLAY_UITOUCH_DOWN, float(i), float(i));
+            d.SetU32(ZT5_CFG_DISPLAY_STATUS, i % 7 ? 1 : 0);
+        }),
+        until(60, [&](int i) {
+            d->ShowDisplayOverlay(i & 1);
+            if (i % 10 == 9) d.SetU32(ZT5_CFG_DISPLAY_SWITCH_HANDLE, (i / 10) & 1);
+        }),
+        until(1000, [&](int) {
+            d.GetU32(ZT5_CFG_DISPLAY_ZOOM);
+            d.GetU32(ZT5_CFG_DISPLAY_USE_OPENGLES);
+            uint32_t triple[3];
+            d->GetDisplayParam(ZT5_CFG_COMMON_BENCHMARK_BLIT, triple);
+            ZT5DisplayParam back;
+            d->GetDisplayParam(ZT5_CFG_DISPLAY_PARAM, &back);
+            Image img;
+            d.Snapshot(&img);
+        }),
+    });
+    stop = true;
+    poster.wait();
+    // Settled on the high handle, shown, plain, upright: a new colour shows.
+    d.SetU32(ZT5_CFG_DISPLAY_SWITCH_HANDLE, 1);
+    d.SetU32(ZT5_CFG_DISPLAY_STATUS, 1);
+    d.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, 0);
+    d.SetU32(ZT5_CFG_DISPLAY_FIT_MODE, 0);
+    d.SetU32(ZT5_CFG_COMMON_ROTATION, 0);
+    ASSERT_EQ(d.SetWindow(rig.window.id(), 320, 240), ZT5_OK);
+    Frame blue(320, 240, kBlue);
+    Image shot;
+    EXPECT_TRUE(d.PushUntil(blue, [](const Image &img) { return Near(img.At(160, 120), Shown(kBlue), 4); }, &shot))
+        << "the high handle stayed hidden";
+}
+
 // A switch to the low handle and back to the high one, many times, each
 // while another thread posts frames as fast as it can (so that the switch
 // back waits for the frame lock while a frame starts): each time back, the
@@ -65,6 +124,63 @@ TEST(DisplayThreads, SwitchBackToTheHighHandleAlwaysShowsItAgain)
         ASSERT_TRUE(d.PushUntil(colour, [&](const Image &img) { return Near(img.At(80, 60), Shown(round % 2 ? kRed : kBlue), 4); }))
             << "the high handle stayed hidden";
     }
+}
+
+// Two displays (sharing the process's EGL lock) take frames whose size keeps
+// changing, so that the copy behind them is reallocated, while other threads
+// switch views, take snapshots and send gestures. The snapshots are
+// well-formed, and nothing hangs: a poster that holds a display's frame lock
+// must get through while a snapshot waits for the render thread.
+TEST(DisplayThreads, PostsViewSwitchesSnapshotsAndGesturesNeverDeadlock)
+{
+    Rig a(320, 240), b(256, 192);
+    ASSERT_TRUE(a.Started() && b.Started());
+    std::vector<Frame> frames;
+    for (int i = 0; i < 6; i++) frames.emplace_back(i % 2 ? 256 : 320, i % 2 ? 256 : 240, Rgb{uint8_t(40 * i), 128, 128});
+    std::atomic<int> snapshots{0}, bad{0};
+    auto posts = [&](Display &d, int n) {
+        return [&d, &frames, n] {
+            for (int i = 0; i < n; i++) {
+                d.Push(frames[size_t(i / 20) % frames.size()]);
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
+        };
+    };
+    auto snaps = [&](Rig &r, int n) {
+        return [&, n] {
+            for (int i = 0; i < n; i++) {
+                Image img;
+                if (r.display.Snapshot(&img)) {
+                    snapshots++;
+                    if (img.width != r.window.width() || img.rgba.size() != size_t(img.width) * img.height * 4) bad++;
+                }
+                std::this_thread::sleep_for(std::chrono::milliseconds(7));
+            }
+        };
+    };
+    RunAllWithin("threads", {posts(a.display, 600), posts(b.display, 400), snaps(a, 80), snaps(b, 60),
+            [&] {
+                const uint32_t modes[] = {2, 0, 11, 2, 1, 0, 0xFFFFFFFF, 0};
+                for (int i = 0; i < 48; i++) {
+                    a.display.SetU32(ZT5_CFG_DISPLAY_FISHEYE_MODE, modes[i % 8]);
+                    std::this_thread::sleep_for(std::chrono::milliseconds(15));
+                }
+            },
+            [&] {
+                for (int i = 0; i < 400; i++) {
+                    a.display.Drag(10.0f + i % 50, 20, 12.0f + i % 50, 25);
+                    a.display.Pinch(i % 2 ? 1.1f : 0.9f, 100, 80);
+                    float vel[2] = {float(i % 7), -2};
+                    a.display.Set(ZT5_CFG_DISPLAY_UITOUCH_MOVE_VELOCITY, vel);
+                    a.display.SetU32(ZT5_CFG_DISPLAY_SCALE_RATIO, 100 + i % 200);
+                    a.display.SetU32(ZT5_CFG_DISPLAY_UITOUCH_AUTOCURISE, i % 3 == 0);
+                    FECurrentStatusData st;
+                    if (i % 10 == 0 && a.display.Save(&st)) a.display.Restore(st);
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                }
+            }});
+    EXPECT_GT(snapshots.load(), 0);
+    EXPECT_EQ(bad.load(), 0);
 }
 
 // A storm of gestures, saves and restores (in the plain view some of
